@@ -1,0 +1,47 @@
+#include "section.h"
+
+#include <DumpstateUtil.h>
+
+#include <string>
+#include <vector>
+
+#include "protect.h"
+
+namespace aidl::android::hardware::dumpstate {
+namespace {
+
+using ::android::os::dumpstate::CommandOptions;
+using ::android::os::dumpstate::DumpFileToFd;
+using ::android::os::dumpstate::PropertiesHelper;
+using ::android::os::dumpstate::RunCommandToFd;
+
+CommandOptions OptionsOf(const Entry& entry) {
+    if (entry.timeout_seconds == Entry::kDefaultTimeout) return CommandOptions::DEFAULT;
+    return CommandOptions::WithTimeout(entry.timeout_seconds).Build();
+}
+
+void dumpEntry(int fd, const Entry& entry) {
+    if (entry.file != nullptr) {
+        DumpFileToFd(fd, entry.title, entry.file);
+        return;
+    }
+    const auto end = std::ranges::find(entry.command, nullptr);
+    const std::vector<std::string> command(entry.command.begin(), end);
+    RunCommandToFd(fd, entry.title, command, OptionsOf(entry));
+}
+
+}  // namespace
+
+void dumpEntries(int fd, std::span<const Entry> entries) {
+    int group = Entry::kEveryBuild;
+    bool left_out = false;
+    for (const Entry& entry : entries) {
+        if (entry.development_group != group) {
+            group = entry.development_group;
+            left_out = group != Entry::kEveryBuild && PropertiesHelper::IsUserBuild();
+        }
+        if (!left_out) protect(entry.title, [&] { dumpEntry(fd, entry); });
+    }
+}
+
+}  // namespace aidl::android::hardware::dumpstate

@@ -1,0 +1,134 @@
+#include <aidl/android/hardware/dumpstate/BnDumpstateDevice.h>
+#include <systemd/sd-bus.h>
+
+#include <cerrno>
+#include <exception>
+
+#include "binder.h"
+
+namespace aidl::android::hardware::dumpstate {
+
+const char* const IDumpstateDevice::descriptor = "android.hardware.dumpstate.IDumpstateDevice";
+const int32_t IDumpstateDevice::version = 1;
+const std::string IDumpstateDevice::hash = "d7c8d1b9054ec2fb0510edb68b95ca69fd038719";
+
+namespace {
+
+// The descriptors of one call, which stay the message's.
+class BorrowedDescriptors {
+  public:
+    ~BorrowedDescriptors() {
+        for (ndk::ScopedFileDescriptor& fd : fds_) static_cast<void>(fd.release());
+    }
+    int Read(sd_bus_message* message) {
+        int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "h");
+        if (result < 0) return result;
+        int fd = -1;
+        while ((result = sd_bus_message_read_basic(message, SD_BUS_TYPE_UNIX_FD, &fd)) > 0) {
+            fds_.emplace_back(fd);
+        }
+        return result < 0 ? result : sd_bus_message_exit_container(message);
+    }
+    const std::vector<ndk::ScopedFileDescriptor>& get() const { return fds_; }
+
+  private:
+    std::vector<ndk::ScopedFileDescriptor> fds_;
+};
+
+int SetError(sd_bus_error* error, const ndk::ScopedAStatus& status) {
+    const char* const name = status.getExceptionCode() == EX_ILLEGAL_ARGUMENT
+                                     ? SD_BUS_ERROR_INVALID_ARGS
+                                     : SD_BUS_ERROR_FAILED;
+    return sd_bus_error_set(error, name, status.getMessage());
+}
+
+int DumpstateBoard(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
+    BorrowedDescriptors fds;
+    int32_t mode = 0;
+    int64_t timeout_millis = 0;
+    int result = fds.Read(call);
+    if (result >= 0) result = sd_bus_message_read(call, "ix", &mode, &timeout_millis);
+    if (result < 0) {
+        return sd_bus_error_set(error, SD_BUS_ERROR_INVALID_ARGS,
+                                "The call's descriptors don't come with it");
+    }
+    const auto status = device.dumpstateBoard(
+            fds.get(), static_cast<IDumpstateDevice::DumpstateMode>(mode), timeout_millis);
+    return status.isOk() ? sd_bus_reply_method_return(call, "") : SetError(error, status);
+}
+
+int GetVerboseLoggingEnabled(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
+    bool enabled = false;
+    const auto status = device.getVerboseLoggingEnabled(&enabled);
+    if (!status.isOk()) return SetError(error, status);
+    return sd_bus_reply_method_return(call, "b", static_cast<int>(enabled));
+}
+
+int SetVerboseLoggingEnabled(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
+    int enabled = 0;
+    if (const int result = sd_bus_message_read(call, "b", &enabled); result < 0) return result;
+    const auto status = device.setVerboseLoggingEnabled(enabled != 0);
+    return status.isOk() ? sd_bus_reply_method_return(call, "") : SetError(error, status);
+}
+
+int GetInterfaceVersion(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
+    int32_t version = 0;
+    const auto status = device.getInterfaceVersion(&version);
+    if (!status.isOk()) return SetError(error, status);
+    return sd_bus_reply_method_return(call, "i", version);
+}
+
+int GetInterfaceHash(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
+    std::string hash;
+    const auto status = device.getInterfaceHash(&hash);
+    if (!status.isOk()) return SetError(error, status);
+    return sd_bus_reply_method_return(call, "s", hash.c_str());
+}
+
+using Operation = int(IDumpstateDevice&, sd_bus_message*, sd_bus_error*);
+
+// What the bus library calls: no exception may reach it.
+template <Operation operation>
+int Serve(sd_bus_message* call, void* device, sd_bus_error* error) {
+    try {
+        return operation(*static_cast<IDumpstateDevice*>(device), call, error);
+    } catch (const std::exception& failure) {
+        return sd_bus_error_set(error, SD_BUS_ERROR_FAILED, failure.what());
+    }
+}
+
+// Who may call is the bus's policy to say, so that every method is open here.
+constexpr sd_bus_vtable kMethods[] = {
+        SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
+        SD_BUS_METHOD_WITH_ARGS("dumpstateBoard", SD_BUS_ARGS("ah", fds, "i", mode, "x", timeout),
+                                SD_BUS_NO_RESULT, Serve<DumpstateBoard>, 0),
+        SD_BUS_METHOD_WITH_ARGS("getVerboseLoggingEnabled", SD_BUS_NO_ARGS,
+                                SD_BUS_RESULT("b", enabled), Serve<GetVerboseLoggingEnabled>, 0),
+        SD_BUS_METHOD_WITH_ARGS("setVerboseLoggingEnabled", SD_BUS_ARGS("b", enabled),
+                                SD_BUS_NO_RESULT, Serve<SetVerboseLoggingEnabled>, 0),
+        SD_BUS_METHOD_WITH_ARGS("getInterfaceVersion", SD_BUS_NO_ARGS, SD_BUS_RESULT("i", version),
+                                Serve<GetInterfaceVersion>, 0),
+        SD_BUS_METHOD_WITH_ARGS("getInterfaceHash", SD_BUS_NO_ARGS, SD_BUS_RESULT("s", hash),
+                                Serve<GetInterfaceHash>, 0),
+        SD_BUS_VTABLE_END,
+};
+
+}  // namespace
+
+ndk::ScopedAStatus BnDumpstateDevice::getInterfaceVersion(int32_t* out) {
+    *out = version;
+    return ndk::ScopedAStatus::ok();
+}
+
+ndk::ScopedAStatus BnDumpstateDevice::getInterfaceHash(std::string* out) {
+    *out = hash;
+    return ndk::ScopedAStatus::ok();
+}
+
+ndk::SpAIBinder BnDumpstateDevice::createBinder() {
+    std::shared_ptr<IDumpstateDevice> device =
+            std::static_pointer_cast<IDumpstateDevice>(shared_from_this());
+    return ndk::SpAIBinder(new AIBinder{kMethods, std::move(device)});
+}
+
+}  // namespace aidl::android::hardware::dumpstate

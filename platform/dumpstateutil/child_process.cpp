@@ -1,0 +1,145 @@
+#include "child_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <mutex>
+#include <thread>
+
+extern "C" {  // glibc 2.36 declares it for C only
+#include <sys/pidfd.h>
+}
+
+namespace android::os::dumpstate {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds kTerminationGrace{500};
+constexpr milliseconds kKillGrace{1000};
+constexpr milliseconds kLookAgain{5};
+
+// Programs that not even SIGKILL has ended yet.
+class Unkillable {
+  public:
+    void Add(pid_t pid) {
+        const std::lock_guard lock(mutex_);
+        pids_.push_back(pid);
+    }
+    void Reap() {
+        const std::lock_guard lock(mutex_);
+        std::erase_if(pids_, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
+    }
+
+  private:
+    std::mutex mutex_;
+    std::vector<pid_t> pids_;
+};
+
+Unkillable& TheUnkillable() {
+    static Unkillable unkillable;
+    return unkillable;
+}
+
+// What posix_spawn(3) does in the child before the program runs.
+class SpawnPlan {
+  public:
+    explicit SpawnPlan(int output_fd) {
+        posix_spawn_file_actions_init(&actions_);
+        posix_spawnattr_init(&attributes_);
+        // Standard input last: output_fd may itself be 0.
+        posix_spawn_file_actions_adddup2(&actions_, output_fd, STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions_, output_fd, STDERR_FILENO);
+        posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
+
+        sigset_t none;
+        sigset_t all;
+        sigemptyset(&none);
+        sigfillset(&all);
+        posix_spawnattr_setsigmask(&attributes_, &none);
+        posix_spawnattr_setsigdefault(&attributes_, &all);
+        posix_spawnattr_setpgroup(&attributes_, 0);
+        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
+                                                       POSIX_SPAWN_SETSIGDEF);
+    }
+    ~SpawnPlan() {
+        posix_spawn_file_actions_destroy(&actions_);
+        posix_spawnattr_destroy(&attributes_);
+    }
+    SpawnPlan(const SpawnPlan&) = delete;
+    SpawnPlan& operator=(const SpawnPlan&) = delete;
+
+    int Spawn(pid_t* pid, char* const* argv) const {
+        return posix_spawn(pid, argv[0], &actions_, &attributes_, argv, environ);
+    }
+
+  private:
+    posix_spawn_file_actions_t actions_;
+    posix_spawnattr_t attributes_;
+};
+
+}  // namespace
+
+int ChildProcess::Start(const std::vector<std::string>& command, int output_fd) {
+    TheUnkillable().Reap();
+    if (command.empty()) return EINVAL;
+    std::vector<char*> argv;
+    argv.reserve(command.size() + 1);
+    for (const std::string& argument : command) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+
+    const int error = SpawnPlan(output_fd).Spawn(&pid_, argv.data());
+    if (error != 0) {
+        pid_ = -1;
+        return error;
+    }
+    pidfd_.reset(pidfd_open(pid_, 0));
+    return 0;
+}
+
+ChildProcess::~ChildProcess() {
+    if (pid_ < 0) return;
+    kill(-pid_, SIGKILL);
+    if (WaitUntil(steady_clock::now() + kKillGrace)) {
+        waitpid(pid_, nullptr, 0);
+    } else {
+        TheUnkillable().Add(pid_);
+    }
+}
+
+std::optional<ChildProcess::End> ChildProcess::WaitUntil(platform::Deadline deadline) const {
+    for (;;) {
+        siginfo_t info{};
+        if (waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT | WNOHANG) == 0 &&
+            info.si_pid == pid_) {
+            return End{info.si_code == CLD_EXITED, info.si_status};
+        }
+        const steady_clock::time_point now = steady_clock::now();
+        if (now >= deadline) return std::nullopt;
+        if (pidfd_.get() >= 0) {
+            pollfd ended{pidfd_.get(), POLLIN, 0};
+            poll(&ended, 1, platform::PollTimeout(deadline));
+        } else {  // no descriptor was left for one
+            std::this_thread::sleep_for(
+                    std::min<steady_clock::duration>(kLookAgain, deadline - now));
+        }
+    }
+}
+
+void ChildProcess::Stop() const {
+    kill(-pid_, SIGTERM);
+    kill(-pid_, SIGCONT);  // a stopped process sees no signal before it goes on
+    WaitUntil(steady_clock::now() + kTerminationGrace);
+    kill(-pid_, SIGKILL);
+}
+
+}  // namespace android::os::dumpstate

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <android-base/unique_fd.h>
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/bounded_write.h"
+
+namespace android::os::dumpstate {
+
+// One program running as the leader of a process group of its own. Destruction leaves no member of
+// the group and no zombie behind, unless the kernel can't end the program (it is stuck in a
+// driver): such a one is reaped by a later call, when the driver has let it go.
+class ChildProcess {
+  public:
+    // Starts the program with output_fd as standard output and error. Returns an errno on failure.
+    int Start(const std::vector<std::string>& command, int output_fd);
+    ~ChildProcess();
+
+    // How the program ended, as in waitid(2): CLD_EXITED with an exit status, else a signal.
+    struct End {
+        bool exited;
+        int status;
+    };
+    // Waits for the end until the deadline. Nothing is reaped: the group's number stays taken, so
+    // that Stop() and destruction can't hit another group.
+    std::optional<End> WaitUntil(platform::Deadline deadline) const;
+
+    // Asks the group to terminate, gives it a short grace, and kills it.
+    void Stop() const;
+
+  private:
+    pid_t pid_ = -1;
+    base::unique_fd pidfd_;
+};
+
+}  // namespace android::os::dumpstate

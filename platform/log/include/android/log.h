@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdarg>
+
+// The system log of a plain Linux host: one line a record on standard error,
+//
+//   MM-DD HH:MM:SS.mmm  PID  TID P tag: message
+//
+// in local time, P one of V D I W E F. A null tag is the program's name. Trailing newlines of the
+// message are dropped and any other control character is escaped, so a record is always one line.
+// A record is one write(2): records of several threads or processes never mix. Any thread may log.
+// A log reader that has stopped reading costs the caller at most 100 ms a record, and the record.
+
+extern "C" {
+
+enum android_LogPriority {
+    ANDROID_LOG_UNKNOWN = 0,
+    ANDROID_LOG_DEFAULT,
+    ANDROID_LOG_VERBOSE,
+    ANDROID_LOG_DEBUG,
+    ANDROID_LOG_INFO,
+    ANDROID_LOG_WARN,
+    ANDROID_LOG_ERROR,
+    ANDROID_LOG_FATAL,
+};
+
+// Both return 1 when the record was written, a negative errno otherwise.
+int __android_log_print(int priority, const char* tag, const char* format, ...)
+        __attribute__((__format__(printf, 3, 4)));
+int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments)
+        __attribute__((__format__(printf, 3, 0)));
+
+}  // extern "C"

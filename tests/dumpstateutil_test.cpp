@@ -1,0 +1,291 @@
+// The report's primitives with real programs, files and readers, inside the simulated wearable.
+
+#include <DumpstateUtil.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <thread>
+
+#include "processes.h"
+
+namespace android::os::dumpstate {
+namespace {
+
+using std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+std::string ReadAll(int fd) {
+    std::string text(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(fd, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+    return text;
+}
+
+// The report with the one thing in it that varies taken out.
+std::string Timeless(const std::string& report) {
+    return std::regex_replace(report, std::regex(R"(------ \d+\.\d{3}s was)"), "------ T was");
+}
+
+std::vector<std::string> Shell(const std::string& script) {
+    return {"/vendor/bin/sh", "-c", script};
+}
+
+class PrimitivesTest : public testing::Test {
+  protected:
+    PrimitivesTest() : report_(memfd_create("report", MFD_CLOEXEC)) {
+        std::filesystem::create_directory("/tmp/files");
+    }
+    ~PrimitivesTest() override {
+        close(report_);
+        std::filesystem::remove_all("/tmp/files");
+    }
+
+    std::string Run(const std::vector<std::string>& command, int64_t timeout = 10) {
+        EXPECT_EQ(ftruncate(report_, 0), 0);
+        lseek(report_, 0, SEEK_SET);
+        RunCommandToFd(report_, "T", command, CommandOptions::WithTimeout(timeout).Build());
+        return Timeless(ReadAll(report_));
+    }
+    std::string Dump(const std::string& path) {
+        EXPECT_EQ(ftruncate(report_, 0), 0);
+        lseek(report_, 0, SEEK_SET);
+        DumpFileToFd(report_, "T", path);
+        return Timeless(ReadAll(report_));
+    }
+    static std::string File(const std::string& name, const std::string& content) {
+        const std::string path = "/tmp/files/" + name;
+        std::ofstream(path) << content;
+        return path;
+    }
+
+    static constexpr char kFooter[] = "------ T was the duration of 'T' ------\n";
+    const int report_;
+    const ProcessCensus census_;
+};
+
+TEST_F(PrimitivesTest, CommandFormatAndEveryOutcome) {
+    struct Case {
+        std::vector<std::string> command;
+        std::string header;
+        std::string body;
+    };
+    const Case cases[] = {
+            {{"/vendor/bin/echo", "a b", ""}, "/vendor/bin/echo a b ", "a b \n\n"},
+            {Shell("echo out; echo err >&2"), "/vendor/bin/sh -c echo out; echo err >&2",
+             "out\nerr\n\n"},
+            {Shell("printf 'no\\nline\x01'"), R"(/vendor/bin/sh -c printf 'no\nline\x01')",
+             "no\nline\x01\n"},
+            {Shell("exit 7"), "/vendor/bin/sh -c exit 7", "\n*** exit status 7\n"},
+            {Shell("kill -9 $$"), "/vendor/bin/sh -c kill -9 $$", "\n*** killed by signal 9\n"},
+            {{"/vendor/bin/none"},
+             "/vendor/bin/none",
+             "\n*** cannot run /vendor/bin/none: No such file or directory\n"},
+            {{"/vendor/bin"}, "/vendor/bin", "\n*** cannot run /vendor/bin: Permission denied\n"},
+    };
+    for (const Case& run : cases) {
+        const std::string header =
+                "------ T (" + std::regex_replace(run.header, std::regex("\n"), "\\n");
+        EXPECT_EQ(Run(run.command), header + ") ------\n" + run.body + kFooter);
+    }
+    EXPECT_EQ(RunCommandToFd(report_, "T", Shell("exit 7")), 7);
+}
+
+TEST_F(PrimitivesTest, CommandStartsWithACleanSlate) {
+    // All that a careless service could pass on: an open descriptor, a blocked and an ignored
+    // signal.
+    const int stray = open("/dev/null", O_RDONLY);
+    sigset_t blocked;
+    sigset_t before;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    const auto ignored = signal(SIGPIPE, SIG_IGN);
+    const std::string output =
+            Run({"/vendor/bin/sh", "-c",
+                 "ls -l /proc/$$/fd | wc -l; readlink /proc/$$/fd/0;"
+                 "grep -E 'Sig(Blk|Ign)' /proc/$$/status; [ $(cut -d' ' -f5 /proc/$$/stat) = $$ ] "
+                 "&& echo leads"});
+    signal(SIGPIPE, ignored);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    close(stray);
+    // The C library's spawn ignores its own two signals, 32 and 33, in every child.
+    EXPECT_TRUE(std::regex_search(
+            output, std::regex("\n/dev/null\nSigBlk:\t0{16}\nSigIgn:\t0{7}[01][08]0{7}\nleads\n")))
+            << output;
+    EXPECT_EQ(output.find("\n4\n"), output.find('\n'));  // 0 to 2, and the total line of ls
+}
+
+TEST_F(PrimitivesTest, TimeoutStopsTheWholeGroupAndKeepsWhatWasWritten) {
+    const auto start = steady_clock::now();
+    const std::string output = Run(
+            Shell("trap '' TERM; (trap '' TERM; while :; do sleep 0.01; echo more; done) & echo "
+                  "said; while :; do sleep 1; done"),
+            1);
+    EXPECT_GE(steady_clock::now() - start, 1s);
+    EXPECT_NE(output.find("said\n"), std::string::npos);
+    EXPECT_TRUE(output.ends_with(std::string("\n*** timed out after 1 s, stopped\n") + kFooter));
+    EXPECT_EQ(census_.Newcomers(), "");
+    // Nobody is left to write on.
+    EXPECT_EQ(Timeless(ReadAll(report_)), output);
+}
+
+TEST_F(PrimitivesTest, BackgroundChildHoldsNothing) {
+    const auto start = steady_clock::now();
+    EXPECT_EQ(Run(Shell("sleep 1000 & echo done")),
+              std::string("------ T (/vendor/bin/sh -c sleep 1000 & echo done) ------\ndone\n\n") +
+                      kFooter);
+    EXPECT_LT(steady_clock::now() - start, 100s);
+    EXPECT_EQ(census_.Newcomers(), "");
+}
+
+TEST_F(PrimitivesTest, FileFormatAndEveryOutcome) {
+    File("line", "one line\n");
+    File("half", "half a line");
+    File("empty", "");
+    File("odd\nname", "x\n");
+    mkfifo("/tmp/files/fifo", 0600);
+    struct Case {
+        std::string path;
+        std::string body;
+    };
+    const Case cases[] = {
+            {"/tmp/files/line", "one line\n"},
+            {"/tmp/files/half", "half a line\n"},
+            {"/tmp/files/empty", ""},
+            {"/tmp/files/none", "*** cannot open /tmp/files/none: No such file or directory\n"},
+            {"/tmp/files", "*** cannot read /tmp/files: Is a directory\n"},
+            {"", "*** cannot open : No such file or directory\n"},
+            {"/tmp/files/fifo", ""},
+            {"/dev/null", ""},
+            {"/proc/sys/kernel/hostname", "wearable\n"},
+            {"/proc/self/mem", "*** cannot read /proc/self/mem: Input/output error\n"},
+    };
+    for (const Case& file : cases) {
+        EXPECT_EQ(Dump(file.path), "------ T (" + file.path + ") ------\n" + file.body + kFooter);
+    }
+    EXPECT_EQ(Dump("/tmp/files/odd\nname"),
+              std::string("------ T (/tmp/files/odd\\nname) ------\nx\n") + kFooter);
+}
+
+TEST_F(PrimitivesTest, FilesThatNeverEndAreCutOff) {
+    // Both at once: each takes its ten seconds, and both primitives are for several threads.
+    mkfifo("/tmp/files/silent", 0600);
+    const int writer = open("/tmp/files/silent", O_RDWR | O_CLOEXEC);
+    const int sink = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    std::thread endless([sink] { EXPECT_EQ(DumpFileToFd(sink, "T", "/dev/zero"), -1); });
+    EXPECT_EQ(Dump("/tmp/files/silent"), std::string("------ T (/tmp/files/silent) ------\n"
+                                                     "*** timed out after 10 s, stopped\n") +
+                                                 kFooter);
+    endless.join();
+    close(sink);
+    close(writer);
+    EXPECT_EQ(census_.Newcomers(), "");
+}
+
+TEST_F(PrimitivesTest, BigFileArrivesWholeInEveryKindOfDescriptor) {
+    std::string content(5'000'000, 'x');
+    for (size_t i = 0; i < content.size(); i += 997) content[i] = static_cast<char>(i);
+    const std::string path = File("big", content);
+    const std::string expected = "------ T (" + path + ") ------\n" + content + "\n" + kFooter;
+    EXPECT_EQ(Dump(path), expected);
+
+    const int append = open("/tmp/files/out", O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    DumpFileToFd(append, "T", path);
+    EXPECT_EQ(Timeless(ReadAll(append)), expected);
+    close(append);
+
+    for (const bool socket : {false, true}) {
+        for (const int flags : {0, O_NONBLOCK}) {
+            int ends[2];
+            ASSERT_EQ(socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : pipe(ends), 0);
+            const int in = socket ? ends[1] : ends[0];
+            const int out = socket ? ends[0] : ends[1];
+            fcntl(out, F_SETFL, fcntl(out, F_GETFL) | flags);
+            std::string received;
+            std::thread reader([in, &received] {
+                char part[8192];
+                for (ssize_t size; (size = read(in, part, sizeof part)) > 0;) {
+                    received.append(part, static_cast<size_t>(size));
+                }
+            });
+            EXPECT_EQ(DumpFileToFd(out, "T", path), 0);
+            close(out);
+            reader.join();
+            close(in);
+            EXPECT_EQ(Timeless(received), expected) << socket << flags;
+        }
+    }
+}
+
+TEST_F(PrimitivesTest, LostReaderAndFullDiskCostTheSectionOnly) {
+    const std::string path = File("file", std::string(100'000, 'x'));
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    // Not ignored: a SIGPIPE that gets through ends this test.
+    ASSERT_NE(signal(SIGPIPE, SIG_DFL), SIG_ERR);
+    for (const int fd : {ends[1], open("/dev/full", O_WRONLY | O_CLOEXEC), -1}) {
+        EXPECT_EQ(DumpFileToFd(fd, "T", path), -1);
+        RunCommandToFd(fd, "T", Shell("echo ran >/tmp/files/ran"));
+        EXPECT_TRUE(std::filesystem::remove("/tmp/files/ran")) << fd;
+        close(fd);
+    }
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+}
+
+TEST_F(PrimitivesTest, FullPipeIsWaitedForAndAStuckReaderGivenUp) {
+    const std::string path = File("file", "content\n");
+    for (const int flags : {0, O_NONBLOCK}) {
+        int ends[2];
+        ASSERT_EQ(pipe2(ends, flags), 0);
+        fcntl(ends[0], F_SETFL, 0);
+        const std::string filling(static_cast<size_t>(fcntl(ends[1], F_GETPIPE_SZ)), 'f');
+        ASSERT_EQ(write(ends[1], filling.data(), filling.size()),
+                  static_cast<ssize_t>(filling.size()));
+        if (flags == 0) {  // nobody reads at all
+            EXPECT_EQ(DumpFileToFd(ends[1], "T", path), -1);
+        }
+        std::string received;
+        std::thread late_reader([&] {
+            std::this_thread::sleep_for(300ms);
+            char part[8192];
+            for (ssize_t size; (size = read(ends[0], part, sizeof part)) > 0;) {
+                received.append(part, static_cast<size_t>(size));
+            }
+        });
+        EXPECT_EQ(DumpFileToFd(ends[1], "T", path), 0);
+        close(ends[1]);
+        late_reader.join();
+        close(ends[0]);
+        EXPECT_EQ(Timeless(received.substr(filling.size())),
+                  "------ T (" + path + ") ------\ncontent\n" + kFooter);
+    }
+}
+
+TEST_F(PrimitivesTest, WorksWithoutDescriptorsToSpare) {
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    rlimit none = before;
+    none.rlim_cur = static_cast<rlim_t>(report_) + 1;
+    setrlimit(RLIMIT_NOFILE, &none);
+    const std::string output = Run(Shell("echo ran"));
+    const std::string stopped = Run(Shell("sleep 1000"), 1);
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_NE(output.find("\nran\n\n------ T was"), std::string::npos) << output;
+    EXPECT_NE(stopped.find("*** timed out after 1 s, stopped\n"), std::string::npos) << stopped;
+}
+
+}  // namespace
+}  // namespace android::os::dumpstate

@@ -1,0 +1,150 @@
+// Properties, the system log and the build type, inside the simulated wearable.
+
+#include <android-base/properties.h>
+#include <android/log.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <thread>
+
+namespace android::base {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr char kKey[] = "test.key";
+
+TEST(Properties, WordsAndNumbersAreReadWhole) {
+    struct Case {
+        const char* value;
+        int as_bool;  // -1: neither word
+        int64_t as_int;
+    };
+    constexpr int64_t kUnread = -77;
+    const Case cases[] = {
+            {"1", 1, 1},
+            {"y", 1, kUnread},
+            {"yes", 1, kUnread},
+            {"on", 1, kUnread},
+            {"true", 1, kUnread},
+            {"0", 0, 0},
+            {"n", 0, kUnread},
+            {"no", 0, kUnread},
+            {"off", 0, kUnread},
+            {"false", 0, kUnread},
+            {"TRUE", -1, kUnread},
+            {"", -1, kUnread},
+            {"-12", -1, -12},
+            {"+12", -1, 12},
+            {"0x1F", -1, 31},
+            {"-0X10", -1, -16},
+            {"010", -1, 10},
+            {"0x", -1, kUnread},
+            {"1 ", -1, kUnread},
+            {" 1", -1, kUnread},
+            {"1\n", -1, kUnread},
+            {"--1", -1, kUnread},
+            {"0x-1", -1, kUnread},
+            {"12a", -1, kUnread},
+            {"9223372036854775807", -1, INT64_MAX},
+            {"-9223372036854775808", -1, INT64_MIN},
+            {"9223372036854775808", -1, kUnread},
+            {"99999999999999999999", -1, kUnread},
+    };
+    for (const Case& one : cases) {
+        ASSERT_TRUE(SetProperty(kKey, one.value));
+        EXPECT_EQ(GetProperty(kKey, "unset"), *one.value == '\0' ? "unset" : one.value);
+        EXPECT_EQ(GetBoolProperty(kKey, false), one.as_bool == 1) << one.value;
+        EXPECT_EQ(GetBoolProperty(kKey, true), one.as_bool != 0) << one.value;
+        EXPECT_EQ(GetIntProperty<int64_t>(kKey, kUnread), one.as_int) << one.value;
+    }
+    ASSERT_TRUE(SetProperty(kKey, "2147483648"));
+    EXPECT_EQ(GetIntProperty<int>(kKey, 5), 5);
+    ASSERT_TRUE(SetProperty(kKey, "-2147483648"));
+    EXPECT_EQ(GetIntProperty<int>(kKey, 5), INT_MIN);
+    EXPECT_EQ(GetIntProperty<int>(kKey, 5, -10, 10), 5);
+}
+
+TEST(Properties, OnlyNamesAreKeysAndReadOnlyOnesAreSetOnce) {
+    for (const char* key : {"", ".hidden", "../up", "a/b", "with blank", "line\n"}) {
+        EXPECT_FALSE(SetProperty(key, "x")) << key;
+        EXPECT_EQ(errno, EINVAL);
+        EXPECT_EQ(GetProperty(key, "unset"), "unset");
+    }
+    EXPECT_TRUE(SetProperty("ro.test.once", "first"));
+    EXPECT_FALSE(SetProperty("ro.test.once", "second"));
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(GetProperty("ro.test.once", ""), "first");
+    // What is no plain file is no property, and holds nobody up.
+    mkfifo("/dev/__properties__/test.fifo", 0600);
+    EXPECT_EQ(GetProperty("test.fifo", "unset"), "unset");
+    unlink("/dev/__properties__/test.fifo");
+    for (const auto& file : std::filesystem::directory_iterator("/dev/__properties__")) {
+        EXPECT_FALSE(file.path().filename().native().starts_with('.')) << file.path();
+    }
+}
+
+TEST(Properties, ReadersNeverSeeAPartOfAWrite) {
+    const std::string values[] = {std::string(3000, 'a'), std::string(5000, 'b')};
+    ASSERT_TRUE(SetProperty(kKey, values[0]));
+    std::atomic<bool> stop = false;
+    std::thread writer([&] {
+        for (int i = 0; i < 500; ++i) SetProperty(kKey, values[i % 2]);
+        stop = true;
+    });
+    while (!stop) {
+        const std::string value = GetProperty(kKey, "");
+        EXPECT_TRUE(value == values[0] || value == values[1]);
+    }
+    writer.join();
+}
+
+TEST(Properties, WaitEndsWithTheValueOrTheTimeout) {
+    ASSERT_TRUE(SetProperty(kKey, "no"));
+    EXPECT_TRUE(WaitForProperty(kKey, "no", 0ms));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(WaitForProperty(kKey, "yes", 50ms));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 50ms);
+
+    // Written by another hand, without the library.
+    std::thread other([] { std::ofstream("/dev/__properties__/test.key") << "yes"; });
+    EXPECT_TRUE(WaitForProperty(kKey, "yes"));
+    other.join();
+    std::thread setter([] { SetProperty(kKey, "done"); });
+    EXPECT_TRUE(WaitForProperty(kKey, "done", 1h));
+    setter.join();
+}
+
+TEST(SystemLog, OneRecordOneLine) {
+    const int saved = dup(STDERR_FILENO);
+    const int log = open("/tmp/records", O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    dup2(log, STDERR_FILENO);
+    __android_log_print(ANDROID_LOG_WARN, "tag", "%s\n\n", "two\nlines");
+    __android_log_print(ANDROID_LOG_DEBUG, nullptr, "%s", std::string(5000, 'x').c_str());
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+    close(log);
+    std::ifstream records("/tmp/records");
+    std::string first;
+    std::string second;
+    std::string third;
+    std::getline(records, first);
+    std::getline(records, second);
+    const std::string stamp =
+            R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}  )" + std::to_string(getpid()) + R"(  \d+ )";
+    EXPECT_TRUE(std::regex_match(first, std::regex(stamp + R"(W tag: two\\nlines)"))) << first;
+    EXPECT_TRUE(std::regex_match(second, std::regex(stamp + "D properties_test: x{5000}")));
+    EXPECT_FALSE(std::getline(records, third));
+}
+
+}  // namespace
+}  // namespace android::base

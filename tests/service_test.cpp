@@ -1,0 +1,251 @@
+// The service as a process of its own, started on demand by the bus of the simulated wearable in
+// which this test runs.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <type_traits>
+
+#include "processes.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kName[] = "android.hardware.dumpstate.IDumpstateDevice";
+
+std::string ReadFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<std::string> Matches(const std::string& text, const char* pattern) {
+    const std::regex regex(pattern);
+    std::vector<std::string> found;
+    for (std::sregex_iterator match(text.begin(), text.end(), regex), end; match != end; ++match) {
+        found.push_back((*match)[1]);
+    }
+    return found;
+}
+
+std::vector<std::string> ExpectedTitles(bool user) {
+    std::vector<std::string> titles;
+    std::ifstream table(TEST_DATA "/board_report.tsv");
+    for (std::string row; std::getline(table, row);) {
+        const size_t guard = row.find('\t');
+        if (user && row[0] != '-') continue;
+        titles.push_back(row.substr(guard + 1, row.find('\t', guard + 1) - guard - 1));
+    }
+    return titles;
+}
+
+class ServiceTest : public testing::Test {
+  protected:
+    ServiceTest() { EXPECT_GE(sd_bus_open_system(&bus_), 0); }
+    ~ServiceTest() override { sd_bus_flush_close_unref(bus_); }
+
+    // "" when the call was accepted, else the error's name and sentence.
+    std::string Board(const std::vector<int>& fds, int mode = 0) {
+        sd_bus_message* call = nullptr;
+        EXPECT_GE(sd_bus_message_new_method_call(bus_, &call, kName, "/default", kName,
+                                                 "dumpstateBoard"),
+                  0);
+        sd_bus_message_open_container(call, 'a', "h");
+        for (const int fd : fds) EXPECT_GE(sd_bus_message_append(call, "h", fd), 0);
+        sd_bus_message_close_container(call);
+        sd_bus_message_append(call, "ix", mode, int64_t{1});
+        return Send(call);
+    }
+    std::string Send(sd_bus_message* call) {
+        sd_bus_error error{};
+        sd_bus_message* reply = nullptr;
+        sd_bus_call(bus_, call, UINT64_MAX, &error, &reply);
+        std::string result =
+                error.name == nullptr ? "" : std::string(error.name) + ": " + error.message;
+        sd_bus_error_free(&error);
+        sd_bus_message_unref(reply);
+        sd_bus_message_unref(call);
+        return result;
+    }
+    std::string Report() {
+        const int fd = memfd_create("report", MFD_CLOEXEC);
+        EXPECT_EQ(Board({fd}), "");
+        const std::string text = ReadFile("/proc/self/fd/" + std::to_string(fd));
+        close(fd);
+        return text;
+    }
+    template <typename T>
+    T Get(const char* method, const char* type) {
+        sd_bus_message* reply = nullptr;
+        // The library yields text that is the reply's, and booleans as int.
+        std::conditional_t<std::is_same_v<T, std::string>, const char*, T> read{};
+        EXPECT_GE(sd_bus_call_method(bus_, kName, "/default", kName, method, nullptr, &reply, ""),
+                  0);
+        EXPECT_GT(sd_bus_message_read(reply, type, &read), 0);
+        T value(read);
+        sd_bus_message_unref(reply);
+        return value;
+    }
+    // The service's descriptors, threads and children.
+    std::string Holdings() {
+        uint32_t pid = 0;
+        sd_bus_message* reply = nullptr;
+        EXPECT_GE(sd_bus_call_method(bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                     "org.freedesktop.DBus", "GetConnectionUnixProcessID", nullptr,
+                                     &reply, "s", kName),
+                  0);
+        sd_bus_message_read(reply, "u", &pid);
+        sd_bus_message_unref(reply);
+        const fs::path process = "/proc/" + std::to_string(pid);
+        std::string holdings = "pid " + std::to_string(pid);
+        for (const char* kind : {"fd", "task"}) {
+            const fs::directory_iterator entries(process / kind);
+            holdings += std::string(" ") + kind + " " +
+                        std::to_string(std::distance(begin(entries), end(entries)));
+        }
+        return holdings + " children " +
+               ReadFile(process / "task" / std::to_string(pid) / "children");
+    }
+
+    sd_bus* bus_ = nullptr;
+};
+
+TEST_F(ServiceTest, ReportOfTheWholeBoard) {
+    const std::string report = Report();
+    EXPECT_TRUE(report.starts_with("verbose logging: disabled\n"));
+    EXPECT_EQ(Matches(report, "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"), ExpectedTitles(false));
+    EXPECT_EQ(Matches(report, R"(\n------ \d+\.\d{3}s was the duration of '(.*)' ------(?=\n))"),
+              ExpectedTitles(false));
+    // One supply is missing on purpose; a script's last command decides about the others.
+    EXPECT_EQ(Matches(report, R"(\n(\*\*\* (?:cannot|exit|killed|timed).*))"),
+              std::vector<std::string>{"*** cannot open /sys/class/power_supply/sw5100_bms/uevent: "
+                                       "No such file or directory"});
+    for (const char* content :
+         {"[ro.build.type]: [userdebug]\n", "CPU0", "Boot: 20", "POWER_SUPPLY_NAME=battery\n",
+          "=== device name: ", "bd_", "norvel_charger: No such file or directory"}) {
+        EXPECT_NE(report.find(content), std::string::npos) << content;
+    }
+}
+
+TEST_F(ServiceTest, UserBuildLeavesDevelopmentEntriesOut) {
+    const std::string property = "/dev/__properties__/ro.build.type";
+    std::ofstream(property) << "user";
+    const std::string report = Report();
+    std::ofstream(property) << "userdebug";
+    EXPECT_EQ(Matches(report, "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"), ExpectedTitles(true));
+}
+
+TEST_F(ServiceTest, InterfaceAnswersAndVerboseSettingPersists) {
+    EXPECT_EQ(Get<int32_t>("getInterfaceVersion", "i"), 1);
+    EXPECT_EQ(Get<std::string>("getInterfaceHash", "s"),
+              "d7c8d1b9054ec2fb0510edb68b95ca69fd038719");
+    for (const int value : {1, 0}) {
+        EXPECT_GE(sd_bus_call_method(bus_, kName, "/default", kName, "setVerboseLoggingEnabled",
+                                     nullptr, nullptr, "b", value),
+                  0);
+        EXPECT_EQ(Get<int>("getVerboseLoggingEnabled", "b"), value);
+        EXPECT_EQ(ReadFile("/dev/__properties__/persist.vendor.verbose_logging_enabled"),
+                  value != 0 ? "true" : "false");
+        EXPECT_TRUE(Report().starts_with(value != 0 ? "verbose logging: enabled\n"
+                                                    : "verbose logging: disabled\n"));
+    }
+}
+
+TEST_F(ServiceTest, RefusesWhatItCantServeAndGoesOn) {
+    const int fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const std::string invalid = "org.freedesktop.DBus.Error.InvalidArgs: ";
+    EXPECT_EQ(Board({fd}, 8), invalid + "Invalid mode");
+    EXPECT_EQ(Board({}, -1), invalid + "Invalid mode");
+    EXPECT_EQ(Board({}), invalid + "No file descriptor");
+
+    const std::string before = Holdings();
+    for (const char* signature : {"", "s", "ahi", "ix"}) {
+        sd_bus_message* call = nullptr;
+        sd_bus_message_new_method_call(bus_, &call, kName, "/default", kName, "dumpstateBoard");
+        if (*signature == 's') sd_bus_message_append(call, "s", "text");
+        if (*signature == 'i') sd_bus_message_append(call, "ix", 0, int64_t{0});
+        if (*signature == 'a') sd_bus_message_append(call, "ahi", 1, fd, 0);
+        EXPECT_TRUE(Send(call).starts_with(invalid)) << signature;
+    }
+    sd_bus_message* unknown = nullptr;
+    sd_bus_message_new_method_call(bus_, &unknown, kName, "/default", kName, "dump");
+    EXPECT_TRUE(Send(unknown).starts_with("org.freedesktop.DBus.Error.UnknownMethod: "));
+    EXPECT_EQ(Holdings(), before);
+    close(fd);
+}
+
+TEST_F(ServiceTest, FaultsCostTheirSectionAndNothingIsLeftOver) {
+    Report();
+    const std::string before = Holdings();
+    const ProcessCensus census;
+
+    // A tool that is gone, one that leaves a child, a directory and a FIFO for a file.
+    const fs::path bin = "/vendor/bin";
+    fs::rename(bin / "uptime", bin / "gone");
+    fs::rename(bin / "getprop", bin / "aside");
+    std::ofstream(bin / "getprop") << "#!/vendor/bin/sh\nsleep 1000 &\necho left\n";
+    fs::permissions(bin / "getprop", fs::perms::all);
+    const fs::path supply = "/sys/class/power_supply";
+    fs::rename(supply / "usb/uevent", supply / "aside");
+    fs::create_directory(supply / "usb/uevent");
+
+    EXPECT_EQ(Matches(Report(), "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"),
+              ExpectedTitles(false));
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    for (const int fd : {ends[1], full}) {
+        EXPECT_EQ(Board({fd}), "");
+        close(fd);
+    }
+    EXPECT_EQ(Holdings(), before);
+    EXPECT_EQ(census.Newcomers(), "");
+
+    fs::remove(supply / "usb/uevent");
+    fs::rename(supply / "aside", supply / "usb/uevent");
+    fs::rename(bin / "aside", bin / "getprop");
+    fs::rename(bin / "gone", bin / "uptime");
+}
+
+TEST_F(ServiceTest, FailedRegistrationIsFatal) {
+    Get<int32_t>("getInterfaceVersion", "i");  // the name is taken from here on
+    struct Case {
+        const char* bus;
+        std::string status;
+    };
+    for (const Case& failing : {Case{"unix:path=/run/bus", std::to_string(-EEXIST)},
+                                Case{"unix:path=/run/none", std::to_string(-ENOENT)}}) {
+        const std::string environment = std::string("DBUS_SYSTEM_BUS_ADDRESS=") + failing.bus;
+        char* const argv[] = {const_cast<char*>("/vendor/bin/hw/dumpstate-service"), nullptr};
+        char* const envp[] = {const_cast<char*>(environment.c_str()), nullptr};
+        posix_spawn_file_actions_t log;
+        posix_spawn_file_actions_init(&log);
+        posix_spawn_file_actions_addopen(&log, 2, "/tmp/log", O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        pid_t pid = -1;
+        ASSERT_EQ(posix_spawn(&pid, argv[0], &log, nullptr, argv, envp), 0);
+        posix_spawn_file_actions_destroy(&log);
+        int status = 0;
+        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT);
+        const std::string expected =
+                R"(^\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}  \d+  \d+ F dumpstate-service: )"
+                R"(Check failed: status == STATUS_OK \(status=)" +
+                failing.status + R"(, STATUS_OK=0\) \n)";
+        EXPECT_TRUE(std::regex_search(ReadFile("/tmp/log"), std::regex(expected)))
+                << ReadFile("/tmp/log");
+    }
+}
+
+}  // namespace
