@@ -13,7 +13,7 @@
 #include <charconv>
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <string_view>
 
@@ -84,12 +84,43 @@ bool Publish(const std::string& key, const std::string& unfinished) {
     return rename(unfinished.c_str(), PathOf(key).c_str()) == 0;
 }
 
-// Forgets what has been reported so far: the caller looks at the value itself.
-void Drain(int watch) {
-    std::array<char, 4096> events;
-    while (read(watch, events.data(), events.size()) > 0) {
+// A watch on the property directory, if one is to be had.
+class Watch {
+  public:
+    Watch() : fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+        constexpr uint32_t kChanges = IN_MOVED_TO | IN_CREATE | IN_CLOSE_WRITE | IN_DELETE;
+        alive_ = fd_.get() >= 0 && inotify_add_watch(fd_.get(), PathOf("").c_str(), kChanges) >= 0;
     }
-}
+
+    // Waits until something has changed or the deadline has passed.
+    void Wait(platform::Deadline deadline) {
+        if (!alive_) {
+            const auto now = std::chrono::steady_clock::now();
+            deadline = std::min(deadline, now + kLookAgain);
+        }
+        pollfd change{alive_ ? fd_.get() : -1, POLLIN, 0};
+        poll(&change, 1, platform::PollTimeout(deadline));
+        if (alive_) Drain();
+    }
+
+  private:
+    // The caller looks at the value itself: all that counts here is whether the directory is gone.
+    void Drain() {
+        alignas(inotify_event) std::array<char, 4096> events;
+        ssize_t size;
+        while ((size = read(fd_.get(), events.data(), events.size())) > 0) {
+            for (ssize_t at = 0; at < size;) {
+                inotify_event event{};
+                std::memcpy(&event, &events[static_cast<size_t>(at)], sizeof event);
+                if ((event.mask & IN_IGNORED) != 0) alive_ = false;
+                at += static_cast<ssize_t>(sizeof event + event.len);
+            }
+        }
+    }
+
+    const unique_fd fd_;
+    bool alive_;
+};
 
 }  // namespace
 
@@ -140,20 +171,11 @@ bool WaitForProperty(const std::string& key, const std::string& expected_value,
             std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point::max() - start);
     const Clock::time_point deadline =
             relative_timeout >= most ? Clock::time_point::max() : start + relative_timeout;
-    const unique_fd watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    constexpr uint32_t kChanges = IN_MOVED_TO | IN_CREATE | IN_CLOSE_WRITE | IN_DELETE;
-    const bool watching =
-            watch.get() >= 0 && inotify_add_watch(watch.get(), PathOf("").c_str(), kChanges) >= 0;
+    Watch watch;
     for (;;) {
         if (Read(key).value_or("") == expected_value) return true;
-        const Clock::time_point now = Clock::now();
-        if (now >= deadline) return false;
-        // Even a watched directory can be swapped for another: look again now and then.
-        const auto nap = watching ? 10 * kLookAgain : kLookAgain;
-        pollfd change{watching ? watch.get() : -1, POLLIN, 0};
-        const auto until = deadline - now < nap ? deadline : now + nap;
-        poll(&change, 1, platform::PollTimeout(until));
-        if (watching) Drain(watch.get());
+        if (Clock::now() >= deadline) return false;
+        watch.Wait(deadline);
     }
 }
 
