@@ -1,0 +1,165 @@
+// boardreport as people run it, against the real service inside the simulated wearable.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <string>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Result {
+    int status;
+    std::string output;
+};
+
+Result Shell(const std::string& command) {
+    FILE* const pipe = popen(("cd /tmp/out; exec 2>&1; " + command).c_str(), "r");
+    Result result{};
+    char part[4096];
+    for (size_t size; (size = fread(part, 1, sizeof part, pipe)) > 0;) {
+        result.output.append(part, size);
+    }
+    result.status = WEXITSTATUS(pclose(pipe));
+    return result;
+}
+
+std::string ReadFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class BoardreportTest : public testing::Test {
+  protected:
+    BoardreportTest() { fs::create_directory("/tmp/out"); }
+    ~BoardreportTest() override {
+        if (fs::exists(kAside)) fs::rename(kAside, kGetprop);
+        fs::remove_all("/tmp/out");
+    }
+
+    // Puts a script in the place of the report's first tool.
+    static void FirstTool(const std::string& script) {
+        if (!fs::exists(kAside)) fs::rename(kGetprop, kAside);
+        std::ofstream(kGetprop) << "#!/vendor/bin/sh\n" << script << "\n";
+        fs::permissions(kGetprop, fs::perms::all);
+    }
+
+    static constexpr char kGetprop[] = "/vendor/bin/getprop";
+    static constexpr char kAside[] = "/vendor/bin/getprop.aside";
+};
+
+TEST_F(BoardreportTest, ShowsEachSectionAndKeepsTheReport) {
+    const Result result = Shell("boardreport --no-bundle");
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_TRUE(std::regex_search(
+            result.output,
+            std::regex(
+                    R"(^ +\d+\.\d{3} s  VENDOR PROPERTIES\n( +\d+\.\d{3} s  .*\n)+)"
+                    R"(36 sections, 1 failed or timed out; [\d.]+ KiB in report.txt; [\d.]+ s\n$)")))
+            << result.output;
+    EXPECT_NE(result.output.find("sw5100_bms: cannot open /sys"), std::string::npos);
+    EXPECT_TRUE(ReadFile("/tmp/out/report.txt").starts_with("verbose logging: disabled\n------ "));
+    EXPECT_EQ(Shell("boardreport verbose on && boardreport verbose show; boardreport verbose off")
+                      .output,
+              "verbose logging: enabled\nverbose logging: enabled\nverbose logging: disabled\n");
+}
+
+TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
+    std::ofstream("/tmp/out/report.txt") << "an older report";
+    struct Case {
+        const char* command;
+        int status;
+        const char* output;
+    };
+    const Case cases[] = {
+            {"boardreport --mode 8", 1, "the service refused the call: Invalid mode"},
+            {"DBUS_SYSTEM_BUS_ADDRESS=unix:path=/none boardreport", 1,
+             "cannot reach the system bus at unix:path=/none: No such file or directory"},
+            {"boardreport -o /none/file", 1,
+             "cannot write /none/file: No such file or directory; -o and -b choose other files"},
+            {"boardreport -o /tmp", 1, "cannot write /tmp: Is a directory"},
+            {"boardreport --mode x", 2, "--mode"},
+            {"boardreport --nonsense", 2, "--nonsense"},
+            {"boardreport verbose", 2, "STATE"},
+            {"boardreport verbose maybe", 2, "on,off,show"},
+    };
+    for (const Case& wrong : cases) {
+        const Result result = Shell(wrong.command);
+        EXPECT_EQ(result.status, wrong.status) << wrong.command;
+        EXPECT_NE(result.output.find(wrong.output), std::string::npos) << result.output;
+        EXPECT_EQ(ReadFile("/tmp/out/report.txt"), "an older report") << wrong.command;
+        EXPECT_FALSE(fs::exists("/tmp/out/bundle.tar")) << wrong.command;
+    }
+    const Result full = Shell("boardreport --no-bundle -o /dev/full");
+    EXPECT_EQ(full.status, 1);
+    EXPECT_NE(full.output.find("cannot write /dev/full: No space left on device\n"),
+              std::string::npos)
+            << full.output;
+}
+
+TEST_F(BoardreportTest, AnotherBusWithoutTheServiceOrTheRight) {
+    const std::string before =
+            "<busconfig><listen>unix:tmpdir=/tmp</listen><auth>EXTERNAL</auth><policy "
+            "context='default'><allow own='*'/><allow send_destination='*'/><allow "
+            "receive_sender='*'/>";
+    const std::string name = "android.hardware.dumpstate.IDumpstateDevice";
+    const struct {
+        std::string rule;
+        const char* sentence;
+    } buses[] = {
+            {"", "no dumpstate service on this bus"},
+            {"<deny send_destination='" + name +
+                     "'/></policy><servicedir>/vendor/etc/bus</servicedir><policy "
+                     "context='default'>",
+             "the bus doesn't let you call"},
+    };
+    for (const auto& bus : buses) {
+        std::ofstream("/tmp/out/bus.conf") << before << bus.rule << "</policy></busconfig>";
+        const Result call =
+                Shell("/usr/bin/dbus-daemon --config-file=bus.conf --fork --print-address=1 "
+                      "--print-pid=1 >started; export DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 started);"
+                      "boardreport; s=$?; kill $(tail -n 1 started); exit $s");
+        EXPECT_EQ(call.status, 1);
+        EXPECT_NE(call.output.find(bus.sentence), std::string::npos) << call.output;
+    }
+}
+
+TEST_F(BoardreportTest, WhatEndsACallHalfWayKeepsThePartialReport) {
+    const struct {
+        const char* script;
+        const char* sentence;
+    } ends[] = {
+            {"echo half; kill -9 $PPID", "the service or the bus went away during the call"},
+            {"echo half; pkill -INT -x boardreport; while pgrep -x boardreport; do sleep 0.05; "
+             "done",
+             "boardreport: interrupted; the partial"},
+    };
+    for (const auto& end : ends) {
+        FirstTool(end.script);
+        const Result result = Shell("boardreport --no-bundle");
+        EXPECT_EQ(result.status, 1);
+        EXPECT_NE(result.output.find(end.sentence), std::string::npos) << result.output;
+        EXPECT_NE(result.output.find("the partial report is kept in report.txt (1 sections, "),
+                  std::string::npos)
+                << result.output;
+        EXPECT_NE(ReadFile("/tmp/out/report.txt").find("\nhalf\n"), std::string::npos);
+    }
+}
+
+TEST_F(BoardreportTest, DoesNotWaitForWhoHoldsThePipe) {
+    FirstTool(
+            "setsid sh -c '>/tmp/out/away; exec sleep 1000' &\n"
+            "while [ ! -e /tmp/out/away ]; do sleep 0.02; done");
+    const Result result = Shell("boardreport --no-bundle");
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_EQ(Shell("pkill -x sleep").status, 0);
+}
+
+}  // namespace

@@ -1,0 +1,240 @@
+#include "board_call.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "dumpstate_client.h"
+#include "output_file.h"
+#include "progress.h"
+#include "report_reader.h"
+
+namespace {
+
+constexpr int kRedrawMillis = 500;
+constexpr size_t kBuffer = size_t{256} * 1024;
+
+void Complain(const std::string& sentence) {
+    std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
+}
+
+std::string Reason(int error) {
+    return std::generic_category().message(error);
+}
+
+// One file that the service fills through a pipe.
+class Stream {
+  public:
+    explicit Stream(const std::string& path) : file_(path) {}
+    ~Stream() {
+        CloseOurs();
+        CloseTheirs();
+    }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    // "" or the sentence.
+    std::string Open() {
+        if (file_.error() != 0) {
+            return "cannot write " + file_.path() + ": " + Reason(file_.error()) +
+                   "; -o and -b choose other files";
+        }
+        std::array<int, 2> ends{};
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) return "cannot make a pipe: " + Reason(errno);
+        ours_ = ends[0];
+        theirs_ = ends[1];
+        // Ours alone: the service may want to block, and this side must not.
+        fcntl(ours_, F_SETFL, O_NONBLOCK);
+        fcntl(ours_, F_SETPIPE_SZ, static_cast<int>(kBuffer));  // saves turns; never mind if not
+        return "";
+    }
+
+    int ours() const { return ours_; }  // -1 when nothing more will come
+    int theirs() const { return theirs_; }
+    const OutputFile& file() const { return file_; }
+    void CloseTheirs() { Close(theirs_); }
+
+    // Receives what is there. A file that can't be written closes the pipe, so that the service
+    // doesn't wait for it, and leaves the other stream alone.
+    template <typename Take>
+    void Receive(std::vector<char>& buffer, Take take) {
+        while (ours_ >= 0) {
+            const ssize_t size = read(ours_, buffer.data(), buffer.size());
+            if (size < 0 && errno == EINTR) continue;
+            if (size < 0 && errno == EAGAIN) return;
+            const std::string_view bytes(buffer.data(), size > 0 ? static_cast<size_t>(size) : 0);
+            take(bytes);
+            if (bytes.empty() || !file_.Write(bytes)) CloseOurs();
+        }
+    }
+
+  private:
+    static void Close(int& fd) {
+        if (fd >= 0) close(fd);
+        fd = -1;
+    }
+    void CloseOurs() { Close(ours_); }
+
+    OutputFile file_;
+    int ours_ = -1;
+    int theirs_ = -1;
+};
+
+int OpenSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, signal);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    return signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+class BoardCall {
+  public:
+    explicit BoardCall(const BoardOptions& options)
+        : mode_(options.mode),
+          report_(options.report),
+          reader_([this](std::string_view title) { progress_.Begin(title); },
+                  [this](const ReportReader::Section& section) { progress_.End(section); }) {
+        if (!options.no_bundle) bundle_.emplace(options.bundle);
+    }
+
+    // "" or the sentence for what keeps the call from being made.
+    std::string Start() {
+        std::string sentence = report_.Open();
+        if (sentence.empty() && bundle_) sentence = bundle_->Open();
+        if (sentence.empty()) sentence = client_.Connect();
+        if (!sentence.empty()) return sentence;
+        std::vector<int> fds{report_.theirs()};
+        if (bundle_) fds.push_back(bundle_->theirs());
+        sentence = client_.StartReport(fds, mode_);
+        report_.CloseTheirs();
+        if (bundle_) bundle_->CloseTheirs();
+        return sentence;
+    }
+
+    void Run() {
+        while (!outcome_ && !interrupted_ && ReceivingSomething()) {
+            Wait();
+            outcome_ = client_.Process();
+            Receive();
+        }
+        // All that the service wrote is in the pipes by now. Their end is not waited for: a process
+        // that the service left behind may hold it open for ever.
+        Receive();
+        reader_.Finish();
+        progress_.Clear();
+    }
+
+    // Says how it went; true when all is well.
+    bool Conclude() const {
+        bool good = Check(report_);
+        if (bundle_) good = Check(*bundle_) && good;
+        if (interrupted_) {
+            Complain("interrupted; " + Partial());
+        } else if (outcome_ && !outcome_->empty()) {
+            Complain(*outcome_ + (report_.file().size() > 0 ? "; " + Partial() : ""));
+        } else if (!good) {
+            return false;
+        } else if (!progress_.all_finished()) {
+            Complain("the report has sections that never ended; it is kept in " +
+                     report_.file().path());
+        } else if (report_.file().size() == 0 && report_.file().error() == 0) {
+            Complain("the call was accepted, but no report came");
+        } else {
+            Summarize();
+            return BundleIsWhole();
+        }
+        return false;
+    }
+
+  private:
+    bool ReceivingSomething() const {
+        return report_.file().error() == 0 || (bundle_ && bundle_->file().error() == 0);
+    }
+
+    void Wait() {
+        std::array<pollfd, 4> waits{pollfd{client_.fd(), client_.events(), 0},
+                                    pollfd{signals_, POLLIN, 0}, pollfd{report_.ours(), POLLIN, 0},
+                                    pollfd{bundle_ ? bundle_->ours() : -1, POLLIN, 0}};
+        poll(waits.data(), waits.size(), client_.TimeoutMillis(kRedrawMillis));
+        if ((waits[1].revents & POLLIN) != 0) interrupted_ = true;
+    }
+
+    void Receive() {
+        report_.Receive(buffer_, [this](std::string_view bytes) { reader_.Feed(bytes); });
+        if (bundle_) bundle_->Receive(buffer_, [](std::string_view) {});
+        progress_.Redraw(bundle_ ? bundle_->file().size() : 0);
+    }
+
+    static bool Check(const Stream& stream) {
+        const OutputFile& file = stream.file();
+        if (file.error() == 0) return true;
+        const std::string kept =
+                file.size() > 0 ? "; the first " + HumanSize(file.size()) + " are kept in it" : "";
+        Complain("cannot write " + file.path() + ": " + Reason(file.error()) + kept);
+        return false;
+    }
+
+    // That a bundle came at all is what can be seen from outside of it.
+    bool BundleIsWhole() const {
+        if (!bundle_ || bundle_->file().error() != 0) return true;  // said already
+        if (bundle_->file().size() > 0) return true;
+        Complain("the service sent no bundle; --no-bundle asks for none");
+        return false;
+    }
+
+    std::string Partial() const {
+        return "the partial report is kept in " + report_.file().path() + " (" +
+               std::to_string(progress_.sections()) + " sections, " +
+               HumanSize(report_.file().size()) + ")";
+    }
+
+    void Summarize() const {
+        const double seconds =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+        const std::string bundle =
+                bundle_ && bundle_->file().size() > 0
+                        ? ", " + HumanSize(bundle_->file().size()) + " in " + bundle_->file().path()
+                        : "";
+        std::printf("%d sections, %d failed or timed out; %s in %s%s; %.1f s\n",
+                    progress_.sections(), progress_.failed(),
+                    HumanSize(report_.file().size()).c_str(), report_.file().path().c_str(),
+                    bundle.c_str(), seconds);
+    }
+
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    const int mode_;
+    Stream report_;
+    std::optional<Stream> bundle_;
+    Progress progress_;
+    ReportReader reader_;
+    DumpstateClient client_;
+    const int signals_ = OpenSignals();
+    std::vector<char> buffer_ = std::vector<char>(kBuffer);
+    std::optional<std::string> outcome_;
+    bool interrupted_ = false;
+};
+
+}  // namespace
+
+int RunBoardReport(const BoardOptions& options) {
+    BoardCall call(options);
+    if (const std::string sentence = call.Start(); !sentence.empty()) {
+        Complain(sentence);
+        return 1;
+    }
+    call.Run();
+    return call.Conclude() ? 0 : 1;
+}
