@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "archive_check.h"
 #include "dumpstate_client.h"
 #include "output_file.h"
 #include "progress.h"
@@ -187,11 +188,18 @@ class BoardCall {
         return false;
     }
 
-    // That a bundle came at all is what can be seen from outside of it.
     bool BundleIsWhole() const {
         if (!bundle_ || bundle_->file().error() != 0) return true;  // said already
-        if (bundle_->file().size() > 0) return true;
-        Complain("the service sent no bundle; --no-bundle asks for none");
+        const OutputFile& file = bundle_->file();
+        if (file.size() == 0) {
+            Complain("the service sent no bundle; its log says why, and --no-bundle asks for none");
+            return false;
+        }
+        const ArchiveCheck check = CheckArchive(file.path());
+        if (check.fault.empty()) return true;
+        Complain("the bundle is not whole: " + check.fault + "; what came is kept in " +
+                 file.path() + " (" + std::to_string(check.entries) + " entries, " +
+                 HumanSize(file.size()) + ")");
         return false;
     }
 
