@@ -16,10 +16,8 @@ class IChreMessageHandlers {
 
     virtual void handleNanoappMessage(const ::chre::fbs::NanoappMessageT& /*message*/) {}
     virtual void handleHubInfoResponse(const ::chre::fbs::HubInfoResponseT& /*response*/) {}
-    virtual void handleNanoappListResponse(
-            const ::chre::fbs::NanoappListResponseT& /*response*/) {}
-    virtual void handleLoadNanoappResponse(
-            const ::chre::fbs::LoadNanoappResponseT& /*response*/) {}
+    virtual void handleNanoappListResponse(const ::chre::fbs::NanoappListResponseT& /*response*/) {}
+    virtual void handleLoadNanoappResponse(const ::chre::fbs::LoadNanoappResponseT& /*response*/) {}
     virtual void handleUnloadNanoappResponse(
             const ::chre::fbs::UnloadNanoappResponseT& /*response*/) {}
     virtual void handleLogMessage13(const ::chre::fbs::LogMessage13T& /*message*/) {}
@@ -38,9 +36,9 @@ class HostProtocolHost {
     // Encodes the request for the list of nanoapps and finishes the buffer.
     static void encodeNanoappListRequest(flatbuffers::FlatBufferBuilder& builder);
 
-    // Verifies the datagram, unpacks it and calls the handler that its union number stands for. False
-    // when it is no valid message, or when the fallback handler says so. `data` must be aligned like
-    // any heap memory.
+    // Verifies the datagram, unpacks it and calls the handler that its union number stands for.
+    // False when it is no valid message, or when the fallback handler says so. `data` must be
+    // aligned like any heap memory.
     static bool decodeMessageFromChre(const void* data, size_t length,
                                       IChreMessageHandlers& handlers);
 };
