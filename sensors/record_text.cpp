@@ -119,8 +119,7 @@ char* FormatFloat(char* out, uint32_t bits) {
     if (exponent >= 0) return Copy(FormatInteger(out, uint64_t{mantissa} << exponent), ".000000");
 
     // 24 bits times a million are 44: nothing is lost before the one rounding.
-    const uint64_t millionths =
-            ShiftRounded(mantissa * kMillion, static_cast<uint32_t>(-exponent));
+    const uint64_t millionths = ShiftRounded(mantissa * kMillion, static_cast<uint32_t>(-exponent));
     out = FormatInteger(out, millionths / kMillion);
     // A million more keeps the leading zeros; its digit gives way to the point.
     char* const end = FormatInteger(out, kMillion + millionths % kMillion);

@@ -8,9 +8,9 @@
 namespace tev::dumpstate {
 
 // Puts one sensor's data together from bytes that come in any order and more than once: knows its
-// whole size from the start, takes each byte once, and tells when none is missing. A byte never goes
-// missing again. Memory: the data and one bit a byte, of which the system commits no more than what
-// has arrived, so a size that is announced and never sent costs address space only.
+// whole size from the start, takes each byte once, and tells when none is missing. A byte never
+// goes missing again. Memory: the data and one bit a byte, of which the system commits no more than
+// what has arrived, so a size that is announced and never sent costs address space only.
 class SensorBlackBoxBuffer {
   public:
     // Throws std::bad_alloc when the memory can't be had.
@@ -20,8 +20,8 @@ class SensorBlackBoxBuffer {
     // The offset is below Size().
     bool AddByte(uint32_t offset, int8_t byte) { return AddBytes(offset, &byte, 1) == 1; }
 
-    // AddByte for each of `count` bytes, in order, up to the first that is refused. Returns how many
-    // were stored. The whole range is within Size().
+    // AddByte for each of `count` bytes, in order, up to the first that is refused. Returns how
+    // many were stored. The whole range is within Size().
     uint32_t AddBytes(uint32_t offset, const void* bytes, uint32_t count);
 
     bool Done() const { return received_count_ == size_; }

@@ -123,9 +123,9 @@ void SensorBlackBoxClient::handleNanoappListResponse(
 }
 
 void SensorBlackBoxClient::handleNanoappMessage(const chre::fbs::NanoappMessageT& message) {
-    const bool is_ours = message.app_id == nanoapp_id_ &&
-                         (message.host_endpoint == kHostEndpoint ||
-                          message.host_endpoint == kEveryHostEndpoint);
+    const bool is_ours =
+            message.app_id == nanoapp_id_ &&
+            (message.host_endpoint == kHostEndpoint || message.host_endpoint == kEveryHostEndpoint);
     if (!is_ours) return;
     switch (message.message_type) {
         case kSnapshotReply:

@@ -20,9 +20,9 @@ namespace tev::dumpstate {
 // Fetches one snapshot of the sensors' recent data from the black box nanoapp and prints it.
 //
 // The exchange runs by itself on the connection's receive thread, which makes every callback and
-// runs every handler; each answer of the nanoapp brings the next request. A failure is a line in the
-// log and the end of the exchange: nothing but the connection is tried again. doc/formats.md has the
-// messages.
+// runs every handler; each answer of the nanoapp brings the next request. A failure is a line in
+// the log and the end of the exchange: nothing but the connection is tried again. doc/formats.md
+// has the messages.
 //
 // While its connection is up, the connection holds a reference to the client that owns it. So who
 // started a client calls disconnect() before letting go of it, on a thread that is not the receive
@@ -76,7 +76,8 @@ class SensorBlackBoxClient : public android::chre::SocketClient::ICallbacks,
     uint8_t cookie_ = 0;
     std::mutex mutex_;  // guards all fields but socket and id; never held while sending
     std::unordered_map<uint8_t, SensorBlackBoxBuffer> buffers_;  // by sensor type
-    std::unordered_map<uint8_t, uint64_t> timestamps_;  // nanoseconds of the newest record, likewise
+    std::unordered_map<uint8_t, uint64_t>
+            timestamps_;  // nanoseconds of the newest record, likewise
     bool stopped_ = false;
     bool reader_woken_ = false;  // for good: one snapshot is all there will be
     std::condition_variable data_condition_;

@@ -59,9 +59,10 @@ class BlackBox {
 
     void dump(int fd) const {
         if (client_.get() == nullptr) {
-            ReportWriter(fd).Print("*** no sensor black box: the connection to the context hub "
-                                   "(socket \"%s\") could not be begun, see the system log\n",
-                                   kContextHubSocket);
+            ReportWriter(fd).Print(
+                    "*** no sensor black box: the connection to the context hub "
+                    "(socket \"%s\") could not be begun, see the system log\n",
+                    kContextHubSocket);
             return;
         }
         protect(kName, [&] { client_->PrintToFd(fd, kBlackBoxWait); });
@@ -87,10 +88,10 @@ void dumpRegisters(int fd, const RegisterDump& row) {
     protect(row.name, [&] {
         const std::string title = std::string("Register dump for ") + row.name;
         const std::string sensor = std::to_string(row.sensor);
-        runCommand(fd, title.c_str(),
-                   {"/vendor/bin/sensor_test", "--api", "usf", "register_dump", "-s",
-                    sensor.c_str()},
-                   Seconds(1));
+        runCommand(
+                fd, title.c_str(),
+                {"/vendor/bin/sensor_test", "--api", "usf", "register_dump", "-s", sensor.c_str()},
+                Seconds(1));
     });
 }
 

@@ -13,7 +13,13 @@ struct RecordingPlatform {
     std::vector<std::string> requests;
     std::vector<int> descriptors;   // of each command and file
     std::vector<std::string> logs;  // "PRIORITY TAG MESSAGE", a null tag as -
+    bool echo_titles = false;       // a command writes "[TITLE]\n" into its descriptor
 };
 
 // The one of the running test; cleared by assigning a new one.
 RecordingPlatform& ThePlatform();
+
+// For code that runs on threads of its own, of which the records may come from several: those of
+// one tag so far, and whether one is there now or within ten seconds.
+std::vector<std::string> LogsOf(const std::string& tag);
+bool WaitForLog(const std::string& record);
