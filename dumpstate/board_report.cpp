@@ -94,6 +94,7 @@ constexpr Step kSteps[] = {
         {"staging", stage},
         {"properties", list<kProperties>},
         {"bluetooth", section<&Dumpstate::dumpBluetooth>},
+        {"sensor hub", [](Report& report) { tev::dumpstate::dump(report.fd); }},
         {"ramoops", section<&Dumpstate::dumpRamoops>},
         {"bundle", bundle},
         {"touch", section<&Dumpstate::dumpTouch>},

@@ -62,7 +62,7 @@ TEST_F(BoardreportTest, ShowsEachSectionAndKeepsTheReport) {
             result.output,
             std::regex(
                     R"(^ +\d+\.\d{3} s  VENDOR PROPERTIES\n( +\d+\.\d{3} s  .*\n)+)"
-                    R"(38 sections, 1 failed or timed out; [\d.]+ KiB in report.txt; [\d.]+ s\n$)")))
+                    R"(48 sections, 1 failed or timed out; [\d.]+ KiB in report.txt; [\d.]+ s\n$)")))
             << result.output;
     EXPECT_NE(result.output.find("sw5100_bms: cannot open /sys"), std::string::npos);
     EXPECT_TRUE(ReadFile("/tmp/out/report.txt").starts_with("verbose logging: disabled\n------ "));

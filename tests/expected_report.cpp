@@ -7,7 +7,7 @@ std::vector<std::string> ExpectedRequests(bool user, bool bundle) {
     std::ifstream table(TEST_DATA "/board_report.tsv");
     std::string group = "-";
     for (std::string row; std::getline(table, row);) {
-        if (row == "build type?") {
+        if (row == "build type?" || row.starts_with("sleep\t")) {
             requests.push_back(row);
             continue;
         }
@@ -25,8 +25,8 @@ std::vector<std::string> ExpectedRequests(bool user, bool bundle) {
 std::vector<std::string> ExpectedTitles(bool user, bool bundle) {
     std::vector<std::string> titles;
     for (const std::string& request : ExpectedRequests(user, bundle)) {
+        if (!request.starts_with("command\t") && !request.starts_with("file\t")) continue;
         const size_t title = request.find('\t');
-        if (title == std::string::npos) continue;
         titles.push_back(request.substr(title + 1, request.find('\t', title + 1) - title - 1));
     }
     return titles;

@@ -5,7 +5,7 @@
 
 // What a whole report consists of, from a table (data/board_report.tsv) that was written down apart
 // from the code. A row's first column says when it is there: "-" always, "development N" not on
-// user builds, "bundle" with a bundle only; "build type?" alone is a question and no entry.
+// user builds, "bundle" with a bundle only; "build type?" and "sleep" are no entries.
 
 // As the recording platform writes requests down. The build type is asked once where each group of
 // development rows begins.

@@ -5,7 +5,10 @@
 #include <android/log.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <chrono>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +18,7 @@
 namespace {
 
 std::mutex g_mutex;
+std::condition_variable g_logged;
 const std::thread::id g_test_thread = std::this_thread::get_id();
 
 }  // namespace
@@ -46,6 +50,21 @@ std::string Property(const std::string& key) {
 
 }  // namespace
 
+std::vector<std::string> LogsOf(const std::string& tag) {
+    const std::lock_guard lock(g_mutex);
+    std::vector<std::string> logs;
+    std::ranges::copy_if(
+            ThePlatform().logs, std::back_inserter(logs),
+            [&](const std::string& record) { return record.substr(2).starts_with(tag + " "); });
+    return logs;
+}
+
+bool WaitForLog(const std::string& record) {
+    std::unique_lock lock(g_mutex);
+    return g_logged.wait_for(lock, std::chrono::seconds(10),
+                             [&] { return std::ranges::count(ThePlatform().logs, record) > 0; });
+}
+
 namespace android::os::dumpstate {
 
 const CommandOptions CommandOptions::DEFAULT = CommandOptions::WithTimeout(-12345).Build();
@@ -58,6 +77,7 @@ int RunCommandToFd(int fd, const std::string& title, const std::vector<std::stri
     parts.insert(parts.end(), full_command.begin(), full_command.end());
     Record(fd, parts);
     if (ThePlatform().on_command != nullptr) ThePlatform().on_command(title);
+    if (ThePlatform().echo_titles) dprintf(fd, "[%s]\n", title.c_str());
     return -1;  // every command fails, and nothing may come of it
 }
 
@@ -84,13 +104,6 @@ bool GetBoolProperty(const std::string& key, bool default_value) {
     return GetProperty(key, default_value ? "true" : "false") == "true";
 }
 
-bool internal::ParseInteger(const std::string& text, bool* negative,
-                            unsigned long long* magnitude) {
-    *negative = text.starts_with('-');
-    *magnitude = std::strtoull(text.c_str() + (*negative ? 1 : 0), nullptr, 10);
-    return !text.empty();
-}
-
 bool SetProperty(const std::string& key, const std::string& value) {
     Record(-1, {"set", key, value});
     const std::lock_guard lock(g_mutex);
@@ -104,28 +117,43 @@ bool WaitForProperty(const std::string& key, const std::string& expected_value,
     return Property(key) == expected_value;
 }
 
+// As much as the tests' own values need.
+bool internal::ParseInteger(const std::string& text, bool* negative,
+                            unsigned long long* magnitude) {
+    char* end = nullptr;
+    const long long value = std::strtoll(text.c_str(), &end, 10);
+    *negative = value < 0;
+    *magnitude = static_cast<unsigned long long>(std::llabs(value));
+    return !text.empty() && *end == '\0';
+}
+
 }  // namespace android::base
 
-int __android_log_print(int priority, const char* tag, const char* format, ...) {
+int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments) {
     std::array<char, 1024> message;
-    va_list arguments;
-    va_start(arguments, format);
     std::vsnprintf(message.data(), message.size(), format, arguments);
-    va_end(arguments);
     const std::string record =
             std::to_string(priority) + " " + (tag == nullptr ? "-" : tag) + " " + message.data();
     if (ThePlatform().on_log != nullptr) ThePlatform().on_log(record);
-    if (std::this_thread::get_id() != g_test_thread) {
-        Record(-1, {"log", record});
-        return 1;
+    if (std::this_thread::get_id() != g_test_thread) Record(-1, {"log", record});
+    {
+        const std::lock_guard lock(g_mutex);
+        ThePlatform().logs.push_back(record);
     }
-    const std::lock_guard lock(g_mutex);
-    ThePlatform().logs.push_back(record);
+    g_logged.notify_all();
     return 1;
 }
 
-// The C library's own, replaced at link level.
-unsigned sleep(unsigned seconds) {
+int __android_log_print(int priority, const char* tag, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = __android_log_vprint(priority, tag, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+// The C library's own, replaced at link level; a test may have one of its own in turn.
+__attribute__((weak)) unsigned sleep(unsigned seconds) {
     Record(-1, {"sleep", std::to_string(seconds)});
     return 0;
 }

@@ -14,8 +14,9 @@ struct RecordingPlatform {
     // What goes to standard output and not into a report begins with "stdout ".
     std::vector<std::string> requests;
     std::vector<int> descriptors;   // of the other commands and files
-    std::vector<std::string> logs;  // "PRIORITY TAG MESSAGE", a null tag as -
-    // What threads other than the test's own asked for, log records among it as "log ...".
+    std::vector<std::string> logs;  // "PRIORITY TAG MESSAGE", a null tag as -, of all threads
+    bool echo_titles = false;       // a command writes "[TITLE]\n" into its descriptor
+    // What threads other than the test's own asked for, their log records among it as "log ...".
     std::vector<std::string> elsewhere;
 
     // Called when a command is run, with its title, on the thread that runs it.
@@ -26,3 +27,8 @@ struct RecordingPlatform {
 
 // The one of the running test; cleared by assigning a new one while no other thread runs.
 RecordingPlatform& ThePlatform();
+
+// For code that runs on threads of its own, of which the records may come from several: those of
+// one tag so far, and whether one is there now or within ten seconds.
+std::vector<std::string> LogsOf(const std::string& tag);
+bool WaitForLog(const std::string& record);

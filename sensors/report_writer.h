@@ -1,0 +1,40 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+namespace tev::dumpstate {
+
+// Gathers lines and writes them to the report in large pieces, each of them in full. A reader that
+// takes nothing for five seconds, or has gone away, loses everything after that: no call blocks for
+// longer than it takes to find that out, and none fails. The process ignores SIGPIPE.
+class ReportWriter {
+  public:
+    static constexpr size_t kLongestLine = 512;
+
+    // The descriptor stays the caller's and is not closed.
+    explicit ReportWriter(int fd);
+    ~ReportWriter() { Flush(); }
+    ReportWriter(const ReportWriter&) = delete;
+    ReportWriter& operator=(const ReportWriter&) = delete;
+
+    // Room for kLongestLine characters, to be filled in place up to the end that EndLine() is told.
+    char* BeginLine();
+    void EndLine(const char* end) { size_ = static_cast<size_t>(end - text_.data()); }
+
+    // At most kLongestLine characters.
+    void Print(const char* format, ...) __attribute__((__format__(printf, 2, 3)));
+
+    void Flush();
+
+  private:
+    bool WaitWritable() const;
+
+    const int fd_;
+    const size_t piece_;  // how much one write may hold; 0 for no open descriptor
+    bool lost_;
+    size_t size_ = 0;
+    std::array<char, 64 * 1024> text_;
+};
+
+}  // namespace tev::dumpstate

@@ -1,0 +1,385 @@
+#include "sensor_black_box_client.h"
+
+#include <android-base/properties.h>
+
+#include <algorithm>
+#include <array>
+#include <new>
+
+#include "little_endian.h"
+#include "log.h"
+#include "record_text.h"
+#include "report_writer.h"
+
+namespace tev::dumpstate {
+namespace {
+
+enum MessageType : uint32_t {
+    kSnapshotRequest = 1,
+    kSnapshotReply = 2,
+    kGetFragmentRequest = 3,
+    kFragmentDone = 4,
+    kFragmentData = 5,
+    kSensorCountRequest = 6,
+    kSensorCountReply = 7,
+};
+
+constexpr uint16_t kHostEndpoint = 0x9023;
+constexpr uint16_t kEveryHostEndpoint = 0xFFFF;
+
+constexpr size_t kBuilderBytes = 64;
+constexpr uint32_t kUnusedWord = 0xFFFFFFFF;
+
+constexpr char kSnapshotIdProperty[] = "dumpstate.last_id";
+constexpr int32_t kNoSnapshotId = -1;
+
+constexpr size_t kSensorCountBytes = 4;
+constexpr size_t kSnapshotHeaderBytes = 5;
+constexpr size_t kTimestampBytes = 9;
+
+// What all buffers of a snapshot may come to. The nanoapp keeps its data in the hub's own memory,
+// which is a few megabytes, so this refuses nothing real. And it is an eighth of the memory of a
+// device whose every other process goes on running, and fits into a 32-bit address space with room
+// to spare.
+constexpr uint64_t kMostSnapshotBytes = uint64_t{256} << 20;
+
+// One piece of a sensor's data.
+struct Piece {
+    static constexpr uint32_t kHeaderBytes = 14;
+
+    explicit Piece(const std::vector<uint8_t>& payload)
+        : sensor(payload[0]),
+          cookie(payload[1]),
+          total_bytes(LoadU32(&payload[2])),
+          offset(LoadU32(&payload[6])),
+          length(LoadU32(&payload[10])) {}
+
+    // Neither can wrap.
+    uint64_t End() const { return uint64_t{offset} + length; }
+    uint64_t PayloadBytes() const { return uint64_t{kHeaderBytes} + length; }
+
+    uint8_t sensor;
+    uint8_t cookie;
+    uint32_t total_bytes;
+    uint32_t offset;
+    uint32_t length;
+};
+
+// For messages that show a number as 32 bits: of a larger one, its low 32.
+constexpr uint32_t Shown(uint64_t number) {
+    return static_cast<uint32_t>(number);
+}
+
+}  // namespace
+
+android::sp<SensorBlackBoxClient> SensorBlackBoxClient::start(uint64_t nanoapp_id,
+                                                              const char* socket_name) {
+    const android::sp<SensorBlackBoxClient> client(new SensorBlackBoxClient(nanoapp_id));
+    __android_log_print(ANDROID_LOG_INFO, kLogTag, "Connecting to CHRE");
+    if (!client->socket_.connectInBackground(socket_name, client)) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Couldn't connect to CHRE socket");
+        return {};
+    }
+    return client;
+}
+
+void SensorBlackBoxClient::onConnected() {
+    protect("onConnected", [this] {
+        __android_log_print(ANDROID_LOG_INFO, kLogTag, "Black box client connected to CHRE socket");
+        flatbuffers::FlatBufferBuilder builder(kBuilderBytes);
+        android::chre::HostProtocolHost::encodeNanoappListRequest(builder);
+        if (!socket_.sendMessage(builder.GetBufferPointer(), builder.GetSize())) {
+            __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Failed to send NanoappList request");
+        }
+    });
+}
+
+void SensorBlackBoxClient::onMessageReceived(const void* data, uint32_t length) {
+    protect("onMessageReceived", [this, data, length] {
+        if (!android::chre::HostProtocolHost::decodeMessageFromChre(data, length, *this)) {
+            __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Failed to decode message from CHRE");
+        }
+    });
+}
+
+void SensorBlackBoxClient::handleNanoappListResponse(
+        const chre::fbs::NanoappListResponseT& response) {
+    const auto found = std::ranges::find_if(response.nanoapps, [this](const auto& nanoapp) {
+        return nanoapp->app_id == nanoapp_id_;
+    });
+    if (found == response.nanoapps.end()) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Sensor black box not found");
+        return;
+    }
+    if (!(*found)->enabled) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Sensor black box not enabled");
+        return;
+    }
+    __android_log_print(ANDROID_LOG_INFO, kLogTag, "Requesting black box sensor count");
+    if (!SendBlackBoxMessage(kSensorCountRequest, nullptr, 0)) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Failed to send kSensorCountRequest message to sensor black box");
+    }
+}
+
+void SensorBlackBoxClient::handleNanoappMessage(const chre::fbs::NanoappMessageT& message) {
+    const bool is_ours =
+            message.app_id == nanoapp_id_ &&
+            (message.host_endpoint == kHostEndpoint || message.host_endpoint == kEveryHostEndpoint);
+    if (!is_ours) return;
+    switch (message.message_type) {
+        case kSnapshotReply:
+            return handleSnapshotReply(message.message);
+        case kFragmentDone:
+            return handleFragmentDone();
+        case kFragmentData:
+            return handleFragmentData(message.message);
+        case kSensorCountReply:
+            return handleSensorCountReply(message.message);
+        default:
+            __android_log_print(ANDROID_LOG_WARN, kLogTag,
+                                "Ignoring unsupported message type %d from black box",
+                                static_cast<int>(message.message_type));
+    }
+}
+
+void SensorBlackBoxClient::handleSensorCountReply(const Payload& payload) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (sensor_count_ != 0) return;
+        if (payload.size() != kSensorCountBytes) {
+            __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                                "Unexpected message size for kSensorCountReply");
+            return;
+        }
+        sensor_count_ = LoadU32(payload.data());
+        if (sensor_count_ == 0) {
+            __android_log_print(ANDROID_LOG_WARN, kLogTag,
+                                "Sensor black box has no sensors configured.");
+            return;
+        }
+        __android_log_print(ANDROID_LOG_INFO, kLogTag,
+                            "Sensor black box has %u sensors.  Requesting snapshot creation.",
+                            sensor_count_);
+    }
+    requestSnapshot();
+}
+
+void SensorBlackBoxClient::requestSnapshot() {
+    const auto id = android::base::GetIntProperty<int32_t>(kSnapshotIdProperty, kNoSnapshotId);
+    std::array<uint8_t, sizeof(id)> payload;
+    StoreU32(payload.data(), static_cast<uint32_t>(id));
+    size_t size = payload.size();
+    if (id == kNoSnapshotId) {
+        __android_log_print(ANDROID_LOG_WARN, kLogTag,
+                            "Invalid value of dumpstate.last_id. Not sending a snapshot ID.");
+        size = 0;
+    } else {
+        __android_log_print(ANDROID_LOG_INFO, kLogTag, "Using snapshot ID: %d", id);
+    }
+    if (!SendBlackBoxMessage(kSnapshotRequest, payload.data(), size)) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Failed to send kSnapshotRequest message to sensor black box");
+    }
+}
+
+void SensorBlackBoxClient::handleSnapshotReply(const Payload& payload) {
+    if (payload.size() < kSnapshotHeaderBytes ||
+        (payload.size() - kSnapshotHeaderBytes) % kTimestampBytes != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Unexpected message size for kSnapshotReply (%zu - %zu) %% %zu != 0",
+                            payload.size(), kSnapshotHeaderBytes, kTimestampBytes);
+        return;
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        fragment_count_ = LoadU32(payload.data());
+        cookie_ = payload[4];
+        __android_log_print(ANDROID_LOG_INFO, kLogTag,
+                            "Black box snapshot created (%u fragments, cookie = %d)",
+                            fragment_count_, cookie_);
+        for (size_t at = kSnapshotHeaderBytes; at < payload.size(); at += kTimestampBytes) {
+            timestamps_[payload[at]] = LoadU64(&payload[at + 1]);
+        }
+    }
+    requestNextFragment();
+}
+
+void SensorBlackBoxClient::handleFragmentDone() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (stopped_) return;
+    }
+    requestNextFragment();
+}
+
+void SensorBlackBoxClient::requestNextFragment() {
+    uint32_t index = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        if (next_fragment_ == fragment_count_) return;
+        index = next_fragment_++;
+    }
+    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "Requesting fragment %zu", size_t{index});
+    std::array<uint8_t, 2 * sizeof(uint32_t)> payload;
+    StoreU32(&payload[0], index);
+    StoreU32(&payload[4], 1);
+    if (!SendBlackBoxMessage(kGetFragmentRequest, payload.data(), payload.size())) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Failed to send kGetFragmentRequest to the black box");
+    }
+}
+
+// A send may block for seconds when the daemon reads nothing. The report's reader is not made to
+// wait for that: no lock is held here.
+bool SensorBlackBoxClient::SendBlackBoxMessage(uint32_t type, const void* payload, size_t size) {
+    flatbuffers::FlatBufferBuilder builder(kBuilderBytes);
+    chre::HostProtocolCommon::encodeNanoappMessage(builder, nanoapp_id_, type, kHostEndpoint,
+                                                   payload, size, kUnusedWord, kUnusedWord, false,
+                                                   false, 0);
+    return socket_.sendMessage(builder.GetBufferPointer(), builder.GetSize());
+}
+
+void SensorBlackBoxClient::handleFragmentData(const Payload& payload) {
+    const std::lock_guard lock(mutex_);
+    acceptPiece(payload);
+    // Asked after every piece, not only after one that is added in full: a buffer of 0 bytes is
+    // complete as it is made, and a piece may hold the last missing byte before a repeated one.
+    if (stopped_ || Done()) {
+        reader_woken_ = true;
+        data_condition_.notify_one();
+    }
+}
+
+void SensorBlackBoxClient::acceptPiece(const Payload& payload) {
+    if (payload.size() <= Piece::kHeaderBytes) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Received fragment with null message data, stopping black box dump");
+        stopped_ = true;
+        return;
+    }
+    const Piece piece(payload);
+    if (piece.cookie != cookie_) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Received fragment with incorrect cookie value (%d != %d)",
+                            piece.cookie, cookie_);
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Stopping black box dump");
+        stopped_ = true;
+        return;
+    }
+    const SensorType* const type = FindSensorType(piece.sensor);
+    if (type == nullptr) {
+        __android_log_print(ANDROID_LOG_WARN, kLogTag, "Ignoring unsupported sensor type %d",
+                            piece.sensor);
+        return;
+    }
+    SensorBlackBoxBuffer* const buffer = findOrCreateBuffer(*type, piece.total_bytes);
+    if (buffer == nullptr) return;
+    if (buffer->Size() != piece.total_bytes) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Inconsistent total_bytes values in black box data received "
+                            "(Sensor: %d (%s), %u -> %u)",
+                            piece.sensor, type->name, buffer->Size(), piece.total_bytes);
+        return;
+    }
+    if (piece.offset >= buffer->Size() || piece.End() > buffer->Size()) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Black box data out of bound. Sensor: %d (%s). Buffer: %u bytes. "
+                            "Received: %u - %u.",
+                            piece.sensor, type->name, buffer->Size(), piece.offset,
+                            Shown(piece.End()));
+        return;
+    }
+    if (payload.size() < piece.PayloadBytes()) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Incomplete black box data buffer received.  Sensor: %d (%s).  "
+                            "Expecting %u, received %u.",
+                            piece.sensor, type->name, Shown(piece.PayloadBytes()),
+                            Shown(payload.size()));
+        return;
+    }
+    const uint32_t added =
+            buffer->AddBytes(piece.offset, payload.data() + Piece::kHeaderBytes, piece.length);
+    if (added < piece.length) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Duplicated byte received for sensor %d (%s) at offset %u",
+                            piece.sensor, type->name, piece.offset + added);
+        return;
+    }
+    if (buffer->Done()) {
+        __android_log_print(ANDROID_LOG_INFO, kLogTag,
+                            "Fully received black box data for sensor %d (%s)", piece.sensor,
+                            type->name);
+    }
+}
+
+SensorBlackBoxBuffer* SensorBlackBoxClient::findOrCreateBuffer(const SensorType& type,
+                                                               uint32_t total_bytes) {
+    const auto found = buffers_.find(type.number);
+    if (found != buffers_.end()) return &found->second;
+    if (total_bytes % type.record_size() != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Unexpected size of buffer for sensor %d (%s): %u %% %zu != 0",
+                            type.number, type.name, total_bytes, type.record_size());
+        return nullptr;
+    }
+    uint64_t announced = total_bytes;
+    for (const auto& [number, buffer] : buffers_) announced += buffer.Size();
+    if (announced > kMostSnapshotBytes) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Refusing buffer for sensor %d (%s): %u bytes make %llu, more than the "
+                            "%llu for all sensors",
+                            type.number, type.name, total_bytes,
+                            static_cast<unsigned long long>(announced),
+                            static_cast<unsigned long long>(kMostSnapshotBytes));
+        return nullptr;
+    }
+    try {
+        return &buffers_.try_emplace(type.number, type.number, total_bytes).first->second;
+    } catch (const std::bad_alloc&) {
+        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
+                            "Refusing buffer for sensor %d (%s): no memory for %u bytes",
+                            type.number, type.name, total_bytes);
+        return nullptr;
+    }
+}
+
+bool SensorBlackBoxClient::Done() const {
+    return sensor_count_ != 0 && buffers_.size() == sensor_count_ &&
+           std::ranges::all_of(buffers_, [](const auto& entry) { return entry.second.Done(); });
+}
+
+void SensorBlackBoxClient::PrintToFd(int fd, std::chrono::seconds timeout) {
+    std::unique_lock lock(mutex_);
+    if (!Done()) waitForSnapshot(lock, timeout);
+    ReportWriter report(fd);
+    report.Print("------ Sensor Black Box ------\n");
+    for (const auto& [number, buffer] : buffers_) {
+        const SensorType& type = *FindSensorType(number);
+        const auto newest = timestamps_.find(number);
+        if (!buffer.Done()) {
+            report.Print("Skipping Sensor %d (%s): Incomplete buffer\n", number, type.name);
+        } else if (newest == timestamps_.end()) {
+            report.Print("Skipping Sensor %d (%s): No timestamp info\n", number, type.name);
+        } else {
+            report.Print("*** Sensor %d (%s) ***\n", number, type.name);
+            WriteRecords(report, type, buffer, newest->second);
+        }
+    }
+}
+
+// A dump that was stopped before anybody came to wait will not be completed: nobody waits for it.
+void SensorBlackBoxClient::waitForSnapshot(std::unique_lock<std::mutex>& lock,
+                                           std::chrono::seconds timeout) {
+    using Clock = std::chrono::steady_clock;
+    if (timeout <= timeout.zero()) return;
+    auto now = Clock::now();
+    const auto most = std::chrono::floor<std::chrono::seconds>(Clock::time_point::max() - now);
+    const auto deadline = now + std::min(timeout, most);
+    // In steps: the system's own waits may count their seconds in 32 bits.
+    for (; !reader_woken_ && now < deadline; now = Clock::now()) {
+        data_condition_.wait_until(lock, std::min(deadline, now + std::chrono::hours(1)));
+    }
+}
+
+}  // namespace tev::dumpstate

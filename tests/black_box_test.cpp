@@ -1,0 +1,701 @@
+// The sensor black box against a hub that is written here, byte by byte, and the section around it.
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <bit>
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <future>
+#include <optional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host_messages_generated.h"
+#include "processes.h"
+#include "recording_platform.h"
+#include "sensor_black_box_buffer.h"
+#include "sensor_black_box_client.h"
+#include "sensor_hub.h"
+
+namespace fbs = chre::fbs;
+using namespace std::chrono_literals;
+
+// What the tests own of the system: the clocks of the section's pause and of its patience with a
+// reader, and whether there are threads.
+static std::atomic<bool> patience_is_over = false;
+
+static std::atomic<bool> no_threads = false;
+
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*run)(void*), void* argument) {
+    static const auto create =
+            reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    return no_threads ? EAGAIN : create(thread, attributes, run, argument);
+}
+
+extern "C" unsigned sleep(unsigned seconds) {
+    ThePlatform().requests.push_back("sleep " + std::to_string(seconds));
+    return seconds - 1;  // as when a signal came
+}
+
+extern "C" int poll(pollfd* fds, nfds_t count, int millis) {
+    const timespec limit{millis / 1000, millis % 1000 * 1000000L};
+    const timespec none{};
+    const timespec* wait = millis < 0 ? nullptr : &limit;
+    return ppoll(fds, count, millis == 5000 && patience_is_over ? &none : wait, nullptr);
+}
+
+namespace tev::dumpstate {
+namespace {
+
+constexpr uint64_t kNanoapp = 0x4E6F727665001025;
+constexpr uint16_t kEndpoint = 0x9023;
+
+using Bytes = std::vector<uint8_t>;
+using Strings = std::vector<std::string>;
+
+Bytes Le(uint64_t value, size_t width = 4) {
+    Bytes bytes;
+    for (size_t i = 0; i < width; ++i) bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    return bytes;
+}
+
+Bytes operator+(Bytes left, const Bytes& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+Bytes Piece(uint8_t sensor, uint8_t cookie, uint32_t total, uint32_t offset, uint32_t length,
+            const Bytes& data) {
+    return Bytes{sensor, cookie} + Le(total) + Le(offset) + Le(length) + data;
+}
+
+template <typename Message>
+Bytes Datagram(Message&& message) {
+    fbs::MessageContainerT container;
+    container.message.Set(std::forward<Message>(message));
+    container.host_addr = std::make_unique<fbs::HostAddress>(0);
+    flatbuffers::FlatBufferBuilder builder;
+    builder.Finish(fbs::MessageContainer::Pack(builder, &container));
+    return {builder.GetBufferPointer(), builder.GetBufferPointer() + builder.GetSize()};
+}
+
+Bytes Message(uint32_t type, const Bytes& payload, uint16_t endpoint = kEndpoint,
+              uint64_t nanoapp = kNanoapp) {
+    fbs::NanoappMessageT message;
+    message.app_id = nanoapp;
+    message.message_type = type;
+    message.host_endpoint = endpoint;
+    message.message = payload;
+    return Datagram(std::move(message));
+}
+
+Bytes List(const std::vector<std::pair<uint64_t, bool>>& nanoapps) {
+    fbs::NanoappListResponseT list;
+    for (const auto& [id, enabled] : nanoapps) {
+        list.nanoapps.push_back(std::make_unique<fbs::NanoappListEntryT>());
+        list.nanoapps.back()->app_id = id;
+        list.nanoapps.back()->enabled = enabled;
+    }
+    return Datagram(std::move(list));
+}
+
+// Timestamps by sensor type.
+Bytes SnapshotReply(uint32_t fragments, uint8_t cookie,
+                    const std::vector<std::pair<uint8_t, uint64_t>>& timestamps) {
+    Bytes payload = Le(fragments) + Bytes{cookie};
+    for (const auto& [type, nanos] : timestamps) payload = payload + Bytes{type} + Le(nanos, 8);
+    return Message(2, payload);
+}
+
+// What is written into a memory file.
+class Report {
+  public:
+    ~Report() { close(fd_); }
+    int fd() const { return fd_; }
+    std::string Text() const {
+        std::string text(static_cast<size_t>(lseek(fd_, 0, SEEK_END)), '\0');
+        EXPECT_EQ(pread(fd_, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+        return text;
+    }
+
+  private:
+    const int fd_ = memfd_create("report", MFD_CLOEXEC);
+};
+
+// A client that is not connected, so that every send fails.
+class BlackBoxTest : public testing::Test {
+  protected:
+    BlackBoxTest() { Restart(); }
+
+    void Restart() {
+        ThePlatform() = {};
+        seen_ = 0;
+        client_ = new SensorBlackBoxClient(kNanoapp);
+    }
+
+    void Feed(const Bytes& datagram) {
+        client_->onMessageReceived(datagram.data(), static_cast<uint32_t>(datagram.size()));
+    }
+
+    // What has been logged since the last call.
+    Strings NewLogs() {
+        const Strings logs = LogsOf("tev-dumpstate");
+        Strings fresh;
+        for (; seen_ < logs.size(); ++seen_) {
+            fresh.push_back(logs[seen_].substr(0, 2) + logs[seen_].substr(16));
+        }
+        return fresh;
+    }
+
+    std::string Printed(std::chrono::seconds timeout = 0s) {
+        const Report report;
+        client_->PrintToFd(report.fd(), timeout);
+        const std::string text = report.Text();
+        constexpr std::string_view kHeading = "------ Sensor Black Box ------\n";
+        EXPECT_TRUE(text.starts_with(kHeading)) << text;
+        return text.substr(std::min(text.size(), kHeading.size()));
+    }
+
+    // A sensor's records in one piece; the whole report when it is the only one.
+    std::string PrintedRecords(uint8_t sensor, uint64_t newest, const Bytes& records) {
+        Restart();
+        const auto size = static_cast<uint32_t>(records.size());
+        Feed(SnapshotReply(0, 0, {{sensor, newest}}));
+        Feed(Message(5, Piece(sensor, 0, size, 0, size, records)));
+        return Printed();
+    }
+
+    android::sp<SensorBlackBoxClient> client_;
+    size_t seen_ = 0;
+};
+
+TEST_F(BlackBoxTest, EveryMessageIsCheckedAndLoggedToTheLetter) {
+    constexpr char kCountFailed[] =
+            "6 Failed to send kSensorCountRequest message to sensor black box";
+    constexpr char kFragmentFailed[] = "6 Failed to send kGetFragmentRequest to the black box";
+    const struct {
+        Bytes datagram;
+        Strings logs;
+    } cases[] = {
+            {{1, 2, 3}, {"6 Failed to decode message from CHRE"}},
+            {List({}), {"6 Sensor black box not found"}},
+            {List({{kNanoapp ^ 1, true}}), {"6 Sensor black box not found"}},
+            {List({{1, true}, {kNanoapp, false}, {kNanoapp, true}}),
+             {"6 Sensor black box not enabled"}},
+            {List({{1, false}, {kNanoapp, true}}),
+             {"4 Requesting black box sensor count", kCountFailed}},
+            {Message(7, Le(3), 0x1234), {}},
+            {Message(7, Le(3), kEndpoint, kNanoapp + 1), {}},
+            {Message(7, Le(3, 5)), {"6 Unexpected message size for kSensorCountReply"}},
+            {Message(7, Le(0)), {"5 Sensor black box has no sensors configured."}},
+            {Message(7, Le(3), 0xFFFF),
+             {"4 Sensor black box has 3 sensors.  Requesting snapshot creation.",
+              "5 Invalid value of dumpstate.last_id. Not sending a snapshot ID.",
+              "6 Failed to send kSnapshotRequest message to sensor black box"}},
+            {Message(7, Le(9)), {}},
+            {Message(7, {}), {}},
+            {Message(1, {}), {"5 Ignoring unsupported message type 1 from black box"}},
+            {Message(3, {}), {"5 Ignoring unsupported message type 3 from black box"}},
+            {Message(6, {}), {"5 Ignoring unsupported message type 6 from black box"}},
+            {Message(~0U, {}), {"5 Ignoring unsupported message type -1 from black box"}},
+            {Message(4, {}), {}},
+            {Message(2, Le(9)), {"6 Unexpected message size for kSnapshotReply (4 - 5) % 9 != 0"}},
+            {Message(2, Le(9, 13)),
+             {"6 Unexpected message size for kSnapshotReply (13 - 5) % 9 != 0"}},
+            {SnapshotReply(0, 200, {}),
+             {"4 Black box snapshot created (0 fragments, cookie = 200)"}},
+            {SnapshotReply(2, 129, {{1, 7}, {8, 1000}, {1, 1000000}}),
+             {"4 Black box snapshot created (2 fragments, cookie = 129)", "3 Requesting fragment 0",
+              kFragmentFailed}},
+            {Message(4, Bytes(99)), {"3 Requesting fragment 1", kFragmentFailed}},
+            {Message(4, {}), {}},
+            {Message(5, Piece(2, 128, 5, 0, 1, {0})),
+             {"6 Received fragment with incorrect cookie value (128 != 129)",
+              "6 Stopping black box dump"}},
+            {Message(5, Piece(2, 129, 5, 0, 1, {0})), {"5 Ignoring unsupported sensor type 2"}},
+            {Message(5, Piece(255, 129, 5, 0, 1, {0})), {"5 Ignoring unsupported sensor type 255"}},
+            {Message(5, Piece(6, 129, 20, 99, 9, {0})),
+             {"6 Unexpected size of buffer for sensor 6 (Gyroscope): 20 % 16 != 0"}},
+            {Message(5, Piece(6, 129, 0xFFFFFFF0, 0, 1, {0})),
+             {"6 Refusing buffer for sensor 6 (Gyroscope): 4294967280 bytes make 4294967280, more "
+              "than the 268435456 for all sensors"}},
+            {Message(5, Piece(1, 129, 32, 32, 1, {0})),
+             {"6 Black box data out of bound. Sensor: 1 (Accelerometer). Buffer: 32 bytes. "
+              "Received: 32 - 33."}},
+            {Message(5, Piece(1, 129, 20, 32, 1, {0})),
+             {"6 Inconsistent total_bytes values in black box data received (Sensor: 1 "
+              "(Accelerometer), 32 -> 20)"}},
+            {Message(5, Piece(1, 129, 32, 0xFFFFFFF0, 0x20, {0})),
+             {"6 Black box data out of bound. Sensor: 1 (Accelerometer). Buffer: 32 bytes. "
+              "Received: 4294967280 - 16."}},
+            {Message(5, Piece(1, 129, 32, 31, 0xFFFFFFFF, Bytes(40))),
+             {"6 Black box data out of bound. Sensor: 1 (Accelerometer). Buffer: 32 bytes. "
+              "Received: 31 - 30."}},
+            {Message(5, Piece(1, 129, 32, 0, 32, Bytes(31))),
+             {"6 Incomplete black box data buffer received.  Sensor: 1 (Accelerometer).  Expecting "
+              "46, received 45."}},
+            {Message(5, Piece(1, 129, 32, 0, 0, {9})), {}},
+            {Message(5, Piece(1, 129, 32, 16, 8, Le(20) + Le(0x40000000) + Bytes(9))), {}},
+            {Message(5, Piece(1, 129, 32, 12, 8, Bytes(8))),
+             {"6 Duplicated byte received for sensor 1 (Accelerometer) at offset 16"}},
+            {Message(5, Piece(1, 129, 32, 0, 12, Le(10) + Le(0) + Le(0x80000000))), {}},
+            {Message(5, Piece(1, 129, 32, 24, 8, Le(0x3F800000) + Le(0xC0200000))),
+             {"4 Fully received black box data for sensor 1 (Accelerometer)"}},
+            {Message(5, Piece(10, 129, 0, 0, 1, {0})),
+             {"6 Black box data out of bound. Sensor: 10 (Barometer). Buffer: 0 bytes. Received: 0 "
+              "- 1."}},
+            {Message(5, Piece(8, 129, 16, 0, 1, {0})), {}},
+            {SnapshotReply(3, 129, {}),
+             {"4 Black box snapshot created (3 fragments, cookie = 129)", "3 Requesting fragment 2",
+              kFragmentFailed}},
+            {SnapshotReply(9, 129, {}),
+             {"4 Black box snapshot created (9 fragments, cookie = 129)", "3 Requesting fragment 3",
+              kFragmentFailed}},
+            {Message(4, {}), {}},  // the dump has been stopped
+            {Message(5, Piece(1, 0, 1, 0, 0, {})),
+             {"6 Received fragment with null message data, stopping black box dump"}},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.logs.empty() ? "(no log)" : one.logs[0]);
+        Feed(one.datagram);
+        EXPECT_EQ(NewLogs(), one.logs);
+    }
+    // Stopped, so nobody is waited for. The order of the sensors is the map's own.
+    const std::string text = Printed(3600s);
+    for (const char* block : {"*** Sensor 1 (Accelerometer) ***\n"
+                              "Time: 980000, Value: (0.000000, -0.000000, 0.000000)\n"
+                              "Time: 1000000, Value: (2.000000, 1.000000, -2.500000)\n",
+                              "Skipping Sensor 8 (Magnetometer): Incomplete buffer\n",
+                              "Skipping Sensor 10 (Barometer): No timestamp info\n"}) {
+        EXPECT_NE(text.find(block), std::string::npos) << text;
+    }
+    EXPECT_EQ(std::ranges::count(text, '\n'), 5) << text;
+}
+
+TEST_F(BlackBoxTest, ValuesAndTimesPrintLikePrintf) {
+    std::mt19937 random(1);
+    std::vector<uint32_t> values = {0x00000000, 0x80000000, 0x7F800000, 0xFF800000, 0x7FC00000,
+                                    0xFFC00000, 0x7F800001, 0x00000001, 0x807FFFFF, 0x7F7FFFFF,
+                                    0xFF7FFFFF, 0x35000000, 0x36000000, 0x5F000000, 0x5E7FFFFF,
+                                    0x4B7FFFFF, 0x3EFFFFFF, 0xB4800000};
+    while (values.size() < 30000) values.push_back(static_cast<uint32_t>(random()));
+    // Where a millionth counts.
+    while (values.size() < 60000)
+        values.push_back(static_cast<uint32_t>(0x30000000 + random() % 0x1B000000));
+
+    const struct {
+        uint8_t type;
+        const char* name;
+        size_t values;
+    } sensors[] = {{1, "Accelerometer", 3}, {6, "Gyroscope", 3},    {8, "Magnetometer", 3},
+                   {10, "Barometer", 1},    {200, "TiltToWake", 1}, {214, "RaiseToTalk", 1}};
+    for (const auto& sensor : sensors) {
+        SCOPED_TRACE(sensor.name);
+        Bytes records;
+        std::vector<uint32_t> deltas;
+        for (size_t i = 0; i < values.size(); i += sensor.values) {
+            deltas.push_back(static_cast<uint32_t>(random()) >> random() % 32);
+            records = std::move(records) + Le(deltas.back());
+            for (size_t v = 0; v < sensor.values; ++v)
+                records = std::move(records) + Le(values[i + v]);
+        }
+        constexpr uint64_t kNewest = 123456789;  // less than the deltas: times wrap
+        uint64_t time = kNewest;
+        for (const uint64_t delta : deltas) time -= delta * 1000;
+        std::string expected =
+                "*** Sensor " + std::to_string(sensor.type) + " (" + sensor.name + ") ***\n";
+        for (size_t i = 0; i < deltas.size(); ++i) {
+            time += uint64_t{deltas[i]} * 1000;
+            expected += "Time: " + std::to_string(time) + ", Value: ";
+            for (size_t v = 0; v < sensor.values; ++v) {
+                std::array<char, 64> value;
+                std::snprintf(value.data(), value.size(), "%.6f",
+                              double{std::bit_cast<float>(values[i * sensor.values + v])});
+                expected += (v > 0               ? ", "
+                             : sensor.values > 1 ? "("
+                                                 : "") +
+                            std::string(value.data());
+            }
+            expected += sensor.values > 1 ? ")\n" : "\n";
+        }
+        const std::string printed = PrintedRecords(sensor.type, kNewest, records);
+        EXPECT_TRUE(printed == expected);
+        const auto [at, wanted] = std::ranges::mismatch(printed, expected);
+        if (at != printed.end()) ADD_FAILURE() << std::string(at, printed.end()).substr(0, 99);
+    }
+}
+
+TEST_F(BlackBoxTest, WearIsReportedInPeriods) {
+    const auto wear = [this](const std::vector<std::pair<uint32_t, float>>& records) {
+        Bytes bytes;
+        for (const auto& [millis, value] : records) {
+            bytes = bytes + Le(millis) + Le(std::bit_cast<uint32_t>(value));
+        }
+        constexpr std::string_view kHeading = "*** Sensor 196 (LowLatencyOffBody) ***\n";
+        const std::string text = PrintedRecords(196, 200000000000, bytes);
+        EXPECT_TRUE(text.starts_with(kHeading)) << text;
+        return text.substr(kHeading.size());
+    };
+    EXPECT_EQ(wear({{0, 0}, {1000, 1}, {2000, 1}, {3000, 0}, {7, 0}}),
+              "Time: 194993000000, Time On Wrist: 5.000000s\n"
+              "Total Time On Wrist: 5.000000 seconds\n");
+    EXPECT_EQ(wear({{0, 1}, {1000, 1}}), "");
+    EXPECT_EQ(wear({{0, 1}, {0, 0}}), "Time: 200000000000, Time On Wrist: 0.000000s\n");
+    EXPECT_EQ(wear({{0, 0}, {5, 1.0000001F}, {5, 0.99999994F}, {5, -1}, {5, NAN}}), "");
+    // In double precision: 16777.217000, 100000.007000 and 116777.227000.
+    EXPECT_EQ(wear({{9, 1}, {16777217, 0}, {1, 1}, {3, NAN}, {1, 1}, {100000007, 2}, {4, 1}}),
+              "Time: 18446627496476551616, Time On Wrist: 16777.216797s\n"
+              "Time: 18446644273694551616, Time On Wrist: 0.003000s\n"
+              "Time: 18446644273698551616, Time On Wrist: 100000.007812s\n"
+              "Total Time On Wrist: 116777.226562 seconds\n");
+}
+
+TEST(BlackBoxBuffer, TakesEachByteOnceInAnyOrder) {
+    std::mt19937 random(2);
+    for (const uint32_t size : {0U, 1U, 32U, 63U, 64U, 65U, 1000U}) {
+        SensorBlackBoxBuffer buffer(1, size);
+        std::vector<std::optional<int8_t>> model(size);
+        while (!std::ranges::all_of(model, &std::optional<int8_t>::has_value)) {
+            ASSERT_FALSE(buffer.Done());
+            const auto offset = static_cast<uint32_t>(random() % size);
+            Bytes run(random() % std::min(size - offset, 150U) + 1);
+            std::ranges::generate(run, [&] { return static_cast<uint8_t>(random()); });
+            uint32_t expected = 0;
+            while (expected < run.size() && !model[offset + expected]) {
+                model[offset + expected] = static_cast<int8_t>(run[expected]);
+                ++expected;
+            }
+            if (run.size() == 1) {
+                ASSERT_EQ(buffer.AddByte(offset, static_cast<int8_t>(run[0])), expected == 1);
+            } else {
+                ASSERT_EQ(buffer.AddBytes(offset, run.data(), static_cast<uint32_t>(run.size())),
+                          expected);
+            }
+        }
+        EXPECT_TRUE(buffer.Done());
+        for (uint32_t i = 0; i < size; ++i) ASSERT_EQ(buffer.Buffer()[i], model[i]);
+    }
+}
+
+TEST_F(BlackBoxTest, MemoryIsBoundedAndAnnouncedBytesCostNothing) {
+    const auto resident = [] {
+        long total = 0;
+        long pages = 0;
+        std::ifstream("/proc/self/statm") >> total >> pages;
+        return pages * sysconf(_SC_PAGESIZE);
+    };
+    const long before = resident();
+    Feed(Message(5, Piece(1, 0, 200U << 20, 0, 1, {0})));
+    Feed(Message(5, Piece(10, 0, 56U << 20, 0, 1, {0})));
+    EXPECT_EQ(NewLogs(), Strings());
+    EXPECT_LT(resident() - before, 16 << 20);
+    Feed(Message(5, Piece(200, 0, 8, 0, 1, {0})));
+    EXPECT_EQ(NewLogs(), Strings({"6 Refusing buffer for sensor 200 (TiltToWake): 8 bytes make "
+                                  "268435464, more than the 268435456 for all sensors"}));
+    Feed(Message(5, Piece(196, 0, 0, 0, 1, {0})));
+    EXPECT_EQ(NewLogs().size(), 1U);  // nothing to hold, and out of bound
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    Restart();
+    rlimit limit{};
+    getrlimit(RLIMIT_AS, &limit);
+    const rlim_t most = std::exchange(limit.rlim_cur, rlim_t{64} << 20);
+    setrlimit(RLIMIT_AS, &limit);
+    Feed(Message(5, Piece(1, 0, 200U << 20, 0, 1, {0})));
+    limit.rlim_cur = most;
+    setrlimit(RLIMIT_AS, &limit);
+    EXPECT_EQ(NewLogs(), Strings({"6 Refusing buffer for sensor 1 (Accelerometer): no memory for "
+                                  "209715200 bytes"}));
+    EXPECT_EQ(Printed(), "");
+#endif
+}
+
+TEST_F(BlackBoxTest, ReadersMayBeSlowGoneOrStuck) {
+    Bytes records(3 << 20);
+    const std::string whole = "------ Sensor Black Box ------\n" + PrintedRecords(1, 1, records);
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    auto slow = std::async(std::launch::async, [in = ends[0]] {
+        std::string text;
+        std::array<char, 5000> some;
+        for (ssize_t got = 0; (got = read(in, some.data(), some.size())) > 0;) {
+            text.append(some.data(), static_cast<size_t>(got));
+        }
+        return text;
+    });
+    client_->PrintToFd(ends[1], 0s);
+    close(ends[1]);
+    EXPECT_TRUE(slow.get() == whole);
+    close(ends[0]);
+
+    std::signal(SIGPIPE, SIG_IGN);  // as the service does
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    patience_is_over = true;
+    client_->PrintToFd(ends[1], 0s);  // returns, though nobody reads
+    patience_is_over = false;
+    close(ends[0]);
+    client_->PrintToFd(ends[1], 0s);
+    close(ends[1]);
+    client_->PrintToFd(-1, 0s);
+    std::signal(SIGPIPE, SIG_DFL);
+}
+
+// The daemon's end of the link.
+class Hub {
+  public:
+    Hub() {
+        sockaddr_un address{AF_UNIX, "/dev/socket/chre"};
+        unlink(address.sun_path);
+        EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(listener_, 5), 0);
+    }
+    ~Hub() {
+        HangUp();
+        close(listener_);
+        unlink("/dev/socket/chre");
+    }
+
+    void Accept() { connection_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC); }
+    void HangUp() { close(std::exchange(connection_, -1)); }
+    bool Send(const Bytes& datagram) const {
+        return send(connection_, datagram.data(), datagram.size(), MSG_NOSIGNAL) > 0;
+    }
+
+    // The client's next message as text, checked for what all have in common.
+    std::string Receive() const {
+        Bytes datagram(4096);
+        const ssize_t size = recv(connection_, datagram.data(), datagram.size(), 0);
+        if (size <= 0) return "hung up";
+        flatbuffers::Verifier verifier(datagram.data(), static_cast<size_t>(size));
+        if (!verifier.VerifyBuffer<fbs::MessageContainer>(nullptr)) return "invalid";
+        const auto* const container = flatbuffers::GetRoot<fbs::MessageContainer>(datagram.data());
+        if (container->host_addr()->client_id() != 0) return "wrong address";
+        if (container->message_type() == fbs::ChreMessage::NanoappListRequest) return "list";
+        const auto* const message = container->message_as_NanoappMessage();
+        if (message == nullptr) return "unexpected";
+        if (message->app_id() != kNanoapp || message->host_endpoint() != kEndpoint ||
+            message->first_word() != ~0U || message->second_word() != ~0U ||
+            message->first_flag() || message->second_flag() || message->third_word() != 0) {
+            return "wrong envelope";
+        }
+        std::string text = std::to_string(message->message_type()) + ":";
+        for (const uint8_t byte : *message->message()) text += " " + std::to_string(byte);
+        return text;
+    }
+
+    // From the connection to the request for the snapshot, as far as it is told to go.
+    void UpToSnapshotRequest(uint32_t sensors) {
+        Accept();
+        EXPECT_EQ(Receive(), "list");
+        Send(List({{kNanoapp, true}}));
+        EXPECT_EQ(Receive(), "6:");
+        Send(Message(7, Le(sensors)));
+        EXPECT_EQ(Receive(), "1:");
+    }
+
+  private:
+    const int listener_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    int connection_ = -1;
+};
+
+// A client that a hub can reach.
+class Connected {
+  public:
+    Connected() : client_(SensorBlackBoxClient::start(kNanoapp, "chre")) {}
+    ~Connected() { client_->disconnect(); }
+    SensorBlackBoxClient* operator->() const { return client_.get(); }
+
+  private:
+    const android::sp<SensorBlackBoxClient> client_;
+};
+
+TEST(BlackBoxExchange, FetchesFragmentByFragmentAndWakesTheReader) {
+    for (const bool with_id : {false, true}) {
+        ThePlatform() = {};
+        if (with_id) ThePlatform().properties["dumpstate.last_id"] = "-2";
+        Hub hub;
+        const Connected client;
+        const Report report;
+        auto printing = std::async(std::launch::async, [&] {
+            client->PrintToFd(report.fd(), std::chrono::seconds::max());
+        });
+        hub.Accept();
+        EXPECT_EQ(hub.Receive(), "list");
+        hub.Send(List({{kNanoapp, true}}));
+        EXPECT_EQ(hub.Receive(), "6:");
+        hub.Send(Message(7, Le(2)));
+        EXPECT_EQ(hub.Receive(), with_id ? "1: 254 255 255 255" : "1:");
+        hub.Send(SnapshotReply(3, 77, {{10, 50000}, {200, 60000}}));
+        EXPECT_EQ(hub.Receive(), "3: 0 0 0 0 1 0 0 0");
+        hub.Send(Message(5, Piece(10, 77, 8, 4, 4, Le(0x3F800000))));
+        hub.Send(Message(4, {}));
+        EXPECT_EQ(hub.Receive(), "3: 1 0 0 0 1 0 0 0");
+        hub.Send(Message(5, Piece(10, 77, 8, 0, 4, Le(7))));
+        // The daemon starts anew: listed and counted again, but it is the same snapshot.
+        hub.HangUp();
+        hub.Accept();
+        EXPECT_EQ(hub.Receive(), "list");
+        hub.Send(List({{kNanoapp, true}}));
+        EXPECT_EQ(hub.Receive(), "6:");
+        hub.Send(Message(7, Le(1)));
+        hub.Send(Message(4, {}));
+        EXPECT_EQ(hub.Receive(), "3: 2 0 0 0 1 0 0 0");
+        hub.Send(Message(4, {}));
+        EXPECT_EQ(printing.wait_for(0s), std::future_status::timeout);
+        // The last missing byte of the last sensor, with one too many behind it.
+        hub.Send(Message(5, Piece(200, 77, 8, 1, 7, Le(0, 3) + Le(0x40000000))));
+        hub.Send(Message(5, Piece(200, 77, 8, 0, 2, {3, 0})));
+        printing.get();
+        const std::string text = report.Text();
+        EXPECT_NE(text.find("*** Sensor 10 (Barometer) ***\nTime: 50000, Value: 1.000000\n"),
+                  std::string::npos)
+                << text;
+        EXPECT_NE(text.find("*** Sensor 200 (TiltToWake) ***\nTime: 60000, Value: 2.000000\n"),
+                  std::string::npos)
+                << text;
+    }
+}
+
+TEST(BlackBoxExchange, AStoppedDumpWakesTheReaderAndALateOneIsNotWaitedFor) {
+    for (const Bytes& stop : {Message(5, Piece(1, 9, 16, 0, 1, {0})), Message(5, {})}) {
+        ThePlatform() = {};
+        Hub hub;
+        const Connected client;
+        const Report report;
+        auto printing =
+                std::async(std::launch::async, [&] { client->PrintToFd(report.fd(), 3600s); });
+        hub.UpToSnapshotRequest(1);
+        hub.Send(SnapshotReply(2, 8, {}));
+        EXPECT_EQ(hub.Receive(), "3: 0 0 0 0 1 0 0 0");
+        hub.Send(stop);
+        printing.get();
+        client->PrintToFd(report.fd(), 3600s);
+        hub.Send(Message(4, {}));
+        hub.Send(Message(99, {}));
+        EXPECT_TRUE(
+                WaitForLog("5 tev-dumpstate Ignoring unsupported message type 99 from black box"));
+        EXPECT_EQ(LogsOf("tev-dumpstate").back().find("Requesting fragment 1"), std::string::npos);
+    }
+    // Without a hub the time-out ends the wait; without a time-out there is none.
+    const Connected client;
+    const Report report;
+    const auto start = std::chrono::steady_clock::now();
+    client->PrintToFd(report.fd(), 1s);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 1s);
+    client->PrintToFd(report.fd(), 0s);
+    client->PrintToFd(report.fd(), std::chrono::seconds::min());
+    EXPECT_EQ(report.Text(),
+              "------ Sensor Black Box ------\n------ Sensor Black Box ------\n"
+              "------ Sensor Black Box ------\n");
+}
+
+TEST(BlackBoxExchange, EndsFromEveryState) {
+    const ProcessCensus census;
+    ThePlatform() = {};
+    EXPECT_EQ(SensorBlackBoxClient::start(kNanoapp, std::string(64, 'x').c_str()).get(), nullptr);
+    EXPECT_TRUE(WaitForLog("6 tev-dumpstate Couldn't connect to CHRE socket"));
+    { const Connected client; }
+    for (const bool flooding : {false, true}) {
+        ThePlatform() = {};
+        Hub hub;
+        std::thread flood;
+        {
+            const Connected client;
+            hub.UpToSnapshotRequest(7);
+            // A snapshot under way, from a hub that sends for ever and reads nothing.
+            hub.Send(SnapshotReply(~0U, 1, {}));
+            if (flooding) {
+                flood = std::thread([&] {
+                    while (hub.Send(Message(4, {})) &&
+                           hub.Send(Message(5, Piece(1, 1, 1 << 20, 0, 9, Bytes(9))))) {
+                    }
+                });
+                EXPECT_TRUE(WaitForLog("3 tev-dumpstate Requesting fragment 500"));
+            }
+            const Report report;
+            client->PrintToFd(report.fd(), 0s);
+        }
+        if (flooding) flood.join();
+    }
+    EXPECT_EQ(census.Newcomers(), "");
+}
+
+TEST(SensorHub, WritesItsSectionInOrder) {
+    ThePlatform() = {};
+    ThePlatform().echo_titles = true;
+    const Report report;
+    const ProcessCensus census;
+    {
+        Hub hub;
+        auto answers = std::async(std::launch::async, [&] {
+            hub.UpToSnapshotRequest(1);
+            hub.Send(SnapshotReply(1, 1, {{214, 5000}}));
+            hub.Send(Message(5, Piece(214, 1, 8, 0, 8, Le(1) + Le(0xBF000000))));
+            EXPECT_EQ(hub.Receive(), "3: 0 0 0 0 1 0 0 0");
+            EXPECT_EQ(hub.Receive(), "hung up");
+        });
+        dump(report.fd());
+        answers.get();
+    }
+    EXPECT_EQ(census.Newcomers(), "");
+    const std::string rule(55, '-');
+    const std::string after_black_box =
+            rule + "\n------------------- USF Stats (1/2) -------------------\n" + rule +
+            "\n\n[USF stat]\n" + rule +
+            "\n------------------- USF Stats (2/2) -------------------\n" + rule +
+            "\n\n[USF stat]\n[TEV Metrics]\n[Register dump for IMU]\n[Register dump for ALS]\n"
+            "[Register dump for MAG]\n[Register dump for BARO]\n[Register dump for AFE]\n"
+            "[USF registry dump]\n";
+    EXPECT_EQ(report.Text(),
+              "[FLUSH DLS]\n------ Sensor Black Box ------\n"
+              "*** Sensor 214 (RaiseToTalk) ***\nTime: 5000, Value: -0.500000\n" +
+                      after_black_box);
+    Strings expected = {"command\tFLUSH DLS\t3\t/vendor/bin/tev\tDebugLogServiceFlush",
+                        "command\tUSF stat\t3\t/vendor/bin/usf_stats\tget\t-a",
+                        "sleep 2",
+                        "sleep 1",
+                        "command\tUSF stat\t3\t/vendor/bin/usf_stats\tget\t-a",
+                        "command\tTEV Metrics\t3\t/vendor/bin/tev\tGetMetrics"};
+    for (const auto& [name, sensor] : std::initializer_list<std::pair<std::string, std::string>>{
+                 {"IMU", "1"}, {"ALS", "9"}, {"MAG", "6"}, {"BARO", "4"}, {"AFE", "37"}}) {
+        expected.push_back("command\tRegister dump for " + name +
+                           "\t1\t/vendor/bin/sensor_test\t--api\tusf\tregister_dump\t-s\t" +
+                           sensor);
+    }
+    expected.emplace_back(
+            "command\tUSF registry dump\tdefault\t/vendor/bin/usf_reg_edit\tsave\t-\t/");
+    EXPECT_EQ(ThePlatform().requests, expected);
+    EXPECT_STREQ(getMcuLogDataPath(), "/data/vendor/log/mcu");
+
+    ThePlatform().requests.clear();
+    const Report without;
+    no_threads = true;
+    dump(without.fd());
+    no_threads = false;
+    EXPECT_EQ(without.Text(),
+              "[FLUSH DLS]\n*** no sensor black box: the connection to the context "
+              "hub (socket \"chre\") could not be begun, see the system log\n" +
+                      after_black_box);
+    EXPECT_EQ(ThePlatform().requests, expected);
+}
+
+}  // namespace
+}  // namespace tev::dumpstate
