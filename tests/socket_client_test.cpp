@@ -278,11 +278,15 @@ TEST_F(SocketClientTest, DatagramsPassWholeAndInOrder) {
 }
 
 TEST_F(SocketClientTest, DescriptorsAreAsAgreed) {
+    const int least = dup(0);  // the first free one before and after: the client's are between
+    close(least);
     Connect();
+    daemon_.Send("watched");  // what is received shows that the socket is waited for by now
+    ASSERT_EQ(events_.Next(), "message watched");
     int sockets = 0;
     int epolls = 0;
-    const int most = dup(0);  // the next free one: the client's are below
-    for (int fd = 3; fd < most; ++fd) {
+    const int most = dup(0);
+    for (int fd = least; fd < most; ++fd) {
         const int flags = fcntl(fd, F_GETFD);
         EXPECT_TRUE(flags == FD_CLOEXEC) << fd;
         std::ifstream info("/proc/self/fdinfo/" + std::to_string(fd));
