@@ -1,5 +1,4 @@
-#include <poll.h>
-
+#include <chrono>
 #include <cstdio>
 #include <optional>
 
@@ -9,6 +8,7 @@
 #include "section.h"
 #include "sensor_hub.h"
 #include "staging.h"
+#include "write_alarm.h"
 
 namespace aidl::android::hardware::dumpstate {
 namespace {
@@ -34,14 +34,13 @@ constexpr Entry kStorageAndWlan[] = {
         File("WLAN FW Log Symbol Table", "/vendor/firmware/Data.msc"),
 };
 
-// A reader that takes nothing must not hold the report for ever: this line is the only write here
-// that no primitive bounds.
+// This line is the only write here that no primitive bounds, and a reader that takes nothing must
+// not hold the report for ever.
 void writeVerboseLine(int fd, bool enabled) {
-    constexpr int kPatienceMillis = 5000;
-    pollfd writable{fd, POLLOUT, 0};
-    if (poll(&writable, 1, kPatienceMillis) > 0) {
-        dprintf(fd, "verbose logging: %s\n", enabled ? "enabled" : "disabled");
-    }
+    constexpr std::chrono::seconds kReaderPatience{5};
+    WriteAlarm alarm;
+    alarm.Set(kReaderPatience);
+    dprintf(fd, "verbose logging: %s\n", enabled ? "enabled" : "disabled");
 }
 
 // One call's report in the making.
@@ -114,7 +113,8 @@ ndk::ScopedAStatus Dumpstate::dumpstateBoardImpl(
         const std::vector<ndk::ScopedFileDescriptor>& fds) {
     Report report{
             *this, fds[0].get(), fds.size() < 2 ? std::nullopt : std::optional(fds[1].get()), {}};
-    writeVerboseLine(report.fd, getVerboseLoggingEnabledImpl());
+    protect("verbose logging",
+            [&] { writeVerboseLine(report.fd, getVerboseLoggingEnabledImpl()); });
     for (const Step& step : kSteps) {
         protect(step.name, [&] { step.run(report); });
     }

@@ -114,6 +114,7 @@ TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
             {"boardreport -o /none/file", 1,
              "cannot write /none/file: No such file or directory; -o and -b choose other files"},
             {"boardreport -o /tmp", 1, "cannot write /tmp: Is a directory"},
+            {"boardreport -o same -b ./same", 1, "can't both go to same"},
             {"boardreport --mode x", 2, "--mode"},
             {"boardreport --nonsense", 2, "--nonsense"},
             {"boardreport verbose", 2, "STATE"},

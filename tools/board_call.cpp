@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <system_error>
@@ -113,6 +114,10 @@ class BoardCall {
 
     // "" or the sentence for what keeps the call from being made.
     std::string Start() {
+        if (bundle_ && SameFile(report_.file(), bundle_->file())) {
+            return "the report and the bundle can't both go to " + report_.file().path() +
+                   "; -o and -b choose other files";
+        }
         std::string sentence = report_.Open();
         if (sentence.empty() && bundle_) sentence = bundle_->Open();
         if (sentence.empty()) sentence = client_.Connect();
@@ -163,6 +168,12 @@ class BoardCall {
   private:
     bool ReceivingSomething() const {
         return report_.file().error() == 0 || (bundle_ && bundle_->file().error() == 0);
+    }
+
+    static bool SameFile(const OutputFile& one, const OutputFile& other) {
+        std::error_code neither;
+        return std::filesystem::is_regular_file(one.path(), neither) &&
+               std::filesystem::equivalent(one.path(), other.path(), neither);
     }
 
     void Wait() {
