@@ -4,7 +4,11 @@
 //   0      a datagram as it stands
 //   1      a list of nanoapps: for each, bit 0 of a byte makes it the black box, bit 1 enables it
 //   2      the report is printed in between
-//   others a message of the black box of type kind - 2, with the bytes as its payload
+//   3      a piece of a sensor's data, in numbers that are likely to fit each other: a byte each
+//   for
+//          which sensor, cookie, total size, offset and length, the last three being 0 to 63 or
+//          among the 64 highest, and a length of 0 being that of the data; then the data
+//   others a message of the black box of type kind - 3, with the bytes as its payload
 
 #include <android/log.h>
 #include <sys/mman.h>
@@ -36,6 +40,12 @@ int __android_log_print(int priority, const char* tag, const char* format, ...) 
     return result;
 }
 
+// What the hub only announces may be refused, as on a device that has no memory for it; a quarter
+// of a gigabyte under the sanitizer takes a second.
+extern "C" const char* __asan_default_options() {
+    return "max_allocation_size_mb=32:allocator_may_return_null=1";
+}
+
 namespace {
 
 namespace fbs = chre::fbs;
@@ -45,7 +55,7 @@ using tev::dumpstate::SensorBlackBoxClient;
 constexpr uint64_t kBlackBox = 0x4E6F727665001025;
 constexpr uint16_t kEveryHostEndpoint = 0xFFFF;
 
-enum Kind : uint8_t { kDatagram, kNanoappList, kPrint };
+enum Kind : uint8_t { kDatagram, kNanoappList, kPrint, kPiece };
 
 void Receive(SensorBlackBoxClient& client, const uint8_t* data, size_t size) {
     // A copy of its own: reading past it shows, and it is aligned as the receive buffer is.
@@ -73,6 +83,24 @@ void ReceiveNanoappMessage(SensorBlackBoxClient& client, uint32_t type,
                                                    payload.data(), payload.size(), 0, 0, false,
                                                    false, 0);
     Receive(client, builder.GetBufferPointer(), builder.GetSize());
+}
+
+void ReceivePiece(SensorBlackBoxClient& client, FuzzInput piece) {
+    constexpr uint8_t kSensors[] = {1, 6, 8, 10, 196, 200, 214, 2};
+    constexpr uint32_t kFragmentData = 5;
+    std::vector<uint8_t> payload{kSensors[piece.Byte() % sizeof kSensors], piece.Byte()};
+    const uint8_t numbers[] = {piece.Byte(), piece.Byte(), piece.Byte()};
+    const std::span<const uint8_t> data = piece.Bytes(SIZE_MAX);
+    for (const uint8_t& number : numbers) {
+        const bool high = number >= 0xC0;
+        const bool as_is = &number == &numbers[2] && number == 0;
+        payload.push_back(high    ? number
+                          : as_is ? static_cast<uint8_t>(data.size())
+                                  : number & 0x3F);
+        payload.insert(payload.end(), 3, high ? 0xFF : 0);
+    }
+    payload.insert(payload.end(), data.begin(), data.end());
+    ReceiveNanoappMessage(client, kFragmentData, payload);
 }
 
 // What is printed is whole lines of plain text, whatever the hub has sent.
@@ -107,8 +135,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             case kPrint:
                 Print(*client);
                 break;
+            case kPiece:
+                ReceivePiece(*client, FuzzInput(bytes.data(), bytes.size()));
+                break;
             default:
-                ReceiveNanoappMessage(*client, uint32_t{kind} - kPrint, bytes);
+                ReceiveNanoappMessage(*client, uint32_t{kind} - kPiece, bytes);
         }
     }
     Print(*client);
