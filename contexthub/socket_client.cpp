@@ -258,6 +258,8 @@ void SocketClient::receiveThread() {
     receiveThreadId_ = std::this_thread::get_id();
     while (!shuttingDown_ && (socket_ != -1 || reconnect()) && receiveWhileConnected()) {
     }
+    // Connected by doConnect(), and told to end before this thread came to it.
+    if (socket_ != -1) closeSocket();
     if (!shuttingDown_) callbacks_->onConnectionAbandoned();
     callbacks_.clear();
 }

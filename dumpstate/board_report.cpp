@@ -1,13 +1,29 @@
-#include <poll.h>
-
+#include <chrono>
 #include <cstdio>
+#include <optional>
 
 #include "dumpstate.h"
+#include "modem_capture.h"
 #include "protect.h"
 #include "section.h"
+#include "sensor_hub.h"
+#include "staging.h"
+#include "write_alarm.h"
 
 namespace aidl::android::hardware::dumpstate {
 namespace {
+
+enum DevelopmentGroup { kTzLog = 1 };
+
+constexpr Entry CopyToStaging(const char* title, const char* source, int development_group) {
+    return Command(title, {"/vendor/bin/cp", "-r", source, kStagingDirectory}, 10,
+                   development_group);
+}
+
+constexpr Entry kStaging[] = {
+        Command("RM DUMPSTATE BIN DIR", {"/vendor/bin/rm", "-r", kStagingDirectory}, 2),
+        Command("MKDIR DUMPSTATE BIN DIR", {"/vendor/bin/mkdir", "-p", kStagingDirectory}, 2),
+};
 
 constexpr Entry kProperties[] = {Command("VENDOR PROPERTIES", {"/vendor/bin/getprop"})};
 
@@ -18,42 +34,90 @@ constexpr Entry kStorageAndWlan[] = {
         File("WLAN FW Log Symbol Table", "/vendor/firmware/Data.msc"),
 };
 
-// A reader that takes nothing must not hold the report for ever: this line is the only write here
-// that no primitive bounds.
+// This line is the only write here that no primitive bounds, and a reader that takes nothing must
+// not hold the report for ever.
 void writeVerboseLine(int fd, bool enabled) {
-    constexpr int kPatienceMillis = 5000;
-    pollfd writable{fd, POLLOUT, 0};
-    if (poll(&writable, 1, kPatienceMillis) > 0) {
-        dprintf(fd, "verbose logging: %s\n", enabled ? "enabled" : "disabled");
-    }
+    constexpr std::chrono::seconds kReaderPatience{5};
+    WriteAlarm alarm;
+    alarm.Set(kReaderPatience);
+    dprintf(fd, "verbose logging: %s\n", enabled ? "enabled" : "disabled");
 }
 
-struct Section {
-    const char* name;
-    void (*dump)(Dumpstate& dumpstate, int fd);
+// One call's report in the making.
+struct Report {
+    Dumpstate& dumpstate;
+    const int fd;
+    const std::optional<int> bundle_fd;  // none when the caller passed no second descriptor
+    ModemCapture capture;
+
+    bool HasBundle() const { return bundle_fd && *bundle_fd >= 1; }
 };
 
-constexpr Section kSections[] = {
-        {"properties", [](Dumpstate&, int fd) { dumpEntries(fd, kProperties); }},
-        {"touch", [](Dumpstate& dumpstate, int fd) { dumpstate.dumpTouch(fd); }},
-        {"interrupts", [](Dumpstate& dumpstate, int fd) { dumpstate.dumpInterrupts(fd); }},
-        {"power", [](Dumpstate& dumpstate, int fd) { dumpstate.dumpPowerSection(fd); }},
-        {"extcon", [](Dumpstate& dumpstate, int fd) { dumpstate.dumpExtconStates(fd); }},
-        {"velora", [](Dumpstate& dumpstate, int fd) { dumpstate.dumpVelora(fd); }},
-        {"sleep", [](Dumpstate& dumpstate, int fd) { dumpstate.dumpSleepStats(fd); }},
-        {"bootloader", [](Dumpstate& dumpstate, int fd) { dumpstate.dumpBldrLog(fd); }},
-        {"storage and wlan", [](Dumpstate&, int fd) { dumpEntries(fd, kStorageAndWlan); }},
-        {"modem", [](Dumpstate& dumpstate, int fd) { dumpstate.dumpModem(fd); }},
+void stage(Report& report) {
+    if (!report.bundle_fd) return;
+    dumpEntries(report.fd, kStaging);
+    // Asked anew: the setting may have changed while the directories were made. A capture that no
+    // bundle will hold isn't begun: it would stop the modem's logger and keep the caller waiting
+    // for nothing.
+    bool verbose = false;
+    report.dumpstate.getVerboseLoggingEnabled(&verbose);
+    if (verbose && report.HasBundle()) report.capture.Start();
+}
+
+void bundle(Report& report) {
+    if (!report.HasBundle()) return;
+    const Entry copies[] = {
+            CopyToStaging("CP MCU LOG", tev::dumpstate::getMcuLogDataPath(), Entry::kEveryBuild),
+            CopyToStaging("CP TZ LOG", "/data/vendor/log/tz", kTzLog),
+    };
+    dumpEntries(report.fd, copies);
+    report.capture.Join();
+    report.dumpstate.createDumpstateBin(report.fd, *report.bundle_fd);
+}
+
+template <void (Dumpstate::*dump)(int fd)>
+void section(Report& report) {
+    (report.dumpstate.*dump)(report.fd);
+}
+
+template <auto& entries>
+void list(Report& report) {
+    dumpEntries(report.fd, entries);
+}
+
+struct Step {
+    const char* name;  // in the system log, should the step fail as a whole
+    void (*run)(Report& report);
+};
+
+constexpr Step kSteps[] = {
+        {"staging", stage},
+        {"properties", list<kProperties>},
+        {"bluetooth", section<&Dumpstate::dumpBluetooth>},
+        {"sensor hub", [](Report& report) { tev::dumpstate::dump(report.fd); }},
+        {"ramoops", section<&Dumpstate::dumpRamoops>},
+        {"bundle", bundle},
+        {"touch", section<&Dumpstate::dumpTouch>},
+        {"interrupts", section<&Dumpstate::dumpInterrupts>},
+        {"power", section<&Dumpstate::dumpPowerSection>},
+        {"extcon", section<&Dumpstate::dumpExtconStates>},
+        {"velora", section<&Dumpstate::dumpVelora>},
+        {"sleep", section<&Dumpstate::dumpSleepStats>},
+        {"bootloader", section<&Dumpstate::dumpBldrLog>},
+        {"storage and wlan", list<kStorageAndWlan>},
+        {"modem", section<&Dumpstate::dumpModem>},
 };
 
 }  // namespace
 
 ndk::ScopedAStatus Dumpstate::dumpstateBoardImpl(
         const std::vector<ndk::ScopedFileDescriptor>& fds) {
-    const int fd = fds[0].get();
-    writeVerboseLine(fd, getVerboseLoggingEnabledImpl());
-    for (const Section& section : kSections) {
-        protect(section.name, [&] { section.dump(*this, fd); });
+    Report report{
+            *this, fds[0].get(), fds.size() < 2 ? std::nullopt : std::optional(fds[1].get()), {}};
+    protect("verbose logging",
+            [&] { writeVerboseLine(report.fd, getVerboseLoggingEnabledImpl()); });
+    for (const Step& step : kSteps) {
+        protect(step.name, [&] { step.run(report); });
     }
     return ndk::ScopedAStatus::ok();
 }

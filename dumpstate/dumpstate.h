@@ -23,6 +23,8 @@ class Dumpstate : public BnDumpstateDevice {
 
     // The sections of the report, each with its entries in their fixed order. None closes fd, none
     // fails the report.
+    void dumpBluetooth(int fd);
+    void dumpRamoops(int fd);
     void dumpTouch(int fd);
     void dumpInterrupts(int fd);
     void dumpPowerSection(int fd);
@@ -31,6 +33,11 @@ class Dumpstate : public BnDumpstateDevice {
     void dumpSleepStats(int fd);
     void dumpBldrLog(int fd);
     void dumpModem(int fd);
+
+    // Packs the staging directory, streams the archive to bundle_fd and removes the temporary
+    // folder, whatever failed. Nobody may be writing into it any more. What the commands print goes
+    // to fd; failures are told there and in the system log.
+    void createDumpstateBin(int fd, int bundle_fd);
 
   private:
     bool getVerboseLoggingEnabledImpl();

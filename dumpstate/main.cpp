@@ -12,9 +12,10 @@
 using aidl::android::hardware::dumpstate::Dumpstate;
 
 int main() {
-    // Whoever reads a report may go away in the middle of it, and the hub's daemon in the middle of
-    // a message. Both are failed writes here, never the end of the process.
+    // A reader that goes away in mid-report is a failed write, never the end of the process. And
+    // how a command ended is for this process to ask, whatever it has inherited.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGCHLD, SIG_DFL);
 
     // Reports share the staging directory and the modem's logger, and neither is locked: with no
     // threads beside this one, a second call is served after the first and two reports never
@@ -27,8 +28,7 @@ int main() {
             AServiceManager_registerLazyService(service->asBinder().get(), instance.c_str());
 
     // A service that nobody can call is no service: a name that is taken, or no service manager to
-    // give it out, ends the process here. Whoever starts services sees that, with the status in the
-    // log, and can start another.
+    // give it out, ends the process here, with the status in the log.
     CHECK_EQ(status, STATUS_OK);
 
     ABinderProcess_joinThreadPool();

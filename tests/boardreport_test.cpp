@@ -62,13 +62,42 @@ TEST_F(BoardreportTest, ShowsEachSectionAndKeepsTheReport) {
             result.output,
             std::regex(
                     R"(^ +\d+\.\d{3} s  VENDOR PROPERTIES\n( +\d+\.\d{3} s  .*\n)+)"
-                    R"(36 sections, 1 failed or timed out; [\d.]+ KiB in report.txt; [\d.]+ s\n$)")))
+                    R"(48 sections, 1 failed or timed out; [\d.]+ KiB in report.txt; [\d.]+ s\n$)")))
             << result.output;
     EXPECT_NE(result.output.find("sw5100_bms: cannot open /sys"), std::string::npos);
     EXPECT_TRUE(ReadFile("/tmp/out/report.txt").starts_with("verbose logging: disabled\n------ "));
     EXPECT_EQ(Shell("boardreport verbose on && boardreport verbose show; boardreport verbose off")
                       .output,
               "verbose logging: enabled\nverbose logging: enabled\nverbose logging: disabled\n");
+}
+
+TEST_F(BoardreportTest, ChecksThatTheBundleIsWhole) {
+    const Result whole = Shell("boardreport && tar tf bundle.tar | grep -c btsnoop");
+    EXPECT_EQ(whole.status, 0) << whole.output;
+    EXPECT_TRUE(std::regex_search(
+            whole.output,
+            std::regex(R"(in report.txt, [\d.]+ KiB in bundle.tar; [\d.]+ s\n14\n$)")))
+            << whole.output;
+
+    // Cut within a member, between two members, and before its first byte.
+    const fs::path tar = "/vendor/bin/tar";
+    const std::string archive = "/data/vendor/log/dumpstate/combined.tar";
+    fs::rename(tar, "/tmp/tar");
+    const struct {
+        const char* script;
+        const char* sentence;
+    } cuts[] = {{"/tmp/tar \"$@\"; truncate -s 5000 ", "the bundle is not whole: "},
+                {"cd /; /tmp/tar \"$@\"; truncate -s -1024 ", "the bundle is not whole: "},
+                {"exit 1 ", "the service sent no bundle"}};
+    for (const auto& cut : cuts) {
+        std::ofstream(tar) << "#!/vendor/bin/sh\n" << cut.script << archive << "\n";
+        fs::permissions(tar, fs::perms::all);
+        const Result result = Shell("boardreport");
+        EXPECT_EQ(result.status, 1);
+        EXPECT_NE(result.output.find(cut.sentence), std::string::npos) << result.output;
+        fs::remove(tar);
+    }
+    fs::rename("/tmp/tar", tar);
 }
 
 TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
@@ -85,6 +114,7 @@ TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
             {"boardreport -o /none/file", 1,
              "cannot write /none/file: No such file or directory; -o and -b choose other files"},
             {"boardreport -o /tmp", 1, "cannot write /tmp: Is a directory"},
+            {"boardreport -o same -b ./same", 1, "can't both go to same"},
             {"boardreport --mode x", 2, "--mode"},
             {"boardreport --nonsense", 2, "--nonsense"},
             {"boardreport verbose", 2, "STATE"},

@@ -6,10 +6,10 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
+#include "expected_report.h"
 #include "recording_platform.h"
 
 namespace aidl::android::hardware::dumpstate {
@@ -18,34 +18,9 @@ namespace {
 using Mode = IDumpstateDevice::DumpstateMode;
 
 std::string ReadAll(int fd) {
-    std::string text(4096, '\0');
-    const ssize_t size = pread(fd, text.data(), text.size(), 0);
-    text.resize(size > 0 ? static_cast<size_t>(size) : 0);
+    std::string text(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(fd, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
     return text;
-}
-
-// The requests of a whole report, from a table that was written down apart from the code: the rows'
-// first column names the group of rows that user builds leave out.
-std::vector<std::string> ExpectedRequests(bool user, const std::string& without = "") {
-    std::vector<std::string> requests;
-    std::ifstream table(TEST_DATA "/board_report.tsv");
-    std::string group;
-    for (std::string row; std::getline(table, row);) {
-        const std::string guard = row.substr(0, row.find('\t'));
-        std::string request = row.substr(row.find('\t') + 1);
-        std::istringstream cells(request);
-        std::string title;
-        std::string kind;
-        std::string rest;
-        std::getline(cells, title, '\t');
-        std::getline(cells, kind, '\t');
-        std::getline(cells, rest);
-        if (title == without) continue;
-        if (guard != "-" && guard != group) requests.emplace_back("build type?");
-        group = guard;
-        if (guard == "-" || !user) requests.push_back(kind + "\t" + title + "\t" + rest);
-    }
-    return requests;
 }
 
 class DumpstateTest : public testing::Test {
@@ -60,19 +35,36 @@ class DumpstateTest : public testing::Test {
         return status;
     }
 
+    // Whether the modem's logs have been captured, to the end.
+    static bool Captured() {
+        return std::ranges::count(ThePlatform().logs, "3 - dumpModemThread finished\n") == 1;
+    }
+
+    // Without those that copy logs for a bundle.
+    static std::vector<std::string> ReportRequests() {
+        std::vector<std::string> requests = ThePlatform().requests;
+        std::erase_if(requests, [](const auto& one) { return one.starts_with("stdout "); });
+        return requests;
+    }
+
     const std::shared_ptr<Dumpstate> service_ = ndk::SharedRefBase::make<Dumpstate>();
     const ndk::ScopedFileDescriptor report_{memfd_create("report", MFD_CLOEXEC)};
+    const ndk::ScopedFileDescriptor bundle_{memfd_create("bundle", MFD_CLOEXEC)};
 };
 
 TEST_F(DumpstateTest, EveryEntryInItsOrderWithItsGuardAndTimeout) {
     for (const char* type : {"userdebug", "user", ""}) {
-        SCOPED_TRACE(type);
-        ThePlatform() = {};
-        ThePlatform().properties = {{"ro.build.type", type},
-                                    {"ro.vendor.touch.dump_path", "/touch/from/property"}};
-        EXPECT_TRUE(Call({report_.get()}).isOk());
-        EXPECT_EQ(ThePlatform().requests, ExpectedRequests(std::string(type) == "user"));
-        for (const int fd : ThePlatform().descriptors) EXPECT_EQ(fd, report_.get());
+        for (const bool bundle : {false, true}) {
+            SCOPED_TRACE(std::string(type) + (bundle ? " with bundle" : ""));
+            ThePlatform() = {};
+            ThePlatform().properties = {{"ro.build.type", type},
+                                        {"ro.vendor.touch.dump_path", "/touch/from/property"}};
+            std::vector<int> fds{report_.get()};
+            if (bundle) fds.push_back(bundle_.get());
+            EXPECT_TRUE(Call(fds).isOk());
+            EXPECT_EQ(ReportRequests(), ExpectedRequests(std::string(type) == "user", bundle));
+            for (const int fd : ThePlatform().descriptors) EXPECT_EQ(fd, report_.get());
+        }
     }
 }
 
@@ -82,16 +74,51 @@ TEST_F(DumpstateTest, SleepStatisticsNeedTheirDirectoryAndTouchNoProperty) {
     EXPECT_TRUE(Call({report_.get()}).isOk());
     std::filesystem::rename("/d/hidden", stats);
 
-    auto expected = ExpectedRequests(false, "Sleep Stats");
-    expected[1] = "file\tTouch Stats\t-\t";
-    EXPECT_EQ(ThePlatform().requests, expected);
+    std::vector<std::string> expected = ExpectedRequests(false, false);
+    std::erase_if(expected, [](const std::string& request) {
+        return request.starts_with("command\tSleep Stats\t");
+    });
+    std::ranges::replace(expected, "file\tTouch Stats\t-\t/touch/from/property",
+                         "file\tTouch Stats\t-\t");
+    EXPECT_EQ(ReportRequests(), expected);
 }
 
-TEST_F(DumpstateTest, FirstLineTellsTheVerboseSetting) {
-    EXPECT_TRUE(Call({report_.get()}).isOk());
-    ThePlatform().properties["persist.vendor.verbose_logging_enabled"] = "true";
-    EXPECT_TRUE(Call({report_.get()}).isOk());
-    EXPECT_EQ(ReadAll(report_.get()), "verbose logging: disabled\nverbose logging: enabled\n");
+// A second descriptor that is none is no bundle, but the staging directory is made all the same.
+TEST_F(DumpstateTest, UnusableSecondDescriptorMakesNoBundle) {
+    ThePlatform().properties = {{"persist.vendor.verbose_logging_enabled", "true"},
+                                {"ro.vendor.touch.dump_path", "/touch/from/property"}};
+    std::vector<std::string> expected = ExpectedRequests(false, false);
+    const auto all = ExpectedRequests(false, true);
+    expected.insert(expected.begin(), all.begin(), all.begin() + 2);
+    for (const int second : {-1, 0}) {
+        ThePlatform().requests.clear();
+        EXPECT_TRUE(Call({report_.get(), second}).isOk());
+        EXPECT_EQ(ReportRequests(), expected);
+        EXPECT_FALSE(Captured());
+    }
+}
+
+// The first line shows what was set when the report began; the modem's logs are captured if it is
+// set once the staging directory is there.
+TEST_F(DumpstateTest, VerboseSettingIsReadTwice) {
+    static constexpr char kVerbose[] = "persist.vendor.verbose_logging_enabled";
+    for (const char* first : {"false", "true"}) {
+        ThePlatform() = {};
+        ThePlatform().properties[kVerbose] = first;
+        ThePlatform().on_command = [](const std::string& title) {
+            std::string& value = ThePlatform().properties[kVerbose];
+            if (title == "MKDIR DUMPSTATE BIN DIR" && ThePlatform().requests.size() == 2) {
+                value = value == "true" ? "false" : "true";
+            }
+            if (title == "TAR LOG") {  // the capture has ended before
+                EXPECT_EQ(Captured(), value == "true");
+            }
+        };
+        EXPECT_TRUE(Call({report_.get(), bundle_.get()}).isOk());
+    }
+    const std::string text = ReadAll(report_.get());
+    EXPECT_TRUE(text.starts_with("verbose logging: disabled\n"));
+    EXPECT_NE(text.find("\nverbose logging: enabled\n"), std::string::npos);
 }
 
 TEST_F(DumpstateTest, RefusesBadArgumentsInOrderAndTouchesNothing) {

@@ -141,6 +141,14 @@ TEST_F(PrimitivesTest, TimeoutStopsTheWholeGroupAndKeepsWhatWasWritten) {
     EXPECT_EQ(Timeless(ReadAll(report_)), output);
 }
 
+TEST_F(PrimitivesTest, TheWholeGroupGetsTheGrace) {
+    const std::string output =
+            Run(Shell("(trap 'sleep 0.1; echo tidied; exit' TERM; while :; do sleep 0.01; done) &"
+                      " sleep 1000"),
+                1);
+    EXPECT_NE(output.find("\ntidied\n\n*** timed out"), std::string::npos) << output;
+}
+
 TEST_F(PrimitivesTest, BackgroundChildHoldsNothing) {
     const auto start = steady_clock::now();
     EXPECT_EQ(Run(Shell("sleep 1000 & echo done")),
@@ -236,7 +244,8 @@ TEST_F(PrimitivesTest, LostReaderAndFullDiskCostTheSectionOnly) {
     close(ends[0]);
     // Not ignored: a SIGPIPE that gets through ends this test.
     ASSERT_NE(signal(SIGPIPE, SIG_DFL), SIG_ERR);
-    for (const int fd : {ends[1], open("/dev/full", O_WRONLY | O_CLOEXEC), 200 /* not open */}) {
+    for (const int fd :
+         {ends[1], open("/dev/full", O_WRONLY | O_CLOEXEC), 200 /* not open */, -1}) {
         EXPECT_EQ(DumpFileToFd(fd, "T", path), -1);
         RunCommandToFd(fd, "T", Shell("echo ran >/tmp/files/ran"));
         EXPECT_TRUE(std::filesystem::remove("/tmp/files/ran")) << fd;
@@ -274,6 +283,17 @@ TEST_F(PrimitivesTest, FullPipeIsWaitedForAndAStuckReaderGivenUp) {
         EXPECT_EQ(Timeless(received.substr(filling.size())),
                   "------ T (" + path + ") ------\ncontent\n" + kFooter);
     }
+}
+
+// A terminal takes less than what poll(2) would let one believe.
+TEST_F(PrimitivesTest, TerminalThatNobodyReadsIsGivenUp) {
+    const std::string path = File("file", std::string(100'000, 'x'));
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
+    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(DumpFileToFd(terminal, "T", path), -1);
+    close(terminal);
+    close(master);
 }
 
 TEST_F(PrimitivesTest, WorksWithoutDescriptorsToSpare) {

@@ -14,5 +14,5 @@ class ProcessCensus {
 
   private:
     static std::set<std::string> Take();
-    const std::set<std::string> before_;
+    std::set<std::string> before_;
 };

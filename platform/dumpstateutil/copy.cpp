@@ -44,7 +44,8 @@ class Buffer {
 // True when the error ends the copy.
 bool Deliver(const Buffer& buffer, int out, platform::Deadline deadline, CopyResult& result) {
     const int error = platform::WriteUntil(out, buffer.bytes(), deadline);
-    result.ends_line = buffer.bytes().ends_with('\n');
+    // Of what went only in part nobody knows how it ended.
+    result.ends_line = error == 0 && buffer.bytes().ends_with('\n');
     result.timed_out = error == ETIMEDOUT;
     if (!result.timed_out) result.write_error = error;
     return error != 0;

@@ -1,5 +1,6 @@
 #include "platform/bounded_write.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
@@ -12,6 +13,7 @@
 #include <climits>
 #include <ctime>
 #include <optional>
+#include <string>
 
 namespace platform {
 namespace {
@@ -54,14 +56,20 @@ bool WaitWritable(int fd, Deadline deadline) {
     }
 }
 
-int WriteUntil(int fd, std::string_view text, Deadline deadline) {
-    struct stat status {};
-    if (fstat(fd, &status) != 0) return errno;
-    std::optional<SigpipeGuard> guard;
-    if (!S_ISREG(status.st_mode)) guard.emplace();
+namespace {
+
+// A terminal that poll(2) calls writable may have room for a single byte, and there is no telling
+// how much: a second, non-blocking descriptor for the same device is written to instead, where one
+// is to be had.
+int OpenWithoutBlocking(int fd) {
+    const std::string path = "/proc/self/fd/" + std::to_string(fd);
+    return open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+int WriteAll(int fd, mode_t type, std::string_view text, Deadline deadline) {
     while (!text.empty()) {
-        if (!S_ISREG(status.st_mode) && !WaitWritable(fd, deadline)) return ETIMEDOUT;
-        const ssize_t written = WriteSome(fd, status.st_mode, text);
+        if (!S_ISREG(type) && !WaitWritable(fd, deadline)) return ETIMEDOUT;
+        const ssize_t written = WriteSome(fd, type, text);
         if (written >= 0) {
             text.remove_prefix(static_cast<size_t>(written));
         } else if (errno == EAGAIN) {
@@ -72,6 +80,19 @@ int WriteUntil(int fd, std::string_view text, Deadline deadline) {
         }
     }
     return 0;
+}
+
+}  // namespace
+
+int WriteUntil(int fd, std::string_view text, Deadline deadline) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0) return errno;
+    std::optional<SigpipeGuard> guard;
+    if (!S_ISREG(status.st_mode)) guard.emplace();
+    const int twin = S_ISCHR(status.st_mode) ? OpenWithoutBlocking(fd) : -1;
+    const int error = WriteAll(twin >= 0 ? twin : fd, status.st_mode, text, deadline);
+    if (twin >= 0) close(twin);
+    return error;
 }
 
 SigpipeGuard::SigpipeGuard() {

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -57,20 +58,29 @@ std::string Stamp(int priority) {
     return stamp.data();
 }
 
-}  // namespace
-
-int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments) {
-    const int caller_errno = errno;
+int Write(int priority, const char* tag, const char* format, va_list arguments) {
     const std::string message = Format(format, arguments);
     std::string record = Stamp(priority);
     platform::AppendPrintable(record, tag != nullptr ? tag : program_invocation_short_name);
     record += ": ";
     platform::AppendPrintable(record, message);
     record += '\n';
-    const int error = platform::WriteUntil(STDERR_FILENO, record,
-                                           std::chrono::steady_clock::now() + kPatience);
+    return -platform::WriteUntil(STDERR_FILENO, record,
+                                 std::chrono::steady_clock::now() + kPatience);
+}
+
+}  // namespace
+
+int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments) {
+    const int caller_errno = errno;
+    int error = -ENOMEM;
+    try {
+        error = Write(priority, tag, format, arguments);
+    } catch (const std::bad_alloc&) {
+        // The record is lost; who logs is often about to cope with this very lack.
+    }
     errno = caller_errno;
-    return error == 0 ? 1 : -error;
+    return error == 0 ? 1 : error;
 }
 
 int __android_log_print(int priority, const char* tag, const char* format, ...) {

@@ -10,6 +10,7 @@
 // message are dropped and any other control character is escaped, so a record is always one line.
 // A record is one write(2): records of several threads or processes never mix. Any thread may log.
 // A log reader that has stopped reading costs the caller at most 100 ms a record, and the record.
+// No exception leaves.
 
 extern "C" {
 

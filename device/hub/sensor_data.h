@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <vector>
+
+// What one sensor has recorded: records, oldest first, each of a u32 (the time since the record
+// before it) and one or three 32-bit IEEE floats, all little-endian.
+struct SensorBuffer {
+    uint8_t type;
+    uint64_t age_ns;   // of the newest record when a snapshot is taken
+    uint64_t span_ns;  // from before the oldest record to the newest
+    std::vector<uint8_t> bytes;
+};
+
+// The fewest records that RecordSensors() can make.
+extern const uint32_t kFewestRecords;
+
+// So many records in all, of someone who walks and stands by turns: all seven sensors of the black
+// box, every one with a record at least. The same random numbers make the same bytes.
+std::vector<SensorBuffer> RecordSensors(std::mt19937_64& random, uint32_t records);

@@ -1,0 +1,298 @@
+// The log bundle's own code against a platform that writes down what it is asked for. Copies,
+// packing and removal are only asked for; listing, streaming and waiting are real.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "dumpstate.h"
+#include "log_copy.h"
+#include "modem_capture.h"
+#include "processes.h"
+#include "recording_platform.h"
+
+// Time passes faster here: whoever asks for a timer gets it after a moment.
+int timer_settime(timer_t timer, int flags, const itimerspec* at, itimerspec* old) {
+    itimerspec soon = *at;
+    if (soon.it_value.tv_sec != 0) soon.it_value = {0, 50'000'000};
+    if (soon.it_interval.tv_sec != 0) soon.it_interval = {0, 10'000'000};
+    return static_cast<int>(syscall(SYS_timer_settime, timer, flags, &soon, old));
+}
+
+namespace aidl::android::hardware::dumpstate {
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+constexpr char kStaging[] = "/data/vendor/log/dumpstate/log";
+constexpr char kArchive[] = "/data/vendor/log/dumpstate/combined.tar";
+
+void MakeFiles(const fs::path& directory, const Lines& names) {
+    fs::remove_all(directory);
+    fs::create_directories(directory);
+    for (const std::string& name : names) std::ofstream(directory / name) << name;
+}
+
+class BundleTest : public testing::Test {
+  protected:
+    BundleTest() { ThePlatform() = {}; }
+
+    // What a call to createDumpstateBin logs about an archive of the given size.
+    static Lines Stream(size_t size, int bundle_fd) {
+        ThePlatform() = {};
+        fs::create_directories(kStaging);
+        std::ofstream(kArchive) << std::string(size, 'a');
+        ndk::SharedRefBase::make<Dumpstate>()->createDumpstateBin(77, bundle_fd);
+        return ThePlatform().logs;
+    }
+    static Lines Around(const Lines& between) {
+        Lines logs{"3 - Going to compress logs\n", "3 - Goind to write dumpstate board binary\n"};
+        logs.insert(logs.end(), between.begin(), between.end());
+        logs.emplace_back("3 - Goind to remove dumpstate temp folder\n");
+        return logs;
+    }
+    const ProcessCensus census_;
+};
+
+TEST_F(BundleTest, CopiesTheHighestNamesUpToTheLimit) {
+    MakeFiles("/tmp/logs", {"diag_log_1", "diag_log_2", "diag_log_3", "a_diag_log_4", "diag_lo"});
+    const struct {
+        int limit;
+        size_t copied;
+    } cases[] = {{2, 2}, {3, 3}, {-1, 3}, {0, 0}, {-2, 0}, {INT32_MIN, 0}, {100, 3}};
+    for (const auto& limited : cases) {
+        SCOPED_TRACE(limited.limit);
+        ThePlatform() = {};
+        dumpLogs(STDOUT_FILENO, "/tmp/logs", "/to", limited.limit, "diag_log_");
+        Lines requests;
+        Lines logs;
+        for (const int number : {3, 2, 1}) {
+            const std::string name = "diag_log_" + std::to_string(number);
+            logs.push_back("3 - Found " + name + "\n");
+            if (requests.size() < limited.copied) {
+                const std::string paths = "/tmp/logs/" + name + " /to/" + name;
+                logs.push_back("3 - Copying /tmp/logs/" + name + " to /to/" + name + "\n");
+                requests.push_back(
+                        "stdout command\tCP LOG\t5\t/vendor/bin/sh\t-c\t/vendor/bin/cp " + paths);
+            } else {
+                logs.push_back("3 - Skipped " + name + "\n");
+            }
+        }
+        for (const char* name : {"diag_lo", "a_diag_log_4", "..", "."}) {
+            logs.push_back("3 - Found " + std::string(name) + "\n");
+        }
+        EXPECT_EQ(ThePlatform().requests, requests);
+        EXPECT_EQ(ThePlatform().logs, logs);
+    }
+    ThePlatform() = {};
+    dumpLogs(STDOUT_FILENO, "/tmp/none", "/to", -1, "");
+    EXPECT_TRUE(ThePlatform().logs.empty() && ThePlatform().requests.empty());
+}
+
+// The command line is run by the real shell here.
+TEST_F(BundleTest, NamesOfAllKindsAreCopiedToThemselvesAndRunNothing) {
+    const Lines names = {"x plain-1.2_3",   "x two  blanks ", "x'single'",      "x\"double\"",
+                         "x$HOME",          "x`>ran`",        "x$(>ran)",       "x;>ran",
+                         "x\nnew\nline",    "x*?[a]",         "x\\back\\slash", "x~ # not & | <>",
+                         "x\xc3\xa4\xff\t", "x{a,b}!"};
+    MakeFiles("/tmp/from -r", names);
+    MakeFiles("/tmp/to -r", {});
+    dumpLogs(STDOUT_FILENO, "/tmp/from -r", "/tmp/to -r", -1, "x");
+    ASSERT_EQ(ThePlatform().requests.size(), names.size());
+    for (const std::string& request : ThePlatform().requests) {
+        const std::string before = "stdout command\tCP LOG\t5\t/vendor/bin/sh\t-c\t";
+        std::ofstream script("/tmp/script");
+        for (size_t i = before.size(); i < request.size(); ++i) {  // a newline was written as \n
+            const bool newline = request.compare(i, 2, "\\n") == 0;
+            script << (newline ? '\n' : request[i]);
+            i += newline ? 1 : 0;
+        }
+        script.close();
+        EXPECT_EQ(system("cd /tmp && /vendor/bin/sh /tmp/script"), 0) << request;
+    }
+    for (const std::string& name : names) {
+        std::ifstream copy("/tmp/to -r/" + name);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(copy), {}), name);
+    }
+    EXPECT_FALSE(fs::exists("/tmp/ran"));
+}
+
+TEST_F(BundleTest, BluetoothAndRamoopsSeries) {
+    MakeFiles("/data/vendor/bluetooth", {"btsnoop_hci_vnd_1", "btsnoop_hci_mcu_1"});
+    MakeFiles("/data/vendor/ssrdump/coredump", {"coredump_bt_2026", "coredump_bt_chredump_1"});
+    MakeFiles("/data/vendor/ramoops_backup", {"console-ramoops-0", "dmesg-ramoops-0"});
+    for (int i = 10; i < 21; ++i) {
+        std::ofstream("/data/vendor/bluetooth/btsnoop_hci_vnd_" + std::to_string(i));
+    }
+    const auto service = ndk::SharedRefBase::make<Dumpstate>();
+    for (const bool user : {false, true}) {
+        ThePlatform() = {};
+        ThePlatform().properties["ro.build.type"] = user ? "user" : "userdebug";
+        service->dumpBluetooth(77);
+        service->dumpRamoops(77);
+        Lines told;
+        for (const std::string& record : ThePlatform().logs) {
+            if (record.find(" Dump ") != std::string::npos) told.push_back(record);
+        }
+        Lines copied;
+        for (const std::string& request : ThePlatform().requests) {
+            const size_t to = request.find(std::string(" ") + kStaging + "/");
+            if (to != std::string::npos) copied.push_back(request.substr(to + sizeof kStaging + 1));
+        }
+        if (user) {
+            EXPECT_EQ(told, (Lines{"3 - Dump Bluetooth...", "3 - Dump Bluetooth complete"}));
+            EXPECT_EQ(copied, Lines{});
+            continue;
+        }
+        EXPECT_EQ(told, (Lines{"3 - Dump Bluetooth...", "3 - Dump Bluetooth VND snoop",
+                               "3 - Dump Bluetooth MCU snoop", "3 - Dump Bluetooth coredump",
+                               "3 - Dump Bluetooth complete", "3 - Dump RAMOOPS console logs",
+                               "3 - Dump RAMOOPS dmesg logs"}));
+        ASSERT_EQ(copied.size(), 15U);
+        EXPECT_EQ(copied[0], "bluetooth/btsnoop_hci_vnd_20");
+        EXPECT_EQ(copied[9], "bluetooth/btsnoop_hci_vnd_11");  // two of twelve are left behind
+        copied.erase(copied.begin(), copied.begin() + 10);
+        EXPECT_EQ(copied, (Lines{"bluetooth/btsnoop_hci_mcu_1", "bluetooth/coredump_bt_2026",
+                                 "bluetooth/coredump_bt_chredump_1", "ramoops/console-ramoops-0",
+                                 "ramoops/dmesg-ramoops-0"}));
+    }
+}
+
+TEST_F(BundleTest, ModemCaptureTakesEveryStepOnEveryPath) {
+    MakeFiles("/data/vendor/radio/extended_logs", {"extended_log_1"});
+    MakeFiles("/data/vendor/radio/diag_logs/logs", {"diag_log_1", "diag_log_2"});
+    const auto copy = [](const std::string& title, const std::string& source) {
+        return "stdout command\t" + title + "\t5\t/vendor/bin/cp\t-r\t/data/vendor/" + source +
+               "\t" + kStaging;
+    };
+    const auto series = [](const std::string& directory, const std::string& name) {
+        const std::string source = "/data/vendor/radio/" + directory + "/" + name;
+        const std::string target = std::string(kStaging) + "/" + name;
+        return Lines{"log\t3 - Found " + name + "\\n",
+                     "log\t3 - Copying " + source + " to " + target + "\\n",
+                     "stdout command\tCP LOG\t5\t/vendor/bin/sh\t-c\t/vendor/bin/cp " + source +
+                             " " + target};
+    };
+    const Lines dots{"log\t3 - Found ..\\n", "log\t3 - Found .\\n"};
+    for (int path = 0; path < 16; ++path) {
+        const bool user = (path & 1) != 0;
+        const bool enabled = (path & 2) != 0;
+        const bool running = (path & 4) != 0;
+        const bool stops = (path & 8) != 0;
+        SCOPED_TRACE(path);
+        Lines expected{"log\t3 - dumpModemThread started\\n", "build type?"};
+        const auto add = [&expected](const Lines& lines) {
+            expected.insert(expected.end(), lines.begin(), lines.end());
+        };
+        if (!user) {
+            add(series("extended_logs", "extended_log_1"));
+            add(dots);
+            add({copy("CP DIAG TRACE", "radio/diag_logs/diag_trace.txt"),
+                 "set\tvendor.sys.modem.diag.efsdump\ttrue", "sleep\t2",
+                 copy("CP MODEM EFS", "rfs/mpss/modem_efs"),
+                 "set\tvendor.sys.modem.diag.efsdump\tfalse"});
+            for (const char* log :
+                 {"radio/ril_log0", "radio/ril_log0_old", "radio/qmi_fw_log",
+                  "radio/qmi_fw_log_old", "netmgr/netmgr_log", "netmgr/netmgr_log_old"}) {
+                add({copy("RIL Logs", log)});
+            }
+        }
+        if (enabled && running) {
+            add({"set\tvendor.sys.modem.diag.mdlog\tfalse", "log\t3 - Stopping diag_mdlog...\\n",
+                 "wait\tvendor.sys.modem.diag.mdlog_on\tfalse\t10000",
+                 stops ? "log\t3 - diag_mdlog exited"
+                       : "log\t6 - Waited mdlog timeout after 10 second"});
+        } else if (enabled) {
+            add({"log\t3 - diag_mdlog is not running\\n"});
+        }
+        add({"sleep\t1", "log\t3 - Waited modem for 1 second to flush logs"});
+        if (enabled) {
+            add(series("diag_logs/logs", "diag_log_2"));
+            add({"log\t3 - Found diag_log_1\\n", "log\t3 - Skipped diag_log_1\\n"});
+            add(dots);
+        }
+        if (enabled && running) {
+            add({"log\t3 - Restarting diag_mdlog...\\n", "set\tvendor.sys.modem.diag.mdlog\ttrue"});
+        }
+        add({copy("CP DIAG POWERON LOG", "radio/diag_logs/logs/diag_poweron_log.qmdl"),
+             "log\t3 - dumpModemThread finished\\n"});
+
+        ThePlatform() = {};
+        ThePlatform().properties = {
+                {"ro.build.type", user ? "user" : "userdebug"},
+                {"persist.vendor.sys.modem.diag.mdlog", enabled ? "true" : "false"},
+                {"persist.vendor.sys.modem.diag.mdlog_br_num", "1"},
+                {"vendor.sys.modem.diag.mdlog_on", running ? "true" : "false"}};
+        if (stops) {  // the recorder runs no logger: it reports itself stopped beforehand
+            ThePlatform().on_log = [](const std::string& record) {
+                if (record.find("Stopping") == std::string::npos) return;
+                ThePlatform().properties["vendor.sys.modem.diag.mdlog_on"] = "false";
+            };
+        }
+        ModemCapture capture;
+        capture.Start();
+        capture.Join();
+        EXPECT_EQ(ThePlatform().elsewhere, expected);
+        EXPECT_TRUE(ThePlatform().requests.empty());
+    }
+    EXPECT_EQ(census_.Newcomers(), "");
+}
+
+TEST_F(BundleTest, ArchiveIsStreamedInWholeChunks) {
+    for (const size_t size :
+         {size_t{0}, size_t{1}, size_t{65536}, size_t{65537}, size_t{1000000}}) {
+        const int bundle = memfd_create("bundle", MFD_CLOEXEC);
+        EXPECT_EQ(Stream(size, bundle), Around({}));
+        EXPECT_EQ(lseek(bundle, 0, SEEK_CUR), static_cast<off_t>(size));
+        close(bundle);
+        EXPECT_EQ(ThePlatform().requests.size(), 3U);  // packed, opened up and removed
+    }
+    EXPECT_EQ(census_.Newcomers(), "");
+}
+
+TEST_F(BundleTest, WhatEndsTheStreamIsLogged) {
+    fs::remove_all("/data/vendor/log/dumpstate");
+    ThePlatform() = {};
+    ndk::SharedRefBase::make<Dumpstate>()->createDumpstateBin(77, 1000);
+    EXPECT_EQ(
+            ThePlatform().logs,
+            Around({"6 - Failed to open '/data/vendor/log/dumpstate/combined.tar': No such file or "
+                    "directory"}));
+    EXPECT_EQ(ThePlatform().requests.size(), 3U);
+
+    fs::create_directories(kArchive);  // what can be opened, but not read
+    ndk::SharedRefBase::make<Dumpstate>()->createDumpstateBin(77, 1000);
+    EXPECT_EQ(ThePlatform().logs.at(6),
+              "3 - read(/data/vendor/log/dumpstate/combined.tar): Is a directory\n");
+    fs::remove_all(kArchive);
+
+    signal(SIGPIPE, SIG_IGN);  // as the service does
+    for (const bool reader : {true, false}) {
+        for (const int flags : {O_NONBLOCK, 0}) {  // a reader that takes nothing, and none at all
+            int ends[2];
+            ASSERT_EQ(pipe2(ends, O_CLOEXEC | flags), 0);
+            fcntl(ends[1], F_SETPIPE_SZ, 65536);
+            const std::string filling(61440, 'f');
+            ASSERT_EQ(write(ends[1], filling.data(), filling.size()), 61440);
+            if (!reader) close(ends[0]);
+            EXPECT_EQ(Stream(70000, ends[1]),
+                      Around({"3 - Failed to write 65536 bytes, actually written: " +
+                              std::string(reader ? "4096" : "-1") + "\n"}));
+            close(ends[1]);
+            if (reader) close(ends[0]);
+        }
+    }
+    EXPECT_EQ(census_.Newcomers(), "");
+}
+
+}  // namespace
+}  // namespace aidl::android::hardware::dumpstate

@@ -1,0 +1,251 @@
+// The host protocol's messages beside bytes that are written out here, field by field.
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "host_protocol_host.h"
+
+namespace android::chre {
+namespace {
+
+namespace fbs = ::chre::fbs;
+using ::chre::HostProtocolCommon;
+using flatbuffers::FlatBufferBuilder;
+
+using Buffer = std::vector<uint8_t>;
+
+Buffer Bytes(const std::string& hex) {
+    Buffer bytes;
+    std::string digits;
+    for (const unsigned char c : hex) {
+        if (std::isxdigit(c) != 0) digits += static_cast<char>(c);
+    }
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        bytes.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+Buffer Finished(const FlatBufferBuilder& builder) {
+    return {builder.GetBufferPointer(), builder.GetBufferPointer() + builder.GetSize()};
+}
+
+// Writes down which handler was called, and keeps what the two that matter were given.
+class Recorder : public IChreMessageHandlers {
+  public:
+    void handleNanoappMessage(const fbs::NanoappMessageT& given) override {
+        called += "nanoapp message";
+        message = given;
+    }
+    void handleHubInfoResponse(const fbs::HubInfoResponseT&) override { called += "hub info"; }
+    void handleNanoappListResponse(const fbs::NanoappListResponseT& response) override {
+        called += "list";
+        nanoapps.clear();
+        for (const auto& nanoapp : response.nanoapps) nanoapps.push_back(*nanoapp);
+    }
+    void handleLoadNanoappResponse(const fbs::LoadNanoappResponseT&) override { called += "load"; }
+    void handleUnloadNanoappResponse(const fbs::UnloadNanoappResponseT&) override {
+        called += "unload";
+    }
+    void handleLogMessage13(const fbs::LogMessage13T&) override { called += "log"; }
+    void handleDebugDumpResponse(const fbs::DebugDumpResponseT&) override { called += "dump"; }
+    void handleSelfTestResponse(const fbs::SelfTestResponseT&) override { called += "self test"; }
+    bool handleOtherMessage(const fbs::MessageContainerT& container) override {
+        called += "other " + std::to_string(static_cast<int>(container.message.type)) +
+                  (container.host_addr != nullptr ? "" : " without address");
+        return accept_others;
+    }
+    void handleRawMessage(const void* data, size_t length) override {
+        called += "raw";
+        const auto* const bytes = static_cast<const uint8_t*>(data);
+        raw.assign(bytes, bytes + length);
+    }
+
+    std::string Decode(const Buffer& buffer) {
+        called.clear();
+        decoded = HostProtocolHost::decodeMessageFromChre(buffer.data(), buffer.size(), *this);
+        return called;
+    }
+
+    std::string called;
+    bool decoded = false;
+    bool accept_others = false;
+    fbs::NanoappMessageT message;
+    std::vector<fbs::NanoappListEntryT> nanoapps;
+    Buffer raw;
+};
+
+const auto kListRequest = Bytes(
+        "10000000 0000"                     // root table at 16, padding
+        "0a00 1000 0700 0800 0e00"          // its fields: union type, union, host address
+        "0a000000 000000 04 0c000000 0000"  // table at 16: union number 4, its table 12 further on
+        "0000"                              // host client 0
+        "0400 0400 04000000");              // the request has no fields
+constexpr size_t kUnionNumber = 23;
+
+TEST(HostProtocol, EncodesTheDaemonsBytes) {
+    FlatBufferBuilder request(64);
+    HostProtocolHost::encodeNanoappListRequest(request);
+    EXPECT_EQ(Finished(request), kListRequest);
+
+    const uint8_t payload[] = {0xaa, 0xbb, 0xcc};
+    FlatBufferBuilder full(64);
+    HostProtocolCommon::encodeNanoappMessage(full, 0x1122334455667788, 0x99aabbcc, 0x9023, payload,
+                                             sizeof payload, 0x01020304, 0x05060708, true, false,
+                                             0x0a0b0c0d);
+    EXPECT_EQ(Finished(full), Bytes("10000000 0000 0a00 0e00 0700 0800 0c00"
+                                    "0a000000 000000 01 1c000000 0000"  // union number 1
+                                    "1600 2400 1c00 0800 0600 0c00 1000 1400 0500 0000 1800"
+                                    "16000000"
+                                    "00 01 2390 ccbbaa99"  // flags 7 and 6, endpoint, type
+                                    "18000000"             // payload 24 further on
+                                    "08070605 04030201"    // the second word, then the first
+                                    "0d0c0b0a 8877665544332211"
+                                    "03000000 aabbcc 00"));
+
+    // What is at its default isn't written, an empty payload is.
+    FlatBufferBuilder least(64);
+    HostProtocolCommon::encodeNanoappMessage(least, 0, 0, 0xfffe, nullptr, 0, 0, 0, false, false,
+                                             0);
+    EXPECT_EQ(Finished(least), Bytes("10000000 0000 0a00 1000 0700 0800 0e00"
+                                     "0a000000 000000 01 14000000 0000 0000"
+                                     "0c00 0800 0000 0000 0000 0400 0c000000"
+                                     "04000000 00000000"));
+}
+
+TEST(HostProtocol, DecodesWhatTheDaemonWrites) {
+    Recorder recorder;
+    const uint8_t payload[] = {1, 0, 255};
+    for (const bool flag : {true, false}) {
+        FlatBufferBuilder builder(64);
+        HostProtocolCommon::encodeNanoappMessage(builder, 1ULL << 63, 2, 0xfffe, payload, 3, 4, 5,
+                                                 flag, !flag, 6);
+        ASSERT_EQ(recorder.Decode(Finished(builder)), "nanoapp message");
+        EXPECT_TRUE(recorder.decoded);
+        const fbs::NanoappMessageT& message = recorder.message;
+        EXPECT_EQ(std::tie(message.app_id, message.message_type, message.host_endpoint,
+                           message.first_word, message.second_word, message.third_word),
+                  std::make_tuple(1ULL << 63, 2U, 0xfffeU, 4U, 5U, 6U));
+        EXPECT_EQ(message.message, Buffer(payload, payload + sizeof payload));
+        EXPECT_EQ(message.first_flag, flag);
+        EXPECT_EQ(message.second_flag, !flag);
+    }
+
+    // Two entries: one disabled in version 7, one that leaves everything at its default.
+    const std::string container =
+            "14000000 00000000 0000 0a00 0e00 0700 0800 0c00"
+            "0a000000 000000 05 0c000000 3412 0600 0800 0400 06000000";
+    ASSERT_EQ(recorder.Decode(Bytes(container +
+                                    "04000000 02000000 24000000 08000000"
+                                    "0400 0400 04000000 00000000 0000 0e00 1800 1000 0800 0600"
+                                    "0700 0c00 0e000000 00000001"
+                                    "07000000 09000000 8877665544332211")),
+              "list");
+    ASSERT_EQ(recorder.nanoapps.size(), 2);
+    EXPECT_EQ(recorder.nanoapps[0].app_id, 0x1122334455667788);
+    EXPECT_EQ(recorder.nanoapps[0].version, 7);
+    EXPECT_FALSE(recorder.nanoapps[0].enabled);
+    EXPECT_TRUE(recorder.nanoapps[0].flag);
+    EXPECT_EQ(recorder.nanoapps[0].word, 9);
+    EXPECT_EQ(recorder.nanoapps[1].app_id, 0);
+    EXPECT_TRUE(recorder.nanoapps[1].enabled);
+    EXPECT_FALSE(recorder.nanoapps[1].flag);
+
+    Buffer no_list = kListRequest;
+    no_list[kUnionNumber] = 5;
+    EXPECT_EQ(recorder.Decode(no_list), "list");
+    EXPECT_TRUE(recorder.decoded && recorder.nanoapps.empty());
+}
+
+TEST(HostProtocol, EveryUnionNumberHasItsHandler) {
+    const std::map<int, std::string> handlers = {
+            {3, "hub info"}, {5, "list"},       {7, "load"}, {9, "unload"}, {13, "log"},
+            {14, "dump"},    {21, "self test"}, {34, "raw"}, {35, "raw"},   {49, "raw"}};
+    Recorder recorder;
+    IChreMessageHandlers defaults;
+    for (int number = 0; number <= 255; ++number) {
+        if (number == 1) continue;  // needs its payload, see above
+        Buffer buffer = kListRequest;
+        buffer[kUnionNumber] = static_cast<uint8_t>(number);
+        const auto known = handlers.find(number);
+        const bool other = known == handlers.end();
+        for (const bool accept : {false, true}) {
+            recorder.accept_others = accept;
+            EXPECT_EQ(recorder.Decode(buffer),
+                      other ? "other " + std::to_string(number) : known->second);
+            EXPECT_EQ(recorder.decoded, !other || accept) << number;
+        }
+        EXPECT_EQ(recorder.raw, recorder.called == "raw" ? buffer : Buffer());
+        recorder.raw.clear();
+        EXPECT_EQ(HostProtocolHost::decodeMessageFromChre(buffer.data(), buffer.size(), defaults),
+                  !other);
+    }
+    EXPECT_STREQ(fbs::EnumNameChreMessage(static_cast<fbs::ChreMessage>(55)), "DataFlowAlert");
+    EXPECT_EQ(fbs::ChreMessage::MAX, fbs::ChreMessage::DataFlowAlert);
+}
+
+// More tables than the verifier allows, by naming one list of services once for every nanoapp.
+Buffer Amplified(size_t nanoapps, size_t services) {
+    FlatBufferBuilder builder;
+    const auto service = fbs::CreateNanoappRpcService(builder);
+    const auto list = builder.CreateVector(std::vector(services, service));
+    const auto nanoapp = fbs::CreateNanoappListEntry(builder, 1, 1, true, false, 0, list);
+    const auto all = builder.CreateVector(std::vector(nanoapps, nanoapp));
+    const auto response = fbs::CreateNanoappListResponse(builder, all);
+    HostProtocolCommon::finalize(builder, fbs::ChreMessage::NanoappListResponse, response.Union(),
+                                 0);
+    return Finished(builder);
+}
+
+TEST(HostProtocol, RefusesWhatIsNoMessage) {
+    Recorder recorder;
+    recorder.accept_others = true;
+    EXPECT_FALSE(HostProtocolCommon::verifyMessage(nullptr, 0));
+    EXPECT_FALSE(HostProtocolCommon::verifyMessage(nullptr, 40));
+    EXPECT_FALSE(HostProtocolHost::decodeMessageFromChre(nullptr, 40, recorder));
+    EXPECT_FALSE(HostProtocolCommon::verifyMessage(kListRequest.data(), SIZE_MAX));
+
+    struct Case {
+        const char* what;
+        size_t at;
+        uint8_t value;
+    };
+    const Case cases[] = {{"no message", 12, 0},           {"no host address", 14, 0},
+                          {"no payload", kUnionNumber, 1}, {"root outside", 0, 40},
+                          {"message outside", 24, 16},     {"vtable outside", 16, 17},
+                          {"field outside", 14, 23},       {"odd vtable", 6, 9}};
+    for (const Case& one : cases) {
+        Buffer buffer = kListRequest;
+        buffer[one.at] = one.value;
+        EXPECT_EQ(recorder.Decode(buffer), "") << one.what;
+        EXPECT_FALSE(recorder.decoded) << one.what;
+    }
+
+    EXPECT_EQ(recorder.Decode(Amplified(990, 1000)), "list");
+    const Buffer amplified = Amplified(1010, 1000);
+    EXPECT_LT(amplified.size(), 32768U);
+    EXPECT_EQ(recorder.Decode(amplified), "");
+
+    // Cut off anywhere, or with any byte turned around: whatever it is then, it is looked at only
+    // as far as it goes.
+    FlatBufferBuilder builder(64);
+    HostProtocolCommon::encodeNanoappMessage(builder, 1, 2, 3, "payload", 8, 4, 5, true, true, 6);
+    const Buffer message = Finished(builder);
+    for (size_t i = 0; i < message.size(); ++i) {
+        const Buffer cut(message.begin(), message.begin() + static_cast<ptrdiff_t>(i));
+        EXPECT_FALSE(HostProtocolCommon::verifyMessage(cut.data(), cut.size())) << i;
+        Buffer turned = message;
+        for (int mask = 1; mask <= 255; mask += mask < 128 ? mask : 127) {
+            turned[i] = static_cast<uint8_t>(message[i] ^ mask);
+            recorder.Decode(turned);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace android::chre

@@ -1,0 +1,569 @@
+// The context hub link with a daemon whose end is written here, inside the simulated wearable. The
+// tests own the back-off's clock, so nothing below waits for hours, or for luck.
+
+#include <android-base/unique_fd.h>
+#include <cutils/sockets.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <regex>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include "host_log.h"
+#include "processes.h"
+#include "socket_client.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// Lines that one thread adds and another waits for.
+class Lines {
+  public:
+    void Add(std::string line) {
+        const std::lock_guard lock(mutex_);
+        lines_.push_back(std::move(line));
+        added_.notify_all();
+    }
+    // The next one that nobody has taken yet.
+    std::string Next() {
+        std::unique_lock lock(mutex_);
+        if (!added_.wait_for(lock, 60s, [this] { return !lines_.empty(); })) return "(nothing)";
+        std::string line = std::move(lines_.front());
+        lines_.pop_front();
+        return line;
+    }
+    // All that nobody has taken yet.
+    std::deque<std::string> Take() {
+        const std::lock_guard lock(mutex_);
+        return std::exchange(lines_, {});
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable added_;
+    std::deque<std::string> lines_;
+};
+
+Lines records;                          // the system log, "PRIORITY message"
+std::function<void()> when_connecting;  // called after a successful connect, before it is told
+
+}  // namespace
+
+int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments) {
+    char text[300];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    records.Add(std::to_string(priority) + (std::string(tag) == "CHRE" ? " " : " wrong tag ") +
+                text);
+    return 1;
+}
+
+extern "C" int __real_socket_local_client_connect(int fd, const char* name, int space, int type);
+extern "C" int __wrap_socket_local_client_connect(int fd, const char* name, int space, int type) {
+    const int result = __real_socket_local_client_connect(fd, name, space, type);
+    if (result != -1 && when_connecting) when_connecting();
+    return result;
+}
+
+namespace android::chre {
+namespace {
+
+using Log = std::deque<std::string>;
+
+// Tells every callback as a line, and does what the test wants done in it.
+class Callbacks : public SocketClient::ICallbacks {
+  public:
+    explicit Callbacks(Lines& lines) : lines_(lines) {}
+    ~Callbacks() override { lines_.Add("released"); }
+    void onMessageReceived(const void* data, uint32_t length) override {
+        if (in_message) in_message();
+        lines_.Add("message " + std::string(static_cast<const char*>(data), length));
+    }
+    void onConnected() override { lines_.Add("connected"); }
+    void onConnectionAbandoned() override { lines_.Add("abandoned"); }
+    void onDisconnected() override { lines_.Add("disconnected"); }
+
+    std::function<void()> in_message;
+
+  private:
+    Lines& lines_;
+};
+
+// The daemon's end, as raw as it gets.
+class Daemon {
+  public:
+    explicit Daemon(const std::string& name = "hub", int backlog = 8) : listener_(Socket()) {
+        address_.sun_family = AF_UNIX;
+        ("/dev/socket/" + name).copy(address_.sun_path, sizeof address_.sun_path - 1);
+        unlink(address_.sun_path);
+        EXPECT_EQ(bind(listener_, Address(), sizeof address_), 0);
+        EXPECT_EQ(listen(listener_, backlog), 0);
+    }
+    ~Daemon() {
+        HangUp();
+        close(listener_);
+        unlink(address_.sun_path);
+    }
+    static int Socket(int flags = 0) {
+        return socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0);
+    }
+    const sockaddr* Address() const { return reinterpret_cast<const sockaddr*>(&address_); }
+    void Accept() { peer_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC); }
+    void Send(const std::string& data) {
+        EXPECT_EQ(send(peer_, data.data(), data.size(), 0), static_cast<ssize_t>(data.size()));
+    }
+    void SendIfAnybodyIsThere(const std::string& data) {
+        send(peer_, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    }
+    std::string Receive() {
+        std::string data(300'000, '\0');
+        data.resize(static_cast<size_t>(
+                std::max<ssize_t>(recv(peer_, data.data(), data.size(), 0), 0)));
+        return data;
+    }
+    void HangUp() { close(std::exchange(peer_, -1)); }
+
+  private:
+    const int listener_;
+    int peer_ = -1;
+    sockaddr_un address_{};
+};
+
+// A standard stream that goes elsewhere for a while.
+class Redirected {
+  public:
+    Redirected(int stream, int target) : stream_(stream), saved_(dup(stream)) {
+        dup2(target, stream_);
+    }
+    ~Redirected() {
+        dup2(saved_, stream_);
+        close(saved_);
+    }
+
+  private:
+    const int stream_;
+    const int saved_;
+};
+
+// Nobody wants to read thousands of copies.
+class Quiet {
+  private:
+    const base::unique_fd null_{open("/dev/null", O_WRONLY | O_CLOEXEC)};
+    const Redirected out_{STDOUT_FILENO, null_.get()};
+    const Redirected err_{STDERR_FILENO, null_.get()};
+};
+
+class SocketClientTest : public testing::Test {
+  protected:
+    void SetUp() override { records.Take(); }
+    void TearDown() override {
+        when_connecting = nullptr;
+        client_.disconnect();
+        daemon_.HangUp();
+        callbacks_.clear();
+        EXPECT_EQ(census_.Newcomers(), "");
+    }
+    void Connect() {
+        ASSERT_TRUE(client_.connectInBackground("hub", callbacks_));
+        daemon_.Accept();
+        ASSERT_EQ(events_.Next(), "connected");
+        ASSERT_EQ(records.Take(), Log{"3 Successfully (re)connected"});
+    }
+    bool Send(const std::string& data) { return client_.sendMessage(data.data(), data.size()); }
+    // The one record, and the result, of something that fails.
+    std::string Failure(bool result) {
+        EXPECT_FALSE(result);
+        const Log log = records.Take();
+        return log.size() == 1 ? log.front() : std::to_string(log.size()) + " records";
+    }
+
+    Daemon daemon_;
+    const ProcessCensus census_;
+    Lines events_;
+    sp<Callbacks> callbacks_ = new Callbacks(events_);
+    std::vector<milliseconds> delays_;
+    std::atomic<bool> wait_for_ever_ = false;
+    SocketClient client_{[this](milliseconds delay) {
+        delays_.push_back(delay);
+        if (!wait_for_ever_) return steady_clock::time_point::min();
+        events_.Add("waiting");
+        return steady_clock::time_point::max();
+    }};
+};
+
+TEST_F(SocketClientTest, ArgumentsAreCheckedOnTheSpot) {
+    const std::string longest(63, 'n');
+    EXPECT_EQ(Failure(client_.connectInBackground((longest + "n").c_str(), callbacks_)),
+              "6 Socket name length parameter is too long (64, max 64)");
+    EXPECT_EQ(Failure(client_.connectInBackground(longest.c_str(), {})),
+              "6 Callbacks parameter must be provided");
+    EXPECT_EQ(Failure(client_.doConnect(longest.c_str(), callbacks_, false)),
+              "6 Couldn't connect client socket to '" + longest + "': No such file or directory");
+    EXPECT_EQ(Failure(Send("early")),
+              "5 Tried sending a message, but don't have a valid socket handle");
+    Daemon daemon(longest);
+    EXPECT_TRUE(client_.doConnect(longest.c_str(), callbacks_, false));
+    daemon.Accept();
+    EXPECT_TRUE(Send("now"));
+    EXPECT_EQ(daemon.Receive(), "now");
+    client_.disconnect();
+    EXPECT_EQ(delays_.size(), 0);
+}
+
+TEST_F(SocketClientTest, FirstAttemptComesAQuarterOfASecondLater) {
+    SocketClient client;
+    const auto start = steady_clock::now();
+    ASSERT_TRUE(client.connectInBackground("hub", callbacks_));
+    EXPECT_EQ(events_.Next(), "connected");
+    EXPECT_GE(steady_clock::now() - start, 250ms);
+}
+
+TEST_F(SocketClientTest, AbsentDaemonIsTriedOnTheWholeScheduleAndGivenUp) {
+    {
+        const Quiet quiet;
+        ASSERT_TRUE(client_.connectInBackground("none", callbacks_));
+        callbacks_.clear();
+        EXPECT_EQ(events_.Next(), "abandoned");
+        EXPECT_EQ(events_.Next(), "released");
+    }
+
+    std::vector<milliseconds> schedule(41, 250ms);
+    schedule.insert(schedule.end(), {500ms, 1000ms, 2000ms});
+    schedule.resize(2500, 4000ms);
+    EXPECT_EQ(delays_, schedule);
+    Log expected;
+    for (size_t attempt = 42; attempt <= 2500; ++attempt) {
+        expected.push_back("6 Couldn't connect client socket to 'none': No such file or directory");
+        expected.push_back(
+                "5 Failed to (re)connect, next try in " +
+                std::to_string(std::min(1000LL << (attempt - 42 > 2 ? 2 : attempt - 42), 4000LL)) +
+                " ms");
+    }
+    EXPECT_EQ(records.Take(), expected);
+    client_.disconnect();
+    EXPECT_EQ(records.Take(), Log{"3 Waiting for RX thread to exit"});
+}
+
+TEST_F(SocketClientTest, DatagramsPassWholeAndInOrder) {
+    callbacks_->in_message = [this] { EXPECT_TRUE(Send("answer")); };
+    Connect();
+    std::string bytes(32768, '\0');
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 31 >> 3);
+    const std::string datagrams[] = {std::string(1, '\0'), bytes, "last"};
+    for (const std::string& datagram : datagrams) daemon_.Send(datagram);
+    for (const std::string& datagram : datagrams) {
+        EXPECT_EQ(events_.Next(), "message " + datagram);
+        EXPECT_EQ(daemon_.Receive(), "answer");
+    }
+    bytes.append(200'000, 'x');
+    EXPECT_TRUE(Send(bytes));
+    EXPECT_EQ(daemon_.Receive(), bytes);
+    EXPECT_EQ(records.Take(), Log());
+}
+
+TEST_F(SocketClientTest, DescriptorsAreAsAgreed) {
+    const int least = dup(0);  // the first free one before and after: the client's are between
+    close(least);
+    Connect();
+    daemon_.Send("watched");  // what is received shows that the socket is waited for by now
+    ASSERT_EQ(events_.Next(), "message watched");
+    int sockets = 0;
+    int epolls = 0;
+    const int most = dup(0);
+    for (int fd = least; fd < most; ++fd) {
+        const int flags = fcntl(fd, F_GETFD);
+        EXPECT_TRUE(flags == FD_CLOEXEC) << fd;
+        std::ifstream info("/proc/self/fdinfo/" + std::to_string(fd));
+        const std::string text(std::istreambuf_iterator<char>(info), {});
+        // Input beside what is always told; the wake-up flag stands only where it is allowed.
+        epolls += std::regex_search(text, std::regex("tfd: .* events: +(200000)?19 ")) ? 1 : 0;
+        sockaddr_un name{};
+        socklen_t size = sizeof name;
+        if (getpeername(fd, reinterpret_cast<sockaddr*>(&name), &size) != 0) continue;
+        if (std::string(name.sun_path) != "/dev/socket/hub") continue;
+        ++sockets;
+        EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+        int type = 0;
+        size = sizeof type;
+        getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size);
+        EXPECT_EQ(type, SOCK_SEQPACKET);
+        timeval timeout{};
+        size = sizeof timeout;
+        getsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, &size);
+        EXPECT_TRUE(timeout.tv_sec == 3 && timeout.tv_usec == 0);
+        // The kernel grants as much of it as it grants anybody.
+        const int other = Daemon::Socket();
+        const int wanted = 0x200000;
+        int granted = 0;
+        int expected = 0;
+        setsockopt(other, SOL_SOCKET, SO_SNDBUF, &wanted, sizeof wanted);
+        size = sizeof granted;
+        getsockopt(other, SOL_SOCKET, SO_SNDBUF, &expected, &size);
+        getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &granted, &size);
+        EXPECT_EQ(granted, expected);
+        close(other);
+    }
+    close(most);
+    EXPECT_EQ(sockets, 1);
+    EXPECT_EQ(epolls, 1);
+}
+
+TEST_F(SocketClientTest, LostConnectionIsToldAndMadeAnew) {
+    Connect();
+    for (const bool unread : {false, true}) {
+        wait_for_ever_ = true;
+        EXPECT_TRUE(!unread || Send("never read"));
+        daemon_.HangUp();
+        EXPECT_EQ(events_.Next(), "disconnected");
+        EXPECT_EQ(events_.Next(), "waiting");
+        EXPECT_EQ(records.Take(),
+                  unread ? Log({"6 Exiting RX thread: Connection reset by peer (104)\n",
+                                "4 Force onDisconnected"})
+                         : Log({"4 Socket disconnected on remote end"}));
+        EXPECT_EQ(Failure(Send("lost")),
+                  "5 Tried sending a message, but don't have a valid socket handle");
+        // A second connect disconnects first.
+        wait_for_ever_ = false;
+        delays_.clear();
+        ASSERT_TRUE(client_.connectInBackground("hub", callbacks_));
+        EXPECT_EQ(records.Next(), "5 Re-connecting socket with implicit disconnect");
+        EXPECT_EQ(records.Next(), "3 Waiting for RX thread to exit");
+        daemon_.Accept();
+        EXPECT_EQ(events_.Next(), "connected");
+        EXPECT_EQ(records.Next(), "3 Successfully (re)connected");
+        daemon_.HangUp();
+        daemon_.Accept();
+        EXPECT_EQ(events_.Next(), "disconnected");
+        EXPECT_EQ(events_.Next(), "connected");
+        EXPECT_EQ(delays_, (std::vector<milliseconds>{250ms, 250ms}));
+        records.Take();
+    }
+}
+
+TEST_F(SocketClientTest, ReceiveThreadMayNeitherConnectNorDisconnect) {
+    callbacks_->in_message = [this] {
+        client_.disconnect();
+        EXPECT_FALSE(client_.connectInBackground("hub", callbacks_));
+    };
+    Connect();
+    for (const std::string datagram : {"one", "two"}) {
+        daemon_.Send(datagram);
+        EXPECT_EQ(events_.Next(), "message " + datagram);
+        EXPECT_EQ(records.Take(),
+                  Log({"6 disconnect() can't be called from a receive thread callback",
+                       "6 Can't attempt to connect from a receive thread callback"}));
+    }
+}
+
+TEST_F(SocketClientTest, DisconnectEndsEveryStateWithoutACallback) {
+    const Log waiting{"3 Waiting for RX thread to exit"};
+    client_.disconnect();
+    EXPECT_EQ(records.Take(), Log());
+
+    wait_for_ever_ = true;
+    ASSERT_TRUE(client_.connectInBackground("hub", callbacks_));
+    ASSERT_EQ(events_.Next(), "waiting");
+    client_.disconnect();
+    EXPECT_EQ(records.Take(), waiting);
+    wait_for_ever_ = false;
+
+    Connect();
+    client_.disconnect();
+    EXPECT_EQ(records.Take(), waiting);
+    EXPECT_EQ(daemon_.Receive(), "");
+    daemon_.HangUp();
+
+    // Asked for from another thread when the socket is connected and nobody else knows it yet, and
+    // then in a callback.
+    std::thread other;
+    const auto ask = [&] {
+        other = std::thread([this] { client_.disconnect(); });
+        EXPECT_EQ(records.Next(), waiting.front());
+        events_.Add("asked");
+    };
+    when_connecting = ask;
+    ASSERT_TRUE(client_.connectInBackground("hub", callbacks_));
+    EXPECT_EQ(events_.Next(), "asked");
+    other.join();
+    when_connecting = nullptr;
+    daemon_.Accept();
+    EXPECT_EQ(daemon_.Receive(), "");
+    daemon_.HangUp();
+    EXPECT_EQ(events_.Take(), Log());
+    EXPECT_EQ(records.Take(), Log{"3 Successfully (re)connected"});
+
+    callbacks_->in_message = ask;
+    Connect();
+    daemon_.Send("one");
+    daemon_.SendIfAnybodyIsThere("two");  // the disconnect may have come first
+    EXPECT_EQ(events_.Next(), "asked");
+    other.join();
+    EXPECT_EQ(events_.Next(), "message one");
+    EXPECT_EQ(events_.Take(), Log());
+    EXPECT_EQ(records.Take(), Log());
+}
+
+TEST_F(SocketClientTest, DaemonThatAcceptsNobodyHoldsNobodyUp) {
+    Daemon full("full", 0);
+    const int first = Daemon::Socket(SOCK_NONBLOCK);
+    ASSERT_EQ(connect(first, full.Address(), sizeof(sockaddr_un)), 0);
+    const auto start = steady_clock::now();
+    EXPECT_EQ(Failure(client_.doConnect("full", callbacks_, false)),
+              "6 Couldn't connect client socket to 'full': Resource temporarily unavailable");
+    EXPECT_LT(steady_clock::now() - start, 3s);
+    close(first);
+}
+
+TEST_F(SocketClientTest, FailedSendsAreToldAndRaiseNoSignal) {
+    ASSERT_NE(signal(SIGPIPE, SIG_DFL), SIG_ERR);
+    std::promise<void> tried;
+    callbacks_->in_message = [&] { tried.get_future().wait(); };
+    Connect();
+    EXPECT_EQ(Failure(Send(std::string(8 << 20, 'x'))),
+              "6 Failed to send 8388608 bytes of data: Message too long");
+    EXPECT_EQ(Failure(Send("")), "5 Failed to send data; remote side disconnected");
+    EXPECT_EQ(daemon_.Receive(), "");
+    daemon_.Send("busy");
+    daemon_.HangUp();
+    EXPECT_EQ(Failure(Send("lost")), "6 Failed to send 4 bytes of data: Broken pipe");
+    tried.set_value();
+    EXPECT_EQ(events_.Next(), "message busy");
+    EXPECT_EQ(events_.Next(), "disconnected");
+}
+
+TEST_F(SocketClientTest, WithoutThreadsOrDescriptorsNothingIsLeftBehind) {
+    pthread_attr_t attributes;
+    pthread_attr_t before;
+    pthread_getattr_default_np(&before);
+    pthread_getattr_default_np(&attributes);
+    pthread_attr_setstacksize(&attributes, size_t{1} << 46);  // more than there can be
+    for (const bool background : {true, false}) {
+        pthread_setattr_default_np(&attributes);
+        EXPECT_THROW(client_.doConnect("hub", callbacks_, background), std::system_error);
+        pthread_setattr_default_np(&before);
+        EXPECT_EQ(Failure(Send("x")),
+                  "5 Tried sending a message, but don't have a valid socket handle");
+    }
+    daemon_.Accept();
+    daemon_.HangUp();
+
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlim_t least = static_cast<rlim_t>(dup(0));
+    close(static_cast<int>(least));
+    for (const rlim_t left : {rlim_t{0}, rlim_t{1}}) {
+        const rlimit few{least + left, limit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        if (left == 0) {
+            EXPECT_EQ(Failure(client_.doConnect("hub", callbacks_, false)),
+                      "6 Couldn't create local socket: Too many open files");
+        } else {
+            ASSERT_TRUE(client_.connectInBackground("hub", callbacks_));
+            EXPECT_EQ(events_.Next(), "connected");
+            EXPECT_EQ(events_.Next(), "abandoned");
+            EXPECT_EQ(records.Take(),
+                      Log({"3 Successfully (re)connected",
+                           "6 Error creating epoll fd: Too many open files (24)\n"}));
+        }
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    daemon_.Accept();
+    EXPECT_EQ(daemon_.Receive(), "");  // closed before the thread is waited for
+    daemon_.HangUp();
+    client_.disconnect();
+    records.Take();
+    Connect();
+}
+
+// Nothing may race, hang, or reach a descriptor that isn't the link's. What counts is that it ends,
+// that the bystander's socket stays empty, and what the sanitizers say.
+TEST_F(SocketClientTest, EverythingAtOnce) {
+    std::atomic<bool> stop = false;
+    const auto until_stopped = [&stop](auto step) {
+        return std::thread([&stop, step] {
+            while (!stop) step();
+        });
+    };
+    callbacks_->in_message = [this] { Send("from a callback"); };
+    const Quiet quiet;
+    std::vector<std::thread> threads;
+    threads.push_back(until_stopped([this] { Send("from a thread"); }));
+    threads.push_back(until_stopped([this] { Send(std::string(100'000, 'x')); }));
+    threads.push_back(until_stopped([this] { client_.disconnect(); }));
+    threads.push_back(until_stopped([&] {
+        daemon_.Accept();
+        daemon_.SendIfAnybodyIsThere("x");
+        daemon_.HangUp();
+    }));
+    threads.push_back(until_stopped([] {
+        int ends[2];
+        socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends);
+        char byte = 0;
+        EXPECT_EQ(recv(ends[1], &byte, 1, MSG_DONTWAIT), -1);
+        close(ends[0]);
+        close(ends[1]);
+    }));
+    for (int i = 0; i < 300; ++i) client_.connectInBackground("hub", callbacks_);
+    stop = true;
+    client_.doConnect("hub", callbacks_, false);  // for an accept that waits
+    for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(SocketClientTest, RecordsAreCopiedToTheStreams) {
+    std::string texts[2];
+    const int streams[] = {memfd_create("out", MFD_CLOEXEC), memfd_create("err", MFD_CLOEXEC)};
+    {
+        const Redirected out(STDOUT_FILENO, streams[0]);
+        const Redirected err(STDERR_FILENO, streams[1]);
+        client_.doConnect("none", callbacks_, false);
+        Send("x");
+        outputHostLogErrno("Couldn't", "close", 7, EBADF);
+    }
+    for (const int i : {0, 1}) {
+        char text[500];
+        texts[i].assign(text, static_cast<size_t>(pread(streams[i], text, sizeof text, 0)));
+        close(streams[i]);
+    }
+    EXPECT_TRUE(std::regex_match(texts[0], std::regex("sendMessage:\\d+: Tried sending a message, "
+                                                      "but don't have a valid socket handle\n")))
+            << texts[0];
+    EXPECT_TRUE(std::regex_match(
+            texts[1],
+            std::regex("tryConnect:\\d+: Couldn't connect client socket to 'none': No such file or "
+                       "directory\nclose:7: Couldn't: Bad file descriptor \\(9\\)\n\n")))
+            << texts[1];
+
+    // A reader that has stopped, and one that is gone.
+    ASSERT_NE(signal(SIGPIPE, SIG_DFL), SIG_ERR);
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const std::string filling(static_cast<size_t>(fcntl(ends[1], F_GETPIPE_SZ)), 'f');
+    ASSERT_EQ(write(ends[1], filling.data(), filling.size()), static_cast<ssize_t>(filling.size()));
+    {
+        const Redirected out(STDOUT_FILENO, ends[1]);
+        Send("x");
+        close(ends[0]);
+        Send("x");
+    }
+    close(ends[1]);
+    EXPECT_EQ(records.Take().size(), 5);
+}
+
+}  // namespace
+}  // namespace android::chre
