@@ -106,10 +106,12 @@ char* FormatFloat(char* out, uint32_t bits) {
     const uint32_t fraction = bits & kFraction;
     if (biased == kInfiniteExponent) return Copy(out, fraction == 0 ? "inf" : "nan");
 
-    // The magnitude is mantissa * 2^exponent; that of a denormal has no implied leading bit.
-    const uint32_t mantissa = biased == 0 ? fraction : fraction | (kFraction + 1);
-    const int exponent = static_cast<int>(std::max<uint32_t>(biased, 1)) - kExponentBias;
-    constexpr int kMostShift = 63 - static_cast<int>(kFractionBits) - 1;
+    // The magnitude is mantissa * 2^exponent. Zero and the denormals have no implied leading bit
+    // and an exponent of their own, but are so far below half a millionth that this changes
+    // nothing.
+    const uint32_t mantissa = fraction | (kFraction + 1);
+    const int exponent = static_cast<int>(biased) - kExponentBias;
+    constexpr int kMostShift = 64 - static_cast<int>(kFractionBits + 1);
     if (exponent > kMostShift) {
         const auto magnitude = std::bit_cast<float>(bits & ~(uint32_t{1} << 31));
         return std::to_chars(out, out + kLongestFloat, double{magnitude}, std::chars_format::fixed,

@@ -22,10 +22,13 @@
 #include <cstdio>
 #include <fstream>
 #include <future>
+#include <numeric>
 #include <optional>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "host_messages_generated.h"
@@ -69,12 +72,28 @@ namespace {
 constexpr uint64_t kNanoapp = 0x4E6F727665001025;
 constexpr uint16_t kEndpoint = 0x9023;
 
+// Sanitizers hold memory of their own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
 using Bytes = std::vector<uint8_t>;
 using Strings = std::vector<std::string>;
 
 Bytes Le(uint64_t value, size_t width = 4) {
     Bytes bytes;
     for (size_t i = 0; i < width; ++i) bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    return bytes;
+}
+
+Bytes FromHex(std::string digits) {
+    std::erase(digits, ' ');
+    Bytes bytes;
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        bytes.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+    }
     return bytes;
 }
 
@@ -189,96 +208,39 @@ class BlackBoxTest : public testing::Test {
 };
 
 TEST_F(BlackBoxTest, EveryMessageIsCheckedAndLoggedToTheLetter) {
-    constexpr char kCountFailed[] =
-            "6 Failed to send kSensorCountRequest message to sensor black box";
-    constexpr char kFragmentFailed[] = "6 Failed to send kGetFragmentRequest to the black box";
     const struct {
         Bytes datagram;
         Strings logs;
-    } cases[] = {
+    } envelopes[] = {
             {{1, 2, 3}, {"6 Failed to decode message from CHRE"}},
             {List({}), {"6 Sensor black box not found"}},
             {List({{kNanoapp ^ 1, true}}), {"6 Sensor black box not found"}},
-            {List({{1, true}, {kNanoapp, false}, {kNanoapp, true}}),
-             {"6 Sensor black box not enabled"}},
+            {List({{kNanoapp, false}, {kNanoapp, true}}), {"6 Sensor black box not enabled"}},
             {List({{1, false}, {kNanoapp, true}}),
-             {"4 Requesting black box sensor count", kCountFailed}},
-            {Message(7, Le(3), 0x1234), {}},
-            {Message(7, Le(3), kEndpoint, kNanoapp + 1), {}},
-            {Message(7, Le(3, 5)), {"6 Unexpected message size for kSensorCountReply"}},
-            {Message(7, Le(0)), {"5 Sensor black box has no sensors configured."}},
-            {Message(7, Le(3), 0xFFFF),
-             {"4 Sensor black box has 3 sensors.  Requesting snapshot creation.",
-              "5 Invalid value of dumpstate.last_id. Not sending a snapshot ID.",
-              "6 Failed to send kSnapshotRequest message to sensor black box"}},
-            {Message(7, Le(9)), {}},
-            {Message(7, {}), {}},
-            {Message(1, {}), {"5 Ignoring unsupported message type 1 from black box"}},
-            {Message(3, {}), {"5 Ignoring unsupported message type 3 from black box"}},
-            {Message(6, {}), {"5 Ignoring unsupported message type 6 from black box"}},
-            {Message(~0U, {}), {"5 Ignoring unsupported message type -1 from black box"}},
-            {Message(4, {}), {}},
-            {Message(2, Le(9)), {"6 Unexpected message size for kSnapshotReply (4 - 5) % 9 != 0"}},
-            {Message(2, Le(9, 13)),
-             {"6 Unexpected message size for kSnapshotReply (13 - 5) % 9 != 0"}},
-            {SnapshotReply(0, 200, {}),
-             {"4 Black box snapshot created (0 fragments, cookie = 200)"}},
-            {SnapshotReply(2, 129, {{1, 7}, {8, 1000}, {1, 1000000}}),
-             {"4 Black box snapshot created (2 fragments, cookie = 129)", "3 Requesting fragment 0",
-              kFragmentFailed}},
-            {Message(4, Bytes(99)), {"3 Requesting fragment 1", kFragmentFailed}},
-            {Message(4, {}), {}},
-            {Message(5, Piece(2, 128, 5, 0, 1, {0})),
-             {"6 Received fragment with incorrect cookie value (128 != 129)",
-              "6 Stopping black box dump"}},
-            {Message(5, Piece(2, 129, 5, 0, 1, {0})), {"5 Ignoring unsupported sensor type 2"}},
-            {Message(5, Piece(255, 129, 5, 0, 1, {0})), {"5 Ignoring unsupported sensor type 255"}},
-            {Message(5, Piece(6, 129, 20, 99, 9, {0})),
-             {"6 Unexpected size of buffer for sensor 6 (Gyroscope): 20 % 16 != 0"}},
-            {Message(5, Piece(6, 129, 0xFFFFFFF0, 0, 1, {0})),
-             {"6 Refusing buffer for sensor 6 (Gyroscope): 4294967280 bytes make 4294967280, more "
-              "than the 268435456 for all sensors"}},
-            {Message(5, Piece(1, 129, 32, 32, 1, {0})),
-             {"6 Black box data out of bound. Sensor: 1 (Accelerometer). Buffer: 32 bytes. "
-              "Received: 32 - 33."}},
-            {Message(5, Piece(1, 129, 20, 32, 1, {0})),
-             {"6 Inconsistent total_bytes values in black box data received (Sensor: 1 "
-              "(Accelerometer), 32 -> 20)"}},
-            {Message(5, Piece(1, 129, 32, 0xFFFFFFF0, 0x20, {0})),
-             {"6 Black box data out of bound. Sensor: 1 (Accelerometer). Buffer: 32 bytes. "
-              "Received: 4294967280 - 16."}},
-            {Message(5, Piece(1, 129, 32, 31, 0xFFFFFFFF, Bytes(40))),
-             {"6 Black box data out of bound. Sensor: 1 (Accelerometer). Buffer: 32 bytes. "
-              "Received: 31 - 30."}},
-            {Message(5, Piece(1, 129, 32, 0, 32, Bytes(31))),
-             {"6 Incomplete black box data buffer received.  Sensor: 1 (Accelerometer).  Expecting "
-              "46, received 45."}},
-            {Message(5, Piece(1, 129, 32, 0, 0, {9})), {}},
-            {Message(5, Piece(1, 129, 32, 16, 8, Le(20) + Le(0x40000000) + Bytes(9))), {}},
-            {Message(5, Piece(1, 129, 32, 12, 8, Bytes(8))),
-             {"6 Duplicated byte received for sensor 1 (Accelerometer) at offset 16"}},
-            {Message(5, Piece(1, 129, 32, 0, 12, Le(10) + Le(0) + Le(0x80000000))), {}},
-            {Message(5, Piece(1, 129, 32, 24, 8, Le(0x3F800000) + Le(0xC0200000))),
-             {"4 Fully received black box data for sensor 1 (Accelerometer)"}},
-            {Message(5, Piece(10, 129, 0, 0, 1, {0})),
-             {"6 Black box data out of bound. Sensor: 10 (Barometer). Buffer: 0 bytes. Received: 0 "
-              "- 1."}},
-            {Message(5, Piece(8, 129, 16, 0, 1, {0})), {}},
-            {SnapshotReply(3, 129, {}),
-             {"4 Black box snapshot created (3 fragments, cookie = 129)", "3 Requesting fragment 2",
-              kFragmentFailed}},
-            {SnapshotReply(9, 129, {}),
-             {"4 Black box snapshot created (9 fragments, cookie = 129)", "3 Requesting fragment 3",
-              kFragmentFailed}},
-            {Message(4, {}), {}},  // the dump has been stopped
-            {Message(5, Piece(1, 0, 1, 0, 0, {})),
-             {"6 Received fragment with null message data, stopping black box dump"}},
+             {"4 Requesting black box sensor count",
+              "6 Failed to send kSensorCountRequest message to sensor black box"}},
+            {Message(9, {}, 0x1234), {}},
+            {Message(9, {}, kEndpoint, kNanoapp + 1), {}},
+            {Message(9, {}, 0xFFFF), {"5 Ignoring unsupported message type 9 from black box"}},
     };
-    for (const auto& one : cases) {
-        SCOPED_TRACE(one.logs.empty() ? "(no log)" : one.logs[0]);
+    for (const auto& one : envelopes) {
         Feed(one.datagram);
         EXPECT_EQ(NewLogs(), one.logs);
     }
+    std::ifstream table(TEST_DATA "/black_box_messages.tsv");
+    int rows = 0;
+    for (std::string row; std::getline(table, row);) {
+        if (row.starts_with('#')) continue;
+        SCOPED_TRACE(row);
+        Strings cells;
+        std::istringstream line(row);
+        for (std::string cell; std::getline(line, cell, '\t');) cells.push_back(cell);
+        cells.resize(std::max<size_t>(cells.size(), 2));
+        Feed(Message(static_cast<uint32_t>(std::stoul(cells[0])), FromHex(cells[1])));
+        EXPECT_EQ(NewLogs(), Strings(cells.begin() + 2, cells.end()));
+        ++rows;
+    }
+    EXPECT_GT(rows, 35);
     // Stopped, so nobody is waited for. The order of the sensors is the map's own.
     const std::string text = Printed(3600s);
     for (const char* block : {"*** Sensor 1 (Accelerometer) ***\n"
@@ -298,49 +260,41 @@ TEST_F(BlackBoxTest, ValuesAndTimesPrintLikePrintf) {
                                     0xFF7FFFFF, 0x35000000, 0x36000000, 0x5F000000, 0x5E7FFFFF,
                                     0x4B7FFFFF, 0x3EFFFFFF, 0xB4800000};
     while (values.size() < 30000) values.push_back(static_cast<uint32_t>(random()));
-    // Where a millionth counts.
-    while (values.size() < 60000)
+    while (values.size() < 60000) {  // where a millionth counts
         values.push_back(static_cast<uint32_t>(0x30000000 + random() % 0x1B000000));
-
-    const struct {
-        uint8_t type;
-        const char* name;
-        size_t values;
-    } sensors[] = {{1, "Accelerometer", 3}, {6, "Gyroscope", 3},    {8, "Magnetometer", 3},
-                   {10, "Barometer", 1},    {200, "TiltToWake", 1}, {214, "RaiseToTalk", 1}};
-    for (const auto& sensor : sensors) {
-        SCOPED_TRACE(sensor.name);
-        Bytes records;
-        std::vector<uint32_t> deltas;
-        for (size_t i = 0; i < values.size(); i += sensor.values) {
-            deltas.push_back(static_cast<uint32_t>(random()) >> random() % 32);
-            records = std::move(records) + Le(deltas.back());
-            for (size_t v = 0; v < sensor.values; ++v)
-                records = std::move(records) + Le(values[i + v]);
-        }
+    }
+    const std::tuple<uint8_t, size_t, const char*> sensors[] = {
+            {1, 3, "*** Sensor 1 (Accelerometer) ***\n"},
+            {6, 3, "*** Sensor 6 (Gyroscope) ***\n"},
+            {8, 3, "*** Sensor 8 (Magnetometer) ***\n"},
+            {10, 1, "*** Sensor 10 (Barometer) ***\n"},
+            {200, 1, "*** Sensor 200 (TiltToWake) ***\n"},
+            {214, 1, "*** Sensor 214 (RaiseToTalk) ***\n"}};
+    for (const auto& [type, count, heading] : sensors) {
+        std::vector<uint32_t> deltas(values.size() / count);
+        std::ranges::generate(deltas,
+                              [&] { return static_cast<uint32_t>(random()) >> random() % 32; });
         constexpr uint64_t kNewest = 123456789;  // less than the deltas: times wrap
-        uint64_t time = kNewest;
-        for (const uint64_t delta : deltas) time -= delta * 1000;
-        std::string expected =
-                "*** Sensor " + std::to_string(sensor.type) + " (" + sensor.name + ") ***\n";
-        for (size_t i = 0; i < deltas.size(); ++i) {
-            time += uint64_t{deltas[i]} * 1000;
-            expected += "Time: " + std::to_string(time) + ", Value: ";
-            for (size_t v = 0; v < sensor.values; ++v) {
-                std::array<char, 64> value;
-                std::snprintf(value.data(), value.size(), "%.6f",
-                              double{std::bit_cast<float>(values[i * sensor.values + v])});
-                expected += (v > 0               ? ", "
-                             : sensor.values > 1 ? "("
-                                                 : "") +
-                            std::string(value.data());
+        uint64_t time = kNewest - 1000 * std::accumulate(deltas.begin(), deltas.end(), uint64_t{0});
+        Bytes records;
+        std::string expected = heading;
+        auto value = values.begin();
+        for (const uint32_t delta : deltas) {
+            time += uint64_t{delta} * 1000;
+            records = std::move(records) + Le(delta);
+            expected += "Time: " + std::to_string(time) + ", Value: " + (count > 1 ? "(" : "");
+            for (size_t i = 0; i < count; ++i, ++value) {
+                std::array<char, 64> text;
+                std::snprintf(text.data(), text.size(), "%s%.6f", i > 0 ? ", " : "",
+                              double{std::bit_cast<float>(*value)});
+                records = std::move(records) + Le(*value);
+                expected += text.data();
             }
-            expected += sensor.values > 1 ? ")\n" : "\n";
+            expected += count > 1 ? ")\n" : "\n";
         }
-        const std::string printed = PrintedRecords(sensor.type, kNewest, records);
-        EXPECT_TRUE(printed == expected);
+        const std::string printed = PrintedRecords(type, kNewest, records);
         const auto [at, wanted] = std::ranges::mismatch(printed, expected);
-        if (at != printed.end()) ADD_FAILURE() << std::string(at, printed.end()).substr(0, 99);
+        EXPECT_TRUE(printed == expected) << std::string(at, printed.end()).substr(0, 99);
     }
 }
 
@@ -361,12 +315,12 @@ TEST_F(BlackBoxTest, WearIsReportedInPeriods) {
     EXPECT_EQ(wear({{0, 1}, {1000, 1}}), "");
     EXPECT_EQ(wear({{0, 1}, {0, 0}}), "Time: 200000000000, Time On Wrist: 0.000000s\n");
     EXPECT_EQ(wear({{0, 0}, {5, 1.0000001F}, {5, 0.99999994F}, {5, -1}, {5, NAN}}), "");
-    // In double precision: 16777.217000, 100000.007000 and 116777.227000.
-    EXPECT_EQ(wear({{9, 1}, {16777217, 0}, {1, 1}, {3, NAN}, {1, 1}, {100000007, 2}, {4, 1}}),
-              "Time: 18446627496476551616, Time On Wrist: 16777.216797s\n"
-              "Time: 18446644273694551616, Time On Wrist: 0.003000s\n"
+    // In double precision: 16777.217000, 563.565000, 100000.007000 and 117340.789000.
+    EXPECT_EQ(wear({{9, 1}, {16777217, 0}, {1, 1}, {563565, NAN}, {1, 1}, {100000007, 2}, {4, 1}}),
+              "Time: 18446626932914551616, Time On Wrist: 16777.216797s\n"
+              "Time: 18446643710132551616, Time On Wrist: 563.564941s\n"
               "Time: 18446644273698551616, Time On Wrist: 100000.007812s\n"
-              "Total Time On Wrist: 116777.226562 seconds\n");
+              "Total Time On Wrist: 117340.789062 seconds\n");
 }
 
 TEST(BlackBoxBuffer, TakesEachByteOnceInAnyOrder) {
@@ -407,13 +361,13 @@ TEST_F(BlackBoxTest, MemoryIsBoundedAndAnnouncedBytesCostNothing) {
     Feed(Message(5, Piece(1, 0, 200U << 20, 0, 1, {0})));
     Feed(Message(5, Piece(10, 0, 56U << 20, 0, 1, {0})));
     EXPECT_EQ(NewLogs(), Strings());
-    EXPECT_LT(resident() - before, 16 << 20);
+    EXPECT_TRUE(kSanitized || resident() - before < 16 << 20);
     Feed(Message(5, Piece(200, 0, 8, 0, 1, {0})));
     EXPECT_EQ(NewLogs(), Strings({"6 Refusing buffer for sensor 200 (TiltToWake): 8 bytes make "
                                   "268435464, more than the 268435456 for all sensors"}));
     Feed(Message(5, Piece(196, 0, 0, 0, 1, {0})));
     EXPECT_EQ(NewLogs().size(), 1U);  // nothing to hold, and out of bound
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    if (kSanitized) return;
     Restart();
     rlimit limit{};
     getrlimit(RLIMIT_AS, &limit);
@@ -425,7 +379,6 @@ TEST_F(BlackBoxTest, MemoryIsBoundedAndAnnouncedBytesCostNothing) {
     EXPECT_EQ(NewLogs(), Strings({"6 Refusing buffer for sensor 1 (Accelerometer): no memory for "
                                   "209715200 bytes"}));
     EXPECT_EQ(Printed(), "");
-#endif
 }
 
 TEST_F(BlackBoxTest, ReadersMayBeSlowGoneOrStuck) {
@@ -448,6 +401,7 @@ TEST_F(BlackBoxTest, ReadersMayBeSlowGoneOrStuck) {
 
     std::signal(SIGPIPE, SIG_IGN);  // as the service does
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    ASSERT_EQ(write(ends[1], whole.data(), 9999), 9999);  // no room for as much as is gathered
     patience_is_over = true;
     client_->PrintToFd(ends[1], 0s);  // returns, though nobody reads
     patience_is_over = false;
@@ -473,7 +427,6 @@ class Hub {
         unlink("/dev/socket/chre");
     }
 
-    void Accept() { connection_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC); }
     void HangUp() { close(std::exchange(connection_, -1)); }
     bool Send(const Bytes& datagram) const {
         return send(connection_, datagram.data(), datagram.size(), MSG_NOSIGNAL) > 0;
@@ -501,14 +454,13 @@ class Hub {
         return text;
     }
 
-    // From the connection to the request for the snapshot, as far as it is told to go.
-    void UpToSnapshotRequest(uint32_t sensors) {
-        Accept();
+    // What every connection begins with.
+    void AcceptListAndCount(uint32_t sensors) {
+        connection_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
         EXPECT_EQ(Receive(), "list");
         Send(List({{kNanoapp, true}}));
         EXPECT_EQ(Receive(), "6:");
         Send(Message(7, Le(sensors)));
-        EXPECT_EQ(Receive(), "1:");
     }
 
   private:
@@ -516,7 +468,7 @@ class Hub {
     int connection_ = -1;
 };
 
-// A client that a hub can reach.
+// A client that a hub can reach, and that ends as its user has to end it.
 class Connected {
   public:
     Connected() : client_(SensorBlackBoxClient::start(kNanoapp, "chre")) {}
@@ -537,11 +489,7 @@ TEST(BlackBoxExchange, FetchesFragmentByFragmentAndWakesTheReader) {
         auto printing = std::async(std::launch::async, [&] {
             client->PrintToFd(report.fd(), std::chrono::seconds::max());
         });
-        hub.Accept();
-        EXPECT_EQ(hub.Receive(), "list");
-        hub.Send(List({{kNanoapp, true}}));
-        EXPECT_EQ(hub.Receive(), "6:");
-        hub.Send(Message(7, Le(2)));
+        hub.AcceptListAndCount(2);
         EXPECT_EQ(hub.Receive(), with_id ? "1: 254 255 255 255" : "1:");
         hub.Send(SnapshotReply(3, 77, {{10, 50000}, {200, 60000}}));
         EXPECT_EQ(hub.Receive(), "3: 0 0 0 0 1 0 0 0");
@@ -551,11 +499,7 @@ TEST(BlackBoxExchange, FetchesFragmentByFragmentAndWakesTheReader) {
         hub.Send(Message(5, Piece(10, 77, 8, 0, 4, Le(7))));
         // The daemon starts anew: listed and counted again, but it is the same snapshot.
         hub.HangUp();
-        hub.Accept();
-        EXPECT_EQ(hub.Receive(), "list");
-        hub.Send(List({{kNanoapp, true}}));
-        EXPECT_EQ(hub.Receive(), "6:");
-        hub.Send(Message(7, Le(1)));
+        hub.AcceptListAndCount(1);
         hub.Send(Message(4, {}));
         EXPECT_EQ(hub.Receive(), "3: 2 0 0 0 1 0 0 0");
         hub.Send(Message(4, {}));
@@ -582,7 +526,8 @@ TEST(BlackBoxExchange, AStoppedDumpWakesTheReaderAndALateOneIsNotWaitedFor) {
         const Report report;
         auto printing =
                 std::async(std::launch::async, [&] { client->PrintToFd(report.fd(), 3600s); });
-        hub.UpToSnapshotRequest(1);
+        hub.AcceptListAndCount(1);
+        EXPECT_EQ(hub.Receive(), "1:");
         hub.Send(SnapshotReply(2, 8, {}));
         EXPECT_EQ(hub.Receive(), "3: 0 0 0 0 1 0 0 0");
         hub.Send(stop);
@@ -592,7 +537,9 @@ TEST(BlackBoxExchange, AStoppedDumpWakesTheReaderAndALateOneIsNotWaitedFor) {
         hub.Send(Message(99, {}));
         EXPECT_TRUE(
                 WaitForLog("5 tev-dumpstate Ignoring unsupported message type 99 from black box"));
-        EXPECT_EQ(LogsOf("tev-dumpstate").back().find("Requesting fragment 1"), std::string::npos);
+        EXPECT_EQ(std::ranges::count(LogsOf("tev-dumpstate"),
+                                     "3 tev-dumpstate Requesting fragment 1"),
+                  0);
     }
     // Without a hub the time-out ends the wait; without a time-out there is none.
     const Connected client;
@@ -619,7 +566,7 @@ TEST(BlackBoxExchange, EndsFromEveryState) {
         std::thread flood;
         {
             const Connected client;
-            hub.UpToSnapshotRequest(7);
+            hub.AcceptListAndCount(7);
             // A snapshot under way, from a hub that sends for ever and reads nothing.
             hub.Send(SnapshotReply(~0U, 1, {}));
             if (flooding) {
@@ -646,7 +593,8 @@ TEST(SensorHub, WritesItsSectionInOrder) {
     {
         Hub hub;
         auto answers = std::async(std::launch::async, [&] {
-            hub.UpToSnapshotRequest(1);
+            hub.AcceptListAndCount(1);
+            EXPECT_EQ(hub.Receive(), "1:");
             hub.Send(SnapshotReply(1, 1, {{214, 5000}}));
             hub.Send(Message(5, Piece(214, 1, 8, 0, 8, Le(1) + Le(0xBF000000))));
             EXPECT_EQ(hub.Receive(), "3: 0 0 0 0 1 0 0 0");

@@ -57,7 +57,7 @@ void BlackBox::Receive(const Address& from, uint32_t type, std::span<const uint8
         channel_.Say("the black box knows no message of type %" PRIu32 "; ignored", type);
         return;
     }
-    if (!channel_.Arrived(request->message)) return;
+    if (!channel_.Passes(request->message)) return;
     if (payload.size() != request->size && !(payload.empty() && request->may_be_empty)) {
         channel_.Say("a message of type %" PRIu32
                      " to the black box with %zu bytes, not %zu; "

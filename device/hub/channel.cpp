@@ -7,8 +7,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <span>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -18,7 +18,7 @@ constexpr size_t kMostGarbage = 2048;
 
 }  // namespace
 
-bool Channel::Goes(Message message) {
+bool Channel::Passes(Message message) {
     if (silent_) return false;
     const Faults::Action action = faults_.Meet(message);
     if (action == Faults::Action::kNone) return true;
@@ -30,23 +30,18 @@ bool Channel::Goes(Message message) {
     return false;
 }
 
-bool Channel::Arrived(Message message) {
-    return Goes(message);
-}
-
 void Channel::Send(Message message, flatbuffers::DetachedBuffer bytes) {
-    if (!Goes(Message::kSent) || !Goes(message)) return;
+    if (!Passes(Message::kSent) || !Passes(message)) return;
     if (faults_.GarbageComes()) QueueGarbage();
     Queue(std::move(bytes));
 }
 
 void Channel::QueueGarbage() {
     const size_t size = std::uniform_int_distribution<size_t>(1, kMostGarbage)(random_);
+    std::vector<uint8_t> bytes(size);
+    std::ranges::generate(bytes, [this] { return static_cast<uint8_t>(random_()); });
     flatbuffers::FlatBufferBuilder builder(size);
-    uint8_t* bytes = nullptr;
-    builder.CreateUninitializedVector(size, &bytes);
-    std::ranges::generate(std::span(bytes, size),
-                          [this] { return static_cast<uint8_t>(random_()); });
+    builder.PushFlatBuffer(bytes.data(), size);
     Queue(builder.Release());
 }
 

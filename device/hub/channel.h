@@ -21,8 +21,8 @@ class Channel {
 
     Faults& faults() { return faults_; }
 
-    // Tells of a message that has come. False when it shall stay without an answer.
-    bool Arrived(Message message);
+    // To be asked once for each message that has come. False when it shall stay without an answer.
+    bool Passes(Message message);
 
     // Queues one message; drops it when the client shall hear no more.
     void Send(Message message, flatbuffers::DetachedBuffer bytes);
@@ -46,7 +46,6 @@ class Channel {
         flatbuffers::DetachedBuffer bytes;  // none: hang up
     };
 
-    bool Goes(Message message);
     void Queue(flatbuffers::DetachedBuffer bytes);
     void QueueGarbage();
 

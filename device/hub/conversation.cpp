@@ -22,7 +22,7 @@ constexpr NanoappEntry kNanoapps[] = {
 }  // namespace
 
 void Conversation::Receive(std::span<const uint8_t> datagram) {
-    if (!channel_.Arrived(Message::kReceived)) return;
+    if (!channel_.Passes(Message::kReceived)) return;
     flatbuffers::Verifier verifier(datagram.data(), datagram.size());
     if (!fbs::VerifyMessageContainerBuffer(verifier)) {
         channel_.Say("a datagram of %zu bytes that holds no message; ignored", datagram.size());
@@ -56,7 +56,7 @@ bool Conversation::BlackBoxRuns() const {
 }
 
 void Conversation::ListNanoapps(uint16_t client_id) {
-    if (!channel_.Arrived(Message::kListRequest)) return;
+    if (!channel_.Passes(Message::kListRequest)) return;
     std::vector<NanoappEntry> listed;
     for (NanoappEntry one : kNanoapps) {
         if (one.app_id == BlackBox::kAppId) {
