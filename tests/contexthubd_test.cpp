@@ -81,6 +81,7 @@ class Daemon {
   public:
     explicit Daemon(const std::string& options) {
         std::string line = "exec contexthubd --socket " + kSocket + " " + options;
+        fs::remove(kLog);  // another daemon may be writing into it still
         line += " >" + kLog + " 2>&1";
         const char* const argv[] = {"sh", "-c", line.c_str(), nullptr};
         EXPECT_EQ(posix_spawnp(&pid_, argv[0], nullptr, nullptr, const_cast<char**>(argv), environ),
