@@ -34,11 +34,6 @@ constexpr Entry kRemove[] = {
         Command("RM DUMPSTATE BIN DIR", {"/vendor/bin/rm", "-r", kTemporaryFolder}, 2),
 };
 
-template <typename... Arguments>
-void debug(const char* format, Arguments... arguments) {
-    __android_log_print(ANDROID_LOG_DEBUG, nullptr, format, arguments...);
-}
-
 ::android::base::unique_fd openArchive() {
     int archive;
     do {
@@ -70,11 +65,15 @@ void copyArchive(int archive, int bundle_fd, char* chunk) {
     WriteAlarm alarm;
     for (;;) {
         const ssize_t size = readChunk(archive, chunk);
-        if (size < 0) debug("read(%s): %s\n", kBundleArchive, std::strerror(errno));
+        if (size < 0)
+            __android_log_print(ANDROID_LOG_DEBUG, nullptr, "read(%s): %s\n", kBundleArchive,
+                                std::strerror(errno));
         if (size <= 0) return;
         const ssize_t written = writeChunk(bundle_fd, chunk, size, alarm);
         if (written != size) {
-            debug("Failed to write %zd bytes, actually written: %zd\n", size, written);
+            __android_log_print(ANDROID_LOG_DEBUG, nullptr,
+                                "Failed to write %zd bytes, actually written: %zd\n", size,
+                                written);
             return;
         }
     }
@@ -84,7 +83,7 @@ void streamArchive(int bundle_fd) {
     const std::unique_ptr<char[]> chunk(new (std::nothrow) char[kChunk]());
     const ::android::base::unique_fd archive = openArchive();
     const int error = errno;
-    debug("Goind to write dumpstate board binary\n");
+    __android_log_print(ANDROID_LOG_DEBUG, nullptr, "Goind to write dumpstate board binary\n");
     if (archive.get() < 0) {
         __android_log_print(ANDROID_LOG_ERROR, nullptr, "Failed to open '%s': %s", kBundleArchive,
                             std::strerror(error));
@@ -98,10 +97,10 @@ void streamArchive(int bundle_fd) {
 }  // namespace
 
 void Dumpstate::createDumpstateBin(int fd, int bundle_fd) {
-    debug("Going to compress logs\n");
+    __android_log_print(ANDROID_LOG_DEBUG, nullptr, "Going to compress logs\n");
     dumpEntries(fd, kPack);
     streamArchive(bundle_fd);
-    debug("Goind to remove dumpstate temp folder\n");
+    __android_log_print(ANDROID_LOG_DEBUG, nullptr, "Goind to remove dumpstate temp folder\n");
     dumpEntries(fd, kRemove);
 }
 

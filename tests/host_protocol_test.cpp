@@ -22,8 +22,8 @@ using Buffer = std::vector<uint8_t>;
 Buffer Bytes(const std::string& hex) {
     Buffer bytes;
     std::string digits;
-    for (const unsigned char c : hex) {
-        if (std::isxdigit(c) != 0) digits += static_cast<char>(c);
+    for (const char c : hex) {
+        if (std::isxdigit(static_cast<unsigned char>(c)) != 0) digits += c;
     }
     for (size_t i = 0; i < digits.size(); i += 2) {
         bytes.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
