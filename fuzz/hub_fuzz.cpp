@@ -49,7 +49,6 @@ extern "C" const char* __asan_default_options() {
 namespace {
 
 namespace fbs = chre::fbs;
-using android::chre::HostProtocolHost;
 using tev::dumpstate::SensorBlackBoxClient;
 
 constexpr uint64_t kBlackBox = 0x4E6F727665001025;
