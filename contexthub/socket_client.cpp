@@ -170,7 +170,8 @@ bool SocketClient::sendMessage(const void* data, size_t length) {
         LOGW("sendMessage", "Tried sending a message, but don't have a valid socket handle");
         return false;
     }
-    // The service ignores SIGPIPE, but a daemon that goes away must not end a process that doesn't.
+    // A daemon that goes away must not end the process, even one that doesn't ignore SIGPIPE on a
+    // kernel that raises it for this kind of socket.
     const ssize_t sent = send(socket.fd(), data, length, MSG_NOSIGNAL);
     if (sent < 0) {
         LOGE("sendMessage", "Failed to send %zu bytes of data: %s", length, std::strerror(errno));

@@ -556,17 +556,23 @@ TEST_F(SocketClientTest, RecordsAreCopiedToTheStreams) {
 
     // A reader that has stopped, and one that is gone.
     ASSERT_NE(signal(SIGPIPE, SIG_DFL), SIG_ERR);
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    const std::string filling(static_cast<size_t>(fcntl(ends[1], F_GETPIPE_SZ)), 'f');
-    ASSERT_EQ(write(ends[1], filling.data(), filling.size()), static_cast<ssize_t>(filling.size()));
-    {
-        const Redirected out(STDOUT_FILENO, ends[1]);
-        Send("x");
-        close(ends[0]);
-        Send("x");
+    for (const bool gone : {false, true}) {
+        int ends[2];
+        ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        const std::string filling(static_cast<size_t>(fcntl(ends[1], F_GETPIPE_SZ)), 'f');
+        if (gone) {
+            close(ends[0]);
+        } else {
+            EXPECT_EQ(write(ends[1], filling.data(), filling.size()),
+                      static_cast<ssize_t>(filling.size()));
+        }
+        {
+            const Redirected out(STDOUT_FILENO, ends[1]);
+            Send("x");
+        }
+        close(ends[1]);
+        if (!gone) close(ends[0]);
     }
-    close(ends[1]);
     EXPECT_EQ(records.Take().size(), 5);
 }
 
