@@ -12,9 +12,9 @@
 using aidl::android::hardware::dumpstate::Dumpstate;
 
 int main() {
-    // A reader that goes away in mid-report is a failed write, never the end of the process. And
-    // how a command ended is for this process to ask, whatever it has inherited.
-    std::signal(SIGPIPE, SIG_IGN);
+    // A reader that goes away and a file at its limit are failed writes, never the end of the
+    // process. How a command ended is for this process to ask, whatever it has inherited.
+    for (const int failed_write : {SIGPIPE, SIGXFSZ}) std::signal(failed_write, SIG_IGN);
     std::signal(SIGCHLD, SIG_DFL);
 
     // Reports share the staging directory and the modem's logger, and neither is locked: with no

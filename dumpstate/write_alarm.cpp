@@ -28,19 +28,27 @@ WriteAlarm::WriteAlarm() {
     ring.sigev_notify = SIGEV_THREAD_ID;
     ring.sigev_signo = SIGRTMIN;
     ring.sigev_notify_thread_id = static_cast<pid_t>(syscall(SYS_gettid));
-    armed_ = timer_create(CLOCK_MONOTONIC, &ring, &timer_) == 0;
+    exists_ = timer_create(CLOCK_MONOTONIC, &ring, &timer_) == 0;
+
+    sigset_t mask;  // who started the process may have blocked it
+    sigemptyset(&mask);
+    sigaddset(&mask, SIGRTMIN);
+    pthread_sigmask(SIG_UNBLOCK, &mask, nullptr);
 }
 
 WriteAlarm::~WriteAlarm() {
-    if (armed_) timer_delete(timer_);
+    if (exists_) timer_delete(timer_);
 }
 
 void WriteAlarm::Set(std::chrono::seconds patience) {
+    constexpr std::chrono::seconds kSlack{1};
+    const auto now = std::chrono::steady_clock::now();
+    if (!exists_ || now - set_at_ < kSlack) return;
+    set_at_ = now;
     g_rang = false;
-    if (!armed_) return;
     // It keeps ringing: the first ring may come just before the write begins.
     itimerspec at{};
-    at.it_value.tv_sec = static_cast<time_t>(patience.count());
+    at.it_value.tv_sec = static_cast<time_t>((patience + kSlack).count());
     at.it_interval.tv_sec = 1;
     timer_settime(timer_, 0, &at, nullptr);
 }

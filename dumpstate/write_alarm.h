@@ -18,14 +18,16 @@ class WriteAlarm {
     WriteAlarm(const WriteAlarm&) = delete;
     WriteAlarm& operator=(const WriteAlarm&) = delete;
 
-    // From now on, writes are broken once this much time has passed.
+    // From now on, writes are broken once this much time has passed, or up to a second more: a
+    // stream of writes sets it before each of them, and most of that must cost no system call.
     void Set(std::chrono::seconds patience);
     // Whether it has.
     bool rang() const;
 
   private:
     timer_t timer_{};
-    bool armed_ = false;
+    bool exists_ = false;
+    std::chrono::steady_clock::time_point set_at_{};
 };
 
 }  // namespace aidl::android::hardware::dumpstate

@@ -1,6 +1,7 @@
 // The log bundle's own code against a platform that writes down what it is asked for. Copies,
 // packing and removal are only asked for; listing, streaming and waiting are real.
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -25,6 +26,15 @@ int timer_settime(timer_t timer, int flags, const itimerspec* at, itimerspec* ol
     if (soon.it_value.tv_sec != 0) soon.it_value = {0, 50'000'000};
     if (soon.it_interval.tv_sec != 0) soon.it_interval = {0, 10'000'000};
     return static_cast<int>(syscall(SYS_timer_settime, timer, flags, &soon, old));
+}
+
+static bool g_no_threads = false;
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
+                   void* argument) {
+    static const auto create =
+            reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    return g_no_threads ? EAGAIN : create(thread, attributes, run, argument);
 }
 
 namespace aidl::android::hardware::dumpstate {
@@ -291,7 +301,26 @@ TEST_F(BundleTest, WhatEndsTheStreamIsLogged) {
             if (reader) close(ends[0]);
         }
     }
+    // A pipe without any room at all, whose reader has stopped.
+    int full[2];
+    ASSERT_EQ(pipe2(full, O_CLOEXEC), 0);
+    fcntl(full[1], F_SETPIPE_SZ, 65536);
+    const std::string filling(65536, 'f');
+    ASSERT_EQ(write(full[1], filling.data(), filling.size()), 65536);
+    EXPECT_EQ(Stream(70000, full[1]),
+              Around({"3 - Failed to write 65536 bytes, actually written: -1\n"}));
+    close(full[0]);
+    close(full[1]);
     EXPECT_EQ(census_.Newcomers(), "");
+}
+
+TEST_F(BundleTest, WithoutAThreadNothingIsCaptured) {
+    g_no_threads = true;
+    ModemCapture capture;
+    capture.Start();
+    g_no_threads = false;
+    capture.Join();
+    EXPECT_EQ(ThePlatform().logs, Lines{"6 - could not create thread for dumpModem\n"});
 }
 
 }  // namespace

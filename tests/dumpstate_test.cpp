@@ -7,7 +7,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "expected_report.h"
 #include "recording_platform.h"
@@ -101,18 +104,27 @@ TEST_F(DumpstateTest, UnusableSecondDescriptorMakesNoBundle) {
 // The first line shows what was set when the report began; the modem's logs are captured if it is
 // set once the staging directory is there.
 TEST_F(DumpstateTest, VerboseSettingIsReadTwice) {
+    static std::atomic<bool> copied = false;
     static constexpr char kVerbose[] = "persist.vendor.verbose_logging_enabled";
     for (const char* first : {"false", "true"}) {
         ThePlatform() = {};
         ThePlatform().properties[kVerbose] = first;
+        copied = false;
         ThePlatform().on_command = [](const std::string& title) {
             std::string& value = ThePlatform().properties[kVerbose];
             if (title == "MKDIR DUMPSTATE BIN DIR" && ThePlatform().requests.size() == 2) {
                 value = value == "true" ? "false" : "true";
             }
+            if (title == "CP TZ LOG") copied = true;
             if (title == "TAR LOG") {  // the capture has ended before
                 EXPECT_EQ(Captured(), value == "true");
             }
+        };
+        // The capture takes longer than all that the report does meanwhile.
+        ThePlatform().on_log = [](const std::string& record) {
+            if (record != "3 - dumpModemThread finished\n") return;
+            while (!copied) std::this_thread::yield();
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
         };
         EXPECT_TRUE(Call({report_.get(), bundle_.get()}).isOk());
     }

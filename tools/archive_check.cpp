@@ -4,7 +4,9 @@
 #include <archive_entry.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <memory>
+#include <system_error>
 
 namespace {
 
@@ -20,7 +22,11 @@ constexpr int64_t kEndMark = 1024;
 ArchiveCheck CheckArchive(const std::string& path) {
     ArchiveCheck check;
     struct stat status {};
-    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return check;
+    if (stat(path.c_str(), &status) != 0) {
+        check.fault = "it can't be looked at: " + std::generic_category().message(errno);
+        return check;
+    }
+    if (!S_ISREG(status.st_mode)) return check;
 
     const std::unique_ptr<archive, Free> reader(archive_read_new());
     archive_read_support_format_tar(reader.get());

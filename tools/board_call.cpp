@@ -147,6 +147,8 @@ class BoardCall {
     bool Conclude() const {
         bool good = Check(report_);
         if (bundle_) good = Check(*bundle_) && good;
+        // A bundle that began has to be whole, whatever else went wrong.
+        if (bundle_ && bundle_->file().size() > 0) good = BundleIsWhole() && good;
         if (interrupted_) {
             Complain("interrupted; " + Partial());
         } else if (outcome_ && !outcome_->empty()) {
@@ -160,7 +162,7 @@ class BoardCall {
             Complain("the call was accepted, but no report came");
         } else {
             Summarize();
-            return BundleIsWhole();
+            return !bundle_ || bundle_->file().size() > 0 || BundleIsWhole();
         }
         return false;
     }
