@@ -115,7 +115,8 @@ class StartingBus {
                 << "<busconfig><listen>" << kAddress << "</listen><servicedir>"
                 << kDirectory.native()
                 << "</servicedir><policy context=\"default\"><allow own=\"*\"/>"
-                   "<allow send_destination=\"*\"/></policy></busconfig>\n";
+                   "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
+                   "</policy></busconfig>\n";
         setenv("DBUS_SYSTEM_BUS_ADDRESS", kAddress, 1);  // for the services
         char program[] = "/usr/bin/dbus-daemon";
         char config[] = "--config-file=/tmp/bench/bus.conf";
