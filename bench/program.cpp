@@ -18,8 +18,7 @@ void RunProgram(std::initializer_list<const char*> argv, int out) {
     posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
     pid_t pid = -1;
     int status = -1;
-    const int error =
-            posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
+    const int error = posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (error == 0) waitpid(pid, &status, 0);
     if (status != 0) {

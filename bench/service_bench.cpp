@@ -6,8 +6,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
@@ -16,8 +14,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <string>
-#include <thread>
+#include <utility>
 
 #include "files.h"
 #include "program.h"
@@ -102,51 +101,34 @@ class Service {
     const char* const name_;
 };
 
-// A bus of the benchmark's own that can start either service.
-class StartingBus {
-  public:
-    static constexpr char kAddress[] = "unix:path=/tmp/bench/socket";
+constexpr char kStartingBus[] = "unix:path=/tmp/bench/socket";
 
-    StartingBus() {
-        fs::create_directories(kDirectory);
-        WriteService(kDumpstate, "dumpstate-service");
-        WriteService(kMinimal, "minimal_service");
-        std::ofstream(kDirectory / "bus.conf")
-                << "<busconfig><listen>" << kAddress << "</listen><servicedir>"
-                << kDirectory.native()
-                << "</servicedir><policy context=\"default\"><allow own=\"*\"/>"
-                   "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
-                   "</policy></busconfig>\n";
-        setenv("DBUS_SYSTEM_BUS_ADDRESS", kAddress, 1);  // for the services
-        char program[] = "/usr/bin/dbus-daemon";
-        char config[] = "--config-file=/tmp/bench/bus.conf";
-        char foreground[] = "--nofork";
-        char* const argv[] = {program, config, foreground, nullptr};
-        Must(-posix_spawn(&pid_, program, nullptr, nullptr, argv, environ), program);
-        while (!fs::exists(kDirectory / "socket")) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }
-    ~StartingBus() {
-        kill(pid_, SIGTERM);
-        waitpid(pid_, nullptr, 0);
-    }
-    StartingBus(const StartingBus&) = delete;
-    StartingBus& operator=(const StartingBus&) = delete;
-
-  private:
-    void WriteService(const std::string& name, const char* program) {
-        std::ofstream(kDirectory / (name + ".service"))
+// Starts a bus of the benchmark's own that can start either service. It ends with the wearable.
+void StartStartingBus() {
+    const fs::path directory = "/tmp/bench";
+    fs::create_directories(directory);
+    const std::pair<std::string, const char*> services[] = {{kDumpstate, "dumpstate-service"},
+                                                            {kMinimal, "minimal_service"}};
+    for (const auto& [name, program] : services) {
+        std::ofstream(directory / (name + ".service"))
                 << "[D-BUS Service]\nName=" << name << "\nExec=/vendor/bin/hw/" << program << "\n";
     }
-
-    const fs::path kDirectory = "/tmp/bench";
-    pid_t pid_ = -1;
-};
+    const std::string config = directory / "bus.conf";
+    std::ofstream(config) << "<busconfig><listen>" << kStartingBus << "</listen><servicedir>"
+                          << directory.native()
+                          << "</servicedir><policy context=\"default\"><allow own=\"*\"/>"
+                             "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
+                             "</policy></busconfig>\n";
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", kStartingBus, 1);  // for the services
+    const std::string argument = "--config-file=" + config;
+    // The one that was run ends when the one it forked takes connections.
+    RunProgram({"/usr/bin/dbus-daemon", argument.c_str(), "--fork"}, STDERR_FILENO);
+}
 
 Service OnStartingBus(const char* name) {
-    static const StartingBus bus;
-    return {StartingBus::kAddress, name};
+    static std::once_flag started;
+    std::call_once(started, StartStartingBus);
+    return {kStartingBus, name};
 }
 
 double ResidentKibibytes(pid_t pid) {
@@ -194,8 +176,7 @@ BENCHMARK(BM_Report)->UseManualTime()->Iterations(1)->Repetitions(7);
 
 void BM_ReportScript(benchmark::State& state) {
     constexpr double kWaits = 2;  // it has no way to reach the hub
-    WholeReport(state, kWaits,
-                [](int fd) { RunProgram({"/vendor/bin/sh", REPORT_SCRIPT}, fd); });
+    WholeReport(state, kWaits, [](int fd) { RunProgram({"/vendor/bin/sh", REPORT_SCRIPT}, fd); });
 }
 BENCHMARK(BM_ReportScript)->UseManualTime()->Iterations(1)->Repetitions(7);
 
