@@ -10,6 +10,7 @@
 
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "files.h"
 #include "program.h"
@@ -45,6 +46,10 @@ std::unique_ptr<char[]> Ballast(int64_t mebibytes) {
     return memory;
 }
 
+void Holding(benchmark::internal::Benchmark* benchmark) {
+    benchmark->ArgName("MiB")->Arg(10)->Arg(1024)->UseRealTime();
+}
+
 void BM_Command(benchmark::State& state) {
     const auto ballast = Ballast(state.range(0));
     const Report report;
@@ -53,13 +58,13 @@ void BM_Command(benchmark::State& state) {
         report.Rewind();
     }
 }
-BENCHMARK(BM_Command)->ArgName("MiB")->Arg(10)->Arg(1024)->UseRealTime();
+BENCHMARK(BM_Command)->Apply(Holding);
 
 void BM_BareSpawnAndWait(benchmark::State& state) {
     const auto ballast = Ballast(state.range(0));
     for (auto _ : state) RunProgram({kProgram}, STDERR_FILENO);
 }
-BENCHMARK(BM_BareSpawnAndWait)->ArgName("MiB")->Arg(10)->Arg(1024)->UseRealTime();
+BENCHMARK(BM_BareSpawnAndWait)->Apply(Holding);
 
 void BM_ShellLoopWithTimeout(benchmark::State& state) {
     constexpr char kScript[] =
@@ -99,10 +104,12 @@ template <typename Copy>
 void CopyGibibyte(benchmark::State& state, Sink::Kind kind, Copy copy) {
     static const TemporaryFile file(1024 * kMiB);
     for (auto _ : state) {
-        Sink sink(kind);
-        copy(sink.fd(), file.path());
-        sink.Finish();
-        state.PauseTiming();  // to free a gibibyte is the sink's work
+        std::optional<Sink> sink(std::in_place, kind);
+        copy(sink->fd(), file.path());
+        sink->Finish();
+        state.PauseTiming();  // it takes its time to free a gibibyte
+        sink.reset();
+        state.ResumeTiming();
     }
 }
 
