@@ -27,6 +27,7 @@ namespace {
 
 constexpr char kDumpstate[] = "android.hardware.dumpstate.IDumpstateDevice";
 constexpr char kMinimal[] = "bench.Minimal";
+constexpr char kMinimalCpp[] = "bench.MinimalCpp";
 constexpr char kWearableBus[] = "unix:path=/run/bus";
 
 // A failing step ends the benchmark: nothing after it would measure what it says.
@@ -103,15 +104,17 @@ class Service {
 
 constexpr char kStartingBus[] = "unix:path=/tmp/bench/socket";
 
-// Starts a bus of the benchmark's own that can start either service. It ends with the wearable.
+// Starts a bus of the benchmark's own that can start each service. It ends with the wearable.
 void StartStartingBus() {
     const fs::path directory = "/tmp/bench";
     fs::create_directories(directory);
     const std::pair<std::string, const char*> services[] = {{kDumpstate, "dumpstate-service"},
-                                                            {kMinimal, "minimal_service"}};
+                                                            {kMinimal, "minimal_service"},
+                                                            {kMinimalCpp, "minimal_cpp_service"}};
     for (const auto& [name, program] : services) {
         std::ofstream(directory / (name + ".service"))
-                << "[D-BUS Service]\nName=" << name << "\nExec=/vendor/bin/hw/" << program << "\n";
+                << "[D-BUS Service]\nName=" << name << "\nExec=/vendor/bin/hw/" << program << " "
+                << name << "\n";
     }
     const std::string config = directory / "bus.conf";
     std::ofstream(config) << "<busconfig><listen>" << kStartingBus << "</listen><servicedir>"
@@ -197,6 +200,7 @@ void BM_FirstByte(benchmark::State& state, const char* name) {
 }
 BENCHMARK_CAPTURE(BM_FirstByte, dumpstate, kDumpstate)->UseManualTime();
 BENCHMARK_CAPTURE(BM_FirstByte, minimal, kMinimal)->UseManualTime();
+BENCHMARK_CAPTURE(BM_FirstByte, minimal_cpp, kMinimalCpp)->UseManualTime();
 
 // What stays of a service that has been started and asked for next to nothing.
 void BM_Idle(benchmark::State& state, const char* name, const char* program) {
@@ -213,6 +217,7 @@ void BM_Idle(benchmark::State& state, const char* name, const char* program) {
 }
 BENCHMARK_CAPTURE(BM_Idle, dumpstate, kDumpstate, "dumpstate-service")->UseManualTime();
 BENCHMARK_CAPTURE(BM_Idle, minimal, kMinimal, "minimal_service")->UseManualTime();
+BENCHMARK_CAPTURE(BM_Idle, minimal_cpp, kMinimalCpp, "minimal_cpp_service")->UseManualTime();
 
 }  // namespace
 
