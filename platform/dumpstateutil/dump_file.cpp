@@ -4,10 +4,13 @@
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
+#include <string_view>
 
 #include "copy.h"
 #include "file_feeder.h"
@@ -17,6 +20,10 @@ namespace android::os::dumpstate {
 namespace {
 
 constexpr std::chrono::seconds kTimeout{10};
+
+// Most of the report's files are no longer than this. Such a one is read into memory and written
+// together with the lines around it, which saves more than moving it inside the kernel does.
+constexpr size_t kSmall = 4096;
 
 struct Outcome {
     bool end_line;
@@ -52,16 +59,31 @@ Outcome CannotOpen(const std::string& path, int error) {
     return {false, false, "cannot open " + path + ": " + Reason(error)};
 }
 
-Outcome CopyDirectly(int fd, const std::string& path, std::chrono::milliseconds stall) {
+Outcome HoldSmall(SectionFrame& frame, int in, size_t size, const std::string& path) {
+    std::array<char, kSmall> buffer;
+    const ssize_t got = read(in, buffer.data(), size);
+    if (got < 0) return OutcomeOf({.read_error = errno}, path);
+    const std::string_view content(buffer.data(), static_cast<size_t>(got));
+    frame.Hold(content);
+    return OutcomeOf({.ends_line = content.empty() || content.ends_with('\n')}, path);
+}
+
+std::chrono::seconds Begin(SectionFrame& frame) {
+    return frame.Begin() ? kTimeout : std::chrono::seconds(0);
+}
+
+Outcome CopyDirectly(SectionFrame& frame, int fd, const std::string& path) {
     const base::unique_fd in(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     struct stat status {};
     if (in.get() < 0 || fstat(in.get(), &status) != 0) return CannotOpen(path, errno);
     // The size now bounds the copy: a log that grows as fast as it is read has no end.
     const auto size = static_cast<uint64_t>(status.st_size);
-    return OutcomeOf(CopyRegularFile(in.get(), fd, size, stall), path);
+    if (size <= kSmall) return HoldSmall(frame, in.get(), static_cast<size_t>(size), path);
+    return OutcomeOf(CopyRegularFile(in.get(), fd, size, Begin(frame)), path);
 }
 
-Outcome CopyThroughFeeder(int fd, const std::string& path, platform::Deadline deadline) {
+Outcome CopyThroughFeeder(SectionFrame& frame, int fd, const std::string& path) {
+    const platform::Deadline deadline = std::chrono::steady_clock::now() + Begin(frame);
     FileFeeder feeder;
     if (const int error = feeder.Start(path); error != 0) return CannotOpen(path, error);
     CopyResult copy = CopyPipe(feeder.pipe(), fd, deadline);
@@ -71,22 +93,21 @@ Outcome CopyThroughFeeder(int fd, const std::string& path, platform::Deadline de
     return OutcomeOf(copy, path);
 }
 
-Outcome Copy(int fd, const std::string& path, std::chrono::milliseconds patience) {
+Outcome Copy(SectionFrame& frame, int fd, const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) return CannotOpen(path, errno);
     const bool plain = S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
-    if (plain && AnswersAtOnce(path)) return CopyDirectly(fd, path, patience);
-    return CopyThroughFeeder(fd, path, std::chrono::steady_clock::now() + patience);
+    if (plain && AnswersAtOnce(path)) return CopyDirectly(frame, fd, path);
+    return CopyThroughFeeder(frame, fd, path);
 }
 
 }  // namespace
 
 int DumpFileToFd(int fd, const std::string& title, const std::string& path) {
     SectionFrame frame(fd, title, path);
-    const Outcome outcome =
-            Copy(fd, path, frame.reader_stuck() ? std::chrono::seconds(0) : kTimeout);
-    frame.Close(outcome.end_line, outcome.failure);
-    return outcome.complete ? 0 : -1;
+    const Outcome outcome = Copy(frame, fd, path);
+    const int error = frame.Close(outcome.end_line, outcome.failure);
+    return outcome.complete && error == 0 ? 0 : -1;
 }
 
 }  // namespace android::os::dumpstate

@@ -63,6 +63,7 @@ Outcome Run(int fd, const std::vector<std::string>& command, int64_t timeout_sec
 int RunCommandToFd(int fd, const std::string& title, const std::vector<std::string>& full_command,
                    const CommandOptions& options) {
     SectionFrame frame(fd, title, Join(full_command));
+    frame.Begin();
     const Outcome outcome =
             Run(fd, full_command, options.Timeout(), std::chrono::steady_clock::now());
     frame.Close(true, outcome.failure);

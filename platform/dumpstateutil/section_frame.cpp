@@ -19,26 +19,30 @@ std::string Printable(std::string_view text) {
 }  // namespace
 
 SectionFrame::SectionFrame(int fd, std::string_view title, std::string_view detail)
-    : fd_(fd), title_(Printable(title)) {
-    std::string header = "------ " + title_ + " (";
-    platform::AppendPrintable(header, detail);
-    header += ") ------\n";
-    reader_stuck_ = platform::WriteUntil(fd_, header, start_ + kReaderPatience) == ETIMEDOUT;
+    : fd_(fd), title_(Printable(title)), pending_("------ " + title_ + " (") {
+    platform::AppendPrintable(pending_, detail);
+    pending_ += ") ------\n";
 }
 
-void SectionFrame::Close(bool end_line, std::string_view failure) {
+bool SectionFrame::Begin() {
+    reader_stuck_ = platform::WriteUntil(fd_, pending_, start_ + kReaderPatience) == ETIMEDOUT;
+    pending_.clear();
+    return !reader_stuck_;
+}
+
+int SectionFrame::Close(bool end_line, std::string_view failure) {
     const auto now = std::chrono::steady_clock::now();
-    std::string footer = end_line ? "\n" : "";
+    if (end_line) pending_ += '\n';
     if (!failure.empty()) {
-        footer += "*** ";
-        platform::AppendPrintable(footer, failure);
-        footer += '\n';
+        pending_ += "*** ";
+        platform::AppendPrintable(pending_, failure);
+        pending_ += '\n';
     }
     std::array<char, 64> duration;
     std::snprintf(duration.data(), duration.size(), "------ %.3fs was the duration of '",
                   std::chrono::duration<double>(now - start_).count());
-    footer.append(duration.data()).append(title_).append("' ------\n");
-    platform::WriteUntil(fd_, footer, reader_stuck_ ? now : now + kReaderPatience);
+    pending_.append(duration.data()).append(title_).append("' ------\n");
+    return platform::WriteUntil(fd_, pending_, reader_stuck_ ? now : now + kReaderPatience);
 }
 
 std::string Reason(int error) {

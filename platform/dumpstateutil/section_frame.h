@@ -11,22 +11,28 @@ namespace android::os::dumpstate {
 // How long the service waits for a reader that takes nothing before it gives a line up.
 inline constexpr std::chrono::seconds kReaderPatience{5};
 
-// The lines around one section. Construction writes the header, Close() the footer.
+// The lines around one section, and its content where that is small enough to go out with them in
+// one write.
 class SectionFrame {
   public:
     SectionFrame(int fd, std::string_view title, std::string_view detail);
 
-    // Writes an optional newline that ends the section's last line, the failure line unless it is
-    // empty, and the footer, in one write.
-    void Close(bool end_line, std::string_view failure);
+    // Writes the header, and has to come before anybody else writes into fd. False when the reader
+    // took not even that within kReaderPatience: don't wait for it again.
+    bool Begin();
 
-    // The reader took not even the header within kReaderPatience: don't wait for it again.
-    bool reader_stuck() const { return reader_stuck_; }
+    // Instead of Begin(): content that Close() writes.
+    void Hold(std::string_view content) { pending_ += content; }
+
+    // Writes what is pending, an optional newline that ends the section's last line, the failure
+    // line unless it is empty, and the footer, in one write. Returns 0 or an errno.
+    int Close(bool end_line, std::string_view failure);
 
   private:
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     const int fd_;
     const std::string title_;
+    std::string pending_;  // at first the header
     bool reader_stuck_ = false;
 };
 

@@ -1,0 +1,86 @@
+// Rotated logs copied by dumpLogs, beside the same copies from one shell loop: by cp alone, and by
+// a shell of its own for each cp, which is how dumpLogs has to run it.
+
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "log_copy.h"
+#include "program.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kCopies[] = "/dev/shm/copies";
+
+// A directory of that many logs.
+std::string Logs(int64_t count) {
+    const std::string directory = "/dev/shm/logs." + std::to_string(count);
+    if (!fs::create_directory(directory)) return directory;
+    const std::string log(4000, 'x');
+    for (int64_t i = 0; i < count; ++i) {
+        std::array<char, 32> name;
+        std::snprintf(name.data(), name.size(), "/log_%05d", static_cast<int>(i));
+        std::ofstream(directory + name.data()) << log;
+    }
+    return directory;
+}
+
+template <typename Copy>
+void CopyLogs(benchmark::State& state, Copy copy) {
+    const std::string logs = Logs(state.range(0));
+    const int out = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    for (auto _ : state) {
+        state.PauseTiming();
+        fs::remove_all(kCopies);
+        fs::create_directory(kCopies);
+        state.ResumeTiming();
+        copy(logs, out);
+    }
+    close(out);
+}
+
+void Few(benchmark::internal::Benchmark* benchmark) {
+    benchmark->ArgName("files")->Arg(10)->Arg(100)->UseRealTime();
+}
+// These take so long that twice has to do.
+void Many(benchmark::internal::Benchmark* benchmark) {
+    benchmark->ArgName("files")->Arg(10000)->UseRealTime()->Iterations(1)->Repetitions(2);
+}
+
+void BM_DumpLogs(benchmark::State& state) {
+    CopyLogs(state, [](const std::string& logs, int out) {
+        aidl::android::hardware::dumpstate::dumpLogs(out, logs, kCopies, -1, "log_");
+    });
+}
+BENCHMARK(BM_DumpLogs)->Apply(Few);
+BENCHMARK(BM_DumpLogs)->Apply(Many);
+
+void CopyInShellLoop(benchmark::State& state, const std::string& body) {
+    CopyLogs(state, [&](const std::string& logs, int out) {
+        const std::string script = "for f in " + logs + "/log_*; do " + body + "; done";
+        RunProgram({"/vendor/bin/sh", "-c", script.c_str()}, out);
+    });
+}
+
+void BM_CpInShellLoop(benchmark::State& state) {
+    CopyInShellLoop(state, "/vendor/bin/cp $f /dev/shm/copies/${f##*/}");
+}
+BENCHMARK(BM_CpInShellLoop)->Apply(Few);
+BENCHMARK(BM_CpInShellLoop)->Apply(Many);
+
+void BM_ShellAndCpInShellLoop(benchmark::State& state) {
+    CopyInShellLoop(state, "/vendor/bin/sh -c \"/vendor/bin/cp $f /dev/shm/copies/${f##*/}\"");
+}
+BENCHMARK(BM_ShellAndCpInShellLoop)->Apply(Few);
+
+}  // namespace
+
+BENCHMARK_MAIN();
