@@ -39,6 +39,7 @@ FILENAME ~ /\.tsv$/ {
 # The library writes one key a line, what names a run before its figures.
 /"run_name":/ { name = $0; sub(/.*"run_name": "/, "", name); sub(/".*/, "", name); name = strip(name) }
 /"run_type":/ { is_median = 0 }
+/"repetitions": 1,/ { is_median = 1 } # measured once, a benchmark has no aggregates
 /"aggregate_name":/ { is_median = /"median"/ }
 is_median && /^ *"[a-z_]+": -?[0-9.]+e[-+][0-9]+/ {
     split($0, part, /[": ,]+/)
