@@ -1,5 +1,13 @@
 #include "processes.h"
 
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -49,4 +57,47 @@ std::string ProcessCensus::Newcomers() const {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return newcomers;
+}
+
+pid_t Spawn(const std::vector<std::string>& command, const std::string& errors,
+            const std::string& output) {
+    std::vector<char*> argv;
+    for (const std::string& word : command) argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND;
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, output.c_str(), kFlags, 0600);
+    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, errors.c_str(), kFlags, 0600);
+    pid_t child = -1;
+    EXPECT_EQ(posix_spawnp(&child, argv[0], &files, nullptr, argv.data(), environ), 0) << argv[0];
+    posix_spawn_file_actions_destroy(&files);
+    return child;
+}
+
+void EndChild(pid_t& child, int signal) {
+    if (child <= 0) return;
+    kill(child, signal);
+    waitpid(child, nullptr, 0);
+    child = -1;
+}
+
+void Await(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (!condition()) {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+void BeAnOrdinaryUser(const std::vector<std::string>& belongings) {
+    constexpr uid_t kNobody = 65534;
+    if (getuid() != 0) return;
+    for (const std::string& path : belongings) {
+        ASSERT_EQ(chown(path.c_str(), kNobody, kNobody), 0);
+    }
+    std::ofstream("/etc/passwd", std::ios::app) << "nobody:x:65534:65534::/data:/vendor/bin/sh\n";
+    ASSERT_EQ(setresgid(kNobody, kNobody, kNobody), 0);
+    ASSERT_EQ(setresuid(kNobody, kNobody, kNobody), 0);
+    prctl(PR_SET_DUMPABLE, 1);  // or this process's own folder in /proc stays root's
 }

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <functional>
 #include <set>
 #include <string>
+#include <vector>
 
 // What this pid namespace and this process held when the census was taken.
 class ProcessCensus {
@@ -16,3 +20,16 @@ class ProcessCensus {
     static std::set<std::string> Take();
     std::set<std::string> before_;
 };
+
+// Starts a program with files for what it prints. What can't be started fails the running test.
+pid_t Spawn(const std::vector<std::string>& command, const std::string& errors,
+            const std::string& output = "/dev/null");
+// Sends the signal, waits for the end, and forgets the child. Nothing where there is none.
+void EndChild(pid_t& child, int signal);
+
+// Looks until the condition holds; a minute without fails the running test.
+void Await(const std::function<bool()>& condition);
+
+// From here on this process has no rights that an ordinary user has not. What it needs to write to
+// is given to it before.
+void BeAnOrdinaryUser(const std::vector<std::string>& belongings);

@@ -7,115 +7,27 @@
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <systemd/sd-bus.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <regex>
-#include <type_traits>
 
 #include "expected_report.h"
 #include "processes.h"
+#include "service_client.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kName[] = "android.hardware.dumpstate.IDumpstateDevice";
-
-std::string ReadFile(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::vector<std::string> Matches(const std::string& text, const char* pattern) {
-    const std::regex regex(pattern);
-    std::vector<std::string> found;
-    for (std::sregex_iterator match(text.begin(), text.end(), regex), end; match != end; ++match) {
-        found.push_back((*match)[1]);
-    }
-    return found;
-}
-
-class ServiceTest : public testing::Test {
-  protected:
-    ServiceTest() { EXPECT_GE(sd_bus_open_system(&bus_), 0); }
-    ~ServiceTest() override { sd_bus_flush_close_unref(bus_); }
-
-    // "" when the call was accepted, else the error's name and sentence.
-    std::string Board(const std::vector<int>& fds, int mode = 0) {
-        sd_bus_message* call = nullptr;
-        EXPECT_GE(sd_bus_message_new_method_call(bus_, &call, kName, "/default", kName,
-                                                 "dumpstateBoard"),
-                  0);
-        sd_bus_message_open_container(call, 'a', "h");
-        for (const int fd : fds) EXPECT_GE(sd_bus_message_append(call, "h", fd), 0);
-        sd_bus_message_close_container(call);
-        sd_bus_message_append(call, "ix", mode, int64_t{1});
-        return Send(call);
-    }
-    std::string Send(sd_bus_message* call) {
-        sd_bus_error error{};
-        sd_bus_message* reply = nullptr;
-        sd_bus_call(bus_, call, UINT64_MAX, &error, &reply);
-        std::string result =
-                error.name == nullptr ? "" : std::string(error.name) + ": " + error.message;
-        sd_bus_error_free(&error);
-        sd_bus_message_unref(reply);
-        sd_bus_message_unref(call);
-        return result;
-    }
-    std::string Report() {
-        const int fd = memfd_create("report", MFD_CLOEXEC);
-        EXPECT_EQ(Board({fd}), "");
-        const std::string text = ReadFile("/proc/self/fd/" + std::to_string(fd));
-        close(fd);
-        return text;
-    }
-    template <typename T>
-    T Get(const char* method, const char* type) {
-        sd_bus_message* reply = nullptr;
-        // The library yields text that is the reply's, and booleans as int.
-        std::conditional_t<std::is_same_v<T, std::string>, const char*, T> read{};
-        EXPECT_GE(sd_bus_call_method(bus_, kName, "/default", kName, method, nullptr, &reply, ""),
-                  0);
-        EXPECT_GT(sd_bus_message_read(reply, type, &read), 0);
-        T value(read);
-        sd_bus_message_unref(reply);
-        return value;
-    }
-    // The service's descriptors, threads and children, once it has let go of the last call.
-    std::string Holdings() {
-        Get<int32_t>("getInterfaceVersion", "i");
-        uint32_t pid = 0;
-        sd_bus_message* reply = nullptr;
-        EXPECT_GE(sd_bus_call_method(bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                     "org.freedesktop.DBus", "GetConnectionUnixProcessID", nullptr,
-                                     &reply, "s", kName),
-                  0);
-        sd_bus_message_read(reply, "u", &pid);
-        sd_bus_message_unref(reply);
-        const fs::path process = "/proc/" + std::to_string(pid);
-        std::string holdings = "pid " + std::to_string(pid);
-        for (const char* kind : {"fd", "task"}) {
-            const fs::directory_iterator entries(process / kind);
-            holdings += std::string(" ") + kind + " " +
-                        std::to_string(std::distance(begin(entries), end(entries)));
-        }
-        return holdings + " children " +
-               ReadFile(process / "task" / std::to_string(pid) / "children");
-    }
-
-    sd_bus* bus_ = nullptr;
-};
+class ServiceTest : public testing::Test, protected ServiceClient {};
 
 TEST_F(ServiceTest, ReportOfTheWholeBoard) {
     const std::string report = Report();
     EXPECT_TRUE(report.starts_with("verbose logging: disabled\n"));
-    EXPECT_EQ(Matches(report, "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"),
+    EXPECT_EQ(Titles(report),
               ExpectedTitles(false, false));
     EXPECT_EQ(Matches(report, R"(\n------ \d+\.\d{3}s was the duration of '(.*)' ------(?=\n))"),
               ExpectedTitles(false, false));
@@ -135,7 +47,7 @@ TEST_F(ServiceTest, UserBuildLeavesDevelopmentEntriesOut) {
     std::ofstream(property) << "user";
     const std::string report = Report();
     std::ofstream(property) << "userdebug";
-    EXPECT_EQ(Matches(report, "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"),
+    EXPECT_EQ(Titles(report),
               ExpectedTitles(true, false));
 }
 
@@ -192,7 +104,7 @@ TEST_F(ServiceTest, FaultsCostTheirSectionAndNothingIsLeftOver) {
     fs::rename(supply / "usb/uevent", supply / "aside");
     fs::create_directory(supply / "usb/uevent");
 
-    EXPECT_EQ(Matches(Report(), "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"),
+    EXPECT_EQ(Titles(Report()),
               ExpectedTitles(false, false));
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -232,8 +144,7 @@ TEST_F(ServiceTest, BundleHoldsEveryLogAndLeavesNothing) {
     EXPECT_EQ(Board({report, bundle}), "");
     std::ofstream(verbose) << "false";
 
-    EXPECT_EQ(Matches(ReadFile("/proc/self/fd/" + std::to_string(report)),
-                      "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)"),
+    EXPECT_EQ(Titles(ReadFile("/proc/self/fd/" + std::to_string(report))),
               ExpectedTitles(false, true));
     const std::vector<std::string> members = Members(bundle);
     const auto count = [&members](const std::string& beginning) {

@@ -1,0 +1,114 @@
+#include "service_client.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+
+namespace fs = std::filesystem;
+
+ServiceClient::ServiceClient(const std::string& bus_address) {
+    EXPECT_GE(sd_bus_new(&bus_), 0);
+    EXPECT_GE(sd_bus_set_address(bus_, bus_address.c_str()), 0);
+    EXPECT_GE(sd_bus_set_bus_client(bus_, 1), 0);
+    EXPECT_GE(sd_bus_start(bus_), 0) << bus_address;
+}
+
+ServiceClient::~ServiceClient() {
+    sd_bus_flush_close_unref(bus_);
+}
+
+std::string ServiceClient::Board(const std::vector<int>& fds, int mode) {
+    sd_bus_message* call = nullptr;
+    EXPECT_GE(sd_bus_message_new_method_call(bus_, &call, kName, "/default", kName,
+                                             "dumpstateBoard"),
+              0);
+    sd_bus_message_open_container(call, 'a', "h");
+    for (const int fd : fds) EXPECT_GE(sd_bus_message_append(call, "h", fd), 0);
+    sd_bus_message_close_container(call);
+    sd_bus_message_append(call, "ix", mode, int64_t{1});
+    return Send(call);
+}
+
+std::string ServiceClient::Send(sd_bus_message* call) {
+    sd_bus_error error{};
+    sd_bus_message* reply = nullptr;
+    sd_bus_call(bus_, call, UINT64_MAX, &error, &reply);
+    std::string result =
+            error.name == nullptr ? "" : std::string(error.name) + ": " + error.message;
+    sd_bus_error_free(&error);
+    sd_bus_message_unref(reply);
+    sd_bus_message_unref(call);
+    return result;
+}
+
+std::string ServiceClient::Report(std::string* bundle) {
+    std::vector<int> fds{memfd_create("report", MFD_CLOEXEC)};
+    if (bundle != nullptr) fds.push_back(memfd_create("bundle", MFD_CLOEXEC));
+    EXPECT_EQ(Board(fds), "");
+    const auto take = [&fds] {
+        std::string content = ReadFile("/proc/self/fd/" + std::to_string(fds.back()));
+        close(fds.back());
+        fds.pop_back();
+        return content;
+    };
+    if (bundle != nullptr) *bundle = take();
+    return take();
+}
+
+pid_t ServiceClient::Pid() {
+    uint32_t pid = 0;
+    sd_bus_message* reply = nullptr;
+    EXPECT_GE(sd_bus_call_method(bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                 "org.freedesktop.DBus", "GetConnectionUnixProcessID", nullptr,
+                                 &reply, "s", kName),
+              0);
+    sd_bus_message_read(reply, "u", &pid);
+    sd_bus_message_unref(reply);
+    return static_cast<pid_t>(pid);
+}
+
+std::string ServiceClient::Holdings() {
+    Get<int32_t>("getInterfaceVersion", "i");
+    const std::string pid = std::to_string(Pid());
+    const fs::path process = "/proc/" + pid;
+    std::string holdings = "pid " + pid;
+    for (const char* kind : {"fd", "task"}) {
+        const fs::directory_iterator entries(process / kind);
+        holdings += std::string(" ") + kind + " " +
+                    std::to_string(std::distance(begin(entries), end(entries)));
+    }
+    return holdings + " children " + ReadFile(process / "task" / pid / "children");
+}
+
+sd_bus_message* ServiceClient::GetReply(const char* method) {
+    sd_bus_message* reply = nullptr;
+    EXPECT_GE(sd_bus_call_method(bus_, kName, "/default", kName, method, nullptr, &reply, ""), 0);
+    return reply;
+}
+
+void ServiceClient::Fail(const char* method) {
+    ADD_FAILURE() << method << " replied with something else";
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<std::string> Matches(const std::string& text, const char* pattern) {
+    const std::regex regex(pattern);
+    std::vector<std::string> found;
+    for (std::sregex_iterator match(text.begin(), text.end(), regex), end; match != end; ++match) {
+        found.push_back((*match)[1]);
+    }
+    return found;
+}
+
+std::vector<std::string> Titles(const std::string& report) {
+    return Matches(report, "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)");
+}
