@@ -24,9 +24,9 @@ ServiceClient::~ServiceClient() {
 
 std::string ServiceClient::Board(const std::vector<int>& fds, int mode) {
     sd_bus_message* call = nullptr;
-    EXPECT_GE(sd_bus_message_new_method_call(bus_, &call, kName, "/default", kName,
-                                             "dumpstateBoard"),
-              0);
+    EXPECT_GE(
+            sd_bus_message_new_method_call(bus_, &call, kName, "/default", kName, "dumpstateBoard"),
+            0);
     sd_bus_message_open_container(call, 'a', "h");
     for (const int fd : fds) EXPECT_GE(sd_bus_message_append(call, "h", fd), 0);
     sd_bus_message_close_container(call);

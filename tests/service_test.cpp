@@ -27,8 +27,7 @@ class ServiceTest : public testing::Test, protected ServiceClient {};
 TEST_F(ServiceTest, ReportOfTheWholeBoard) {
     const std::string report = Report();
     EXPECT_TRUE(report.starts_with("verbose logging: disabled\n"));
-    EXPECT_EQ(Titles(report),
-              ExpectedTitles(false, false));
+    EXPECT_EQ(Titles(report), ExpectedTitles(false, false));
     EXPECT_EQ(Matches(report, R"(\n------ \d+\.\d{3}s was the duration of '(.*)' ------(?=\n))"),
               ExpectedTitles(false, false));
     // One supply is missing on purpose; a script's last command decides about the others.
@@ -47,8 +46,7 @@ TEST_F(ServiceTest, UserBuildLeavesDevelopmentEntriesOut) {
     std::ofstream(property) << "user";
     const std::string report = Report();
     std::ofstream(property) << "userdebug";
-    EXPECT_EQ(Titles(report),
-              ExpectedTitles(true, false));
+    EXPECT_EQ(Titles(report), ExpectedTitles(true, false));
 }
 
 TEST_F(ServiceTest, InterfaceAnswersAndVerboseSettingPersists) {
@@ -104,8 +102,7 @@ TEST_F(ServiceTest, FaultsCostTheirSectionAndNothingIsLeftOver) {
     fs::rename(supply / "usb/uevent", supply / "aside");
     fs::create_directory(supply / "usb/uevent");
 
-    EXPECT_EQ(Titles(Report()),
-              ExpectedTitles(false, false));
+    EXPECT_EQ(Titles(Report()), ExpectedTitles(false, false));
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     close(ends[0]);

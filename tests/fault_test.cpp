@@ -1,0 +1,428 @@
+// What may go wrong around the service, done to the real one: the report goes on to its last
+// section, nothing is left over, and the next report is whole.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <memory>
+#include <semaphore>
+#include <sstream>
+#include <thread>
+
+extern "C" {  // glibc 2.36 declares it for C only
+#include <sys/pidfd.h>
+}
+
+#include "expected_report.h"
+#include "processes.h"
+#include "service_client.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path kFolder = "/tmp/faults";
+
+// A wearable inside the test's, with a bus, a hub, properties and a place for logs of its own, so
+// that all faults can be had side by side.
+class Wearable {
+  public:
+    explicit Wearable(const std::string& name) : folder_(kFolder / name) {
+        fs::create_directories(folder_ / "socket");
+        fs::copy("/dev/__properties__", folder_ / "rw", fs::copy_options::recursive);
+        SetProperty("persist.vendor.verbose_logging_enabled", "false");
+        PointProperties("rw");
+        StartHub({});
+        StartBus();
+    }
+    ~Wearable() {
+        client_.reset();
+        EndChild(bus_, SIGTERM);
+        EndChild(hub_, SIGTERM);
+    }
+    Wearable(const Wearable&) = delete;
+    Wearable& operator=(const Wearable&) = delete;
+
+    ServiceClient& client() { return *client_; }
+    std::string address() const { return "unix:path=" + (folder_ / "bus").native(); }
+    fs::path File(const char* name) const { return folder_ / name; }
+    std::string Log() const { return ReadFile(folder_ / "log"); }
+
+    void SetProperty(const char* key, const char* value) const {
+        std::ofstream(folder_ / "rw" / key) << value;
+    }
+    // To "rw", "ro" or a directory that isn't there.
+    void PointProperties(const char* directory) const {
+        fs::remove(folder_ / "properties");
+        fs::create_symlink(directory, folder_ / "properties");
+    }
+    void StartHub(const std::vector<std::string>& options) {
+        EndChild(hub_, SIGKILL);
+        const fs::path socket = folder_ / "socket/chre";
+        fs::remove(socket);
+        std::vector<std::string> command{"contexthubd", "--socket", socket};
+        command.insert(command.end(), options.begin(), options.end());
+        hub_ = Spawn(command, folder_ / "hub.log");
+        Await([&] { return fs::exists(socket); });
+    }
+    void StartBus() {
+        const fs::path listens = folder_ / "listens";
+        fs::remove(listens);
+        bus_ = Spawn({"/usr/bin/bwrap",
+                      "--dev-bind",
+                      "/",
+                      "/",
+                      "--dev",
+                      "/dev",
+                      "--symlink",
+                      folder_ / "properties",
+                      "/dev/__properties__",
+                      "--bind",
+                      folder_ / "socket",
+                      "/dev/socket",
+                      "--ro-bind",
+                      folder_ / "rw",
+                      folder_ / "ro",
+                      "--size",
+                      "16777216",
+                      "--tmpfs",
+                      "/data/vendor/log",
+                      "--setenv",
+                      "DBUS_SYSTEM_BUS_ADDRESS",
+                      address(),
+                      "/usr/bin/dbus-daemon",
+                      "--config-file=/vendor/etc/bus/system.conf",
+                      "--nofork",
+                      "--nopidfile",
+                      "--address=" + address(),
+                      "--print-address=1"},
+                     folder_ / "log", listens);
+        Await([&] { return !ReadFile(listens).empty(); });
+        client_ = std::make_unique<ServiceClient>(address());
+    }
+    // Ends the bus and returns once the service has ended as well.
+    void StopBus() {
+        const int service = pidfd_open(client_->Pid(), 0);
+        EndChild(bus_, SIGKILL);
+        pollfd ended{service, POLLIN, 0};
+        EXPECT_EQ(poll(&ended, 1, 60'000), 1);
+        close(service);
+        fs::remove(folder_ / "bus");
+    }
+
+    bool ReportIsWhole() {
+        std::string bundle;
+        const std::string report = client_->Report(&bundle);
+        return Titles(report) == ExpectedTitles(false, true) &&
+               report.find("\n*** Sensor ") != std::string::npos && bundle.size() > 100'000 &&
+               bundle.ends_with(std::string(1024, '\0'));
+    }
+
+  private:
+    const fs::path folder_;
+    pid_t hub_ = -1;
+    pid_t bus_ = -1;
+    std::unique_ptr<ServiceClient> client_;
+};
+
+// A lower limit for the running service, as long as this lives.
+class Limit {
+  public:
+    Limit(pid_t pid, __rlimit_resource resource, rlim_t most) : pid_(pid), resource_(resource) {
+        prlimit(pid_, resource_, nullptr, &before_);
+        const rlimit lower{most, before_.rlim_max};
+        EXPECT_EQ(prlimit(pid_, resource_, &lower, nullptr), 0);
+    }
+    ~Limit() { prlimit(pid_, resource_, &before_, nullptr); }
+    Limit(const Limit&) = delete;
+    Limit& operator=(const Limit&) = delete;
+
+  private:
+    const pid_t pid_;
+    const __rlimit_resource resource_;
+    rlimit before_{};
+};
+
+rlim_t AddressSpace(pid_t pid) {
+    std::istringstream statm(ReadFile("/proc/" + std::to_string(pid) + "/statm"));
+    rlim_t pages = 0;
+    statm >> pages;
+    return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+}
+
+// Descriptors are given out from the lowest on.
+rlim_t Descriptors(pid_t pid) {
+    const fs::directory_iterator open("/proc/" + std::to_string(pid) + "/fd");
+    return static_cast<rlim_t>(std::distance(begin(open), end(open)));
+}
+
+// A report on its way through a pipe, of which the first byte has come.
+class Call {
+  public:
+    // Where nobody reads the bundle, it is a small pipe.
+    explicit Call(const Wearable& wearable, bool bundle_is_read = true) {
+        EXPECT_EQ(pipe2(report_, O_CLOEXEC), 0);
+        EXPECT_EQ(pipe2(bundle_, O_CLOEXEC), 0);
+        fcntl(bundle_[1], F_SETPIPE_SZ, 4096);
+        const int bundle = bundle_is_read ? memfd_create("bundle", MFD_CLOEXEC) : dup(bundle_[1]);
+        outcome_ = std::async(std::launch::async, [this, bundle, address = wearable.address()] {
+            std::string outcome = ServiceClient(address).Board({report_[1], bundle});
+            close(bundle);
+            close(report_[1]);
+            return outcome;
+        });
+        char first = 0;
+        EXPECT_EQ(read(report_[0], &first, 1), 1);
+    }
+    ~Call() {
+        for (const int fd : {report_[0], bundle_[0], bundle_[1]}) close(fd);
+    }
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    // The rest of the report.
+    std::string Read() const {
+        std::string text;
+        char part[4096];
+        for (ssize_t size; (size = read(report_[0], part, sizeof part)) > 0;) {
+            text.append(part, static_cast<size_t>(size));
+        }
+        return text;
+    }
+    // How the call ended.
+    std::string Outcome() { return outcome_.get(); }
+
+  private:
+    int report_[2];
+    int bundle_[2];
+    std::future<std::string> outcome_;
+};
+
+std::string ReportWithBundle(Wearable& wearable) {
+    std::string bundle;
+    return wearable.client().Report(&bundle);
+}
+
+struct Fault {
+    std::string name;
+    // Makes the fault, a report under it, and an end of the fault. Returns the report.
+    std::function<std::string(Wearable&)> strike;
+    std::string evidence;  // of the fault, in the report or the log
+    std::vector<std::string> titles = ExpectedTitles(false, true);  // whichever come where empty
+    bool service_survives = true;
+};
+
+Fault HubDiesAt(const std::string& message) {
+    const auto strike = [message](Wearable& wearable) {
+        wearable.StartHub({"--hang-at", message});
+        auto report = std::async(std::launch::async, [&] { return ReportWithBundle(wearable); });
+        Await([&] {
+            return ReadFile(wearable.File("hub.log")).find("hanging at") != std::string::npos;
+        });
+        wearable.StartHub({});
+        return report.get();
+    };
+    return {"hub-dies-at-" + message, strike, "Socket disconnected on remote end"};
+}
+
+Fault UnderLimit(const char* name, __rlimit_resource resource, rlim_t (*most)(pid_t),
+                 const char* evidence, const std::vector<std::string>& hub = {}) {
+    const auto strike = [=](Wearable& wearable) {
+        wearable.StartHub(hub);
+        const pid_t pid = wearable.client().Pid();
+        std::string report;
+        {
+            const Limit limit(pid, resource, most(pid));
+            report = ReportWithBundle(wearable);
+        }
+        wearable.StartHub({});
+        return report;
+    };
+    return {name, strike, evidence};
+}
+
+std::string NoSpace(Wearable& wearable) {
+    const std::string root = "/proc/" + std::to_string(wearable.client().Pid()) + "/root";
+    const std::string filling = root + "/data/vendor/log/filling";
+    const int fd = open(filling.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    EXPECT_GE(fd, 0);
+    const std::string page(4096, 'f');
+    while (write(fd, page.data(), page.size()) > 0) {
+    }
+    EXPECT_EQ(errno, ENOSPC);
+    close(fd);
+    std::string report = ReportWithBundle(wearable);
+    EXPECT_FALSE(fs::exists(root + "/data/vendor/log/dumpstate"));
+    fs::remove(filling);
+    return report;
+}
+
+std::string NoProperties(Wearable& wearable) {
+    wearable.PointProperties("none");
+    std::string report = ReportWithBundle(wearable);
+    wearable.PointProperties("rw");
+    return report;
+}
+
+// The modem's logger is to be stopped, which nobody can tell it.
+std::string ReadOnlyProperties(Wearable& wearable) {
+    wearable.SetProperty("persist.vendor.verbose_logging_enabled", "true");
+    wearable.PointProperties("ro");
+    std::string report = ReportWithBundle(wearable);
+    wearable.PointProperties("rw");
+    wearable.SetProperty("persist.vendor.verbose_logging_enabled", "false");
+    return report;
+}
+
+// The call's own descriptors can't be taken.
+std::string NoDescriptorForTheCall(Wearable& wearable) {
+    const pid_t pid = wearable.client().Pid();
+    const Limit limit(pid, RLIMIT_NOFILE, Descriptors(pid));
+    return wearable.client().Board({STDOUT_FILENO, STDOUT_FILENO});
+}
+
+std::string CallerDies(Wearable& wearable) {
+    pid_t caller = Spawn({"env", "DBUS_SYSTEM_BUS_ADDRESS=" + wearable.address(), "boardreport",
+                          "-o", wearable.File("report"), "-b", wearable.File("bundle")},
+                         wearable.File("caller.log"));
+    Await([&] { return !ReadFile(wearable.File("report")).empty(); });
+    EndChild(caller, SIGKILL);
+    return "";
+}
+
+// Both into one file, where two reports at once would mix.
+std::string TwoCallers(Wearable& wearable) {
+    const int both = memfd_create("reports", MFD_CLOEXEC);
+    const auto call = [&] {
+        return std::async(std::launch::async, [&wearable, both] {
+            const int bundle = memfd_create("bundle", MFD_CLOEXEC);
+            std::string outcome = ServiceClient(wearable.address()).Board({both, bundle});
+            close(bundle);
+            return outcome;
+        });
+    };
+    auto one = call();
+    auto other = call();
+    EXPECT_EQ(one.get(), "");
+    EXPECT_EQ(other.get(), "");
+    std::string reports = ReadFile("/proc/self/fd/" + std::to_string(both));
+    close(both);
+    return reports;
+}
+
+// For longer than the service waits with one write.
+std::string ReaderPauses(Wearable& wearable) {
+    Call call(wearable);
+    std::this_thread::sleep_for(std::chrono::seconds(8));
+    std::string report = call.Read();
+    EXPECT_EQ(call.Outcome(), "");
+    return report;
+}
+
+std::string NobodyReadsTheBundle(Wearable& wearable) {
+    Call call(wearable, false);
+    std::string report = call.Read();
+    EXPECT_EQ(call.Outcome(), "");
+    return report;
+}
+
+std::string ServiceIsKilled(Wearable& wearable) {
+    Call call(wearable);
+    kill(wearable.client().Pid(), SIGKILL);
+    std::string report = call.Read();
+    return report + call.Outcome();
+}
+
+std::string BusRestarts(Wearable& wearable) {
+    Call call(wearable);
+    auto report = std::async(std::launch::async, [&] { return call.Read(); });
+    wearable.StopBus();
+    EXPECT_NE(call.Outcome(), "");
+    wearable.StartBus();
+    return report.get();
+}
+
+std::vector<Fault> AllFaults() {
+    const std::vector<std::string> some;
+    const std::vector<std::string> once = ExpectedTitles(false, true);
+    std::vector<std::string> twice = once;
+    twice.insert(twice.end(), once.begin(), once.end());
+    std::vector<Fault> faults{
+            {"nobody-reads-the-bundle", NobodyReadsTheBundle, "Failed to write"},
+            {"reader-pauses", ReaderPauses, "Modem SSR history", some},
+            {"read-only-properties", ReadOnlyProperties, "Waited mdlog timeout"},
+            {"no-properties", NoProperties, "", ExpectedTitles(true, true)},
+            {"no-space", NoSpace, "No space left on device"},
+            {"caller-dies", CallerDies, "", some},
+            {"two-callers", TwoCallers, "", twice},
+            {"service-is-killed", ServiceIsKilled, "Error.NoReply", some, false},
+            {"bus-restarts", BusRestarts, "", once, false},
+            {"no-descriptor-for-the-call", NoDescriptorForTheCall, "", some, false},
+            UnderLimit(
+                    "no-descriptor", RLIMIT_NOFILE, [](pid_t pid) { return Descriptors(pid) + 2; },
+                    "Too many open files"),
+            UnderLimit(
+                    "no-process", RLIMIT_NPROC, [](pid_t) { return rlim_t{0}; },
+                    "Resource temporarily unavailable"),
+    };
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // these need all there is
+    faults.push_back(UnderLimit("no-memory", RLIMIT_AS, AddressSpace, "Cannot allocate memory"));
+    // Enough for the hub's thread and not for the data of a sensor.
+    faults.push_back(UnderLimit("no-memory-for-a-buffer", RLIMIT_AS,
+                                [](pid_t pid) { return AddressSpace(pid) + (rlim_t{16} << 20); },
+                                "no memory for ", {"--records", "3000000"}));
+#endif
+    for (const char* message :
+         {"list-request", "count-request", "snapshot-request", "fragment-request", "list-response",
+          "count-reply", "snapshot-reply", "fragment-data", "fragment-done"}) {
+        faults.push_back(HubDiesAt(message));
+    }
+    return faults;
+}
+
+void Suffer(const Fault& fault) {
+    SCOPED_TRACE(fault.name);
+    Wearable wearable(fault.name);
+    ASSERT_TRUE(wearable.ReportIsWhole());
+    const std::string before = wearable.client().Holdings();
+    const std::string report = fault.strike(wearable);
+    if (!fault.titles.empty()) {
+        EXPECT_EQ(Titles(report), fault.titles) << report;
+    }
+    EXPECT_NE((report + wearable.Log()).find(fault.evidence), std::string::npos) << report;
+    EXPECT_TRUE(wearable.ReportIsWhole());
+    if (fault.service_survives) {
+        EXPECT_EQ(wearable.client().Holdings(), before);
+    }
+}
+
+TEST(FaultTest, NoFaultCostsMoreThanItsSectionsAndNothingIsLeft) {
+    fs::create_directory(kFolder);
+    BeAnOrdinaryUser({kFolder});  // the limits are none for root
+    const ProcessCensus census;
+    {
+        // As many as two processors serve within the time-outs of a report.
+        std::counting_semaphore<> free(8);
+        std::vector<std::future<void>> sufferers;
+        for (const Fault& fault : AllFaults()) {
+            free.acquire();
+            sufferers.push_back(std::async(std::launch::async, [&free, fault] {
+                Suffer(fault);
+                free.release();
+            }));
+        }
+    }
+    EXPECT_EQ(census.Newcomers(), "");
+}
+
+}  // namespace
