@@ -34,8 +34,15 @@ namespace {
 
 const fs::path kFolder = "/tmp/faults";
 
-const std::vector<std::string>& AllTitles() {
-    static const std::vector<std::string> titles = ExpectedTitles(false, true);
+// Shown line by line where two differ.
+std::string Lines(const std::vector<std::string>& titles) {
+    std::string lines;
+    for (const std::string& title : titles) lines += title + "\n";
+    return lines;
+}
+
+const std::string& AllTitles() {
+    static const std::string titles = Lines(ExpectedTitles(false, true));
     return titles;
 }
 
@@ -113,7 +120,8 @@ class Wearable {
     std::string ReportLacks() {
         std::string bundle;
         const std::string report = client_->Report(&bundle);
-        if (Titles(report) != AllTitles()) return testing::PrintToString(Titles(report));
+        if (Lines(Titles(report)) != AllTitles())
+            return "sections; it has\n" + Lines(Titles(report));
         if (report.find("\n*** Sensor ") == std::string::npos) return "the hub's data";
         if (!bundle.ends_with(std::string(1024, '\0'))) return "the end of the bundle";
         return bundle.size() > 100'000 ? "" : "most of the bundle";
@@ -214,8 +222,8 @@ struct Fault {
     std::string name;
     // Makes the fault, a report under it, and an end of the fault. Returns the report.
     std::function<std::string(Wearable&)> strike;
-    std::string evidence;                           // of the fault, in the report or the log
-    std::vector<std::string> titles = AllTitles();  // whichever come where empty
+    std::string evidence;              // of the fault, in the report or the log
+    std::string titles = AllTitles();  // whichever come where empty
     bool service_survives = true;
 };
 
@@ -234,7 +242,7 @@ Fault HubDiesAt(const std::string& message) {
 
 Fault UnderLimit(const char* name, __rlimit_resource resource, rlim_t (*most)(pid_t),
                  const char* evidence, const std::vector<std::string>& hub = {},
-                 const std::vector<std::string>& titles = AllTitles()) {
+                 const std::string& titles = AllTitles()) {
     const auto strike = [=](Wearable& wearable) {
         wearable.StartHub(hub);
         const pid_t pid = wearable.client().Pid();
@@ -351,11 +359,9 @@ std::string BusRestarts(Wearable& wearable) {
 }
 
 std::vector<Fault> AllFaults() {
-    const std::vector<std::string> some;
-    std::vector<std::string> twice = AllTitles();
-    twice.insert(twice.end(), AllTitles().begin(), AllTitles().end());
-    // Whose directory can't be listed is taken for one that isn't there.
-    std::vector<std::string> listed = AllTitles();
+    const std::string some;
+    // A directory that can't be opened is taken for one that isn't there.
+    std::vector<std::string> listed = ExpectedTitles(false, true);
     std::erase(listed, "Sleep Stats");
     std::vector<Fault> faults{
             {"nobody-reads-the-bundle", NobodyReadsTheBundle, "Failed to write"},
@@ -364,19 +370,20 @@ std::vector<Fault> AllFaults() {
             {"no-properties", NoProperties, "getprop: cannot list"},
             {"no-space", NoSpace, "No space left on device"},
             {"caller-dies", CallerDies, "", some},
-            {"two-callers", TwoCallers, "", twice},
+            {"two-callers", TwoCallers, "", AllTitles() + AllTitles()},
             {"service-is-killed", ServiceIsKilled, "Error.NoReply", some, false},
             {"bus-restarts", BusRestarts, "", AllTitles(), false},
             {"no-descriptor-for-the-call", NoDescriptorForTheCall, "", some, false},
             UnderLimit(
                     "no-descriptor", RLIMIT_NOFILE, [](pid_t pid) { return Descriptors(pid) + 2; },
-                    "Too many open files", {}, listed),
+                    "Too many open files", {}, Lines(listed)),
             UnderLimit(
                     "no-process", RLIMIT_NPROC, [](pid_t) { return rlim_t{0}; },
                     "Resource temporarily unavailable"),
     };
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // these need all there is
-    faults.push_back(UnderLimit("no-memory", RLIMIT_AS, AddressSpace, "Cannot allocate memory"));
+    faults.push_back(UnderLimit("no-memory", RLIMIT_AS, AddressSpace, "Cannot allocate memory", {},
+                                Lines(listed)));
     // Enough for the hub's thread, and for the data of those sensors that have little.
     faults.push_back(UnderLimit("no-memory-for-a-buffer", RLIMIT_AS,
                                 [](pid_t pid) { return AddressSpace(pid) + (rlim_t{11} << 20); },
@@ -399,7 +406,7 @@ void Suffer(const Fault& fault) {
     const std::string before = wearable.client().Holdings();
     const std::string report = fault.strike(wearable);
     if (!fault.titles.empty()) {
-        EXPECT_EQ(Titles(report), fault.titles);
+        EXPECT_EQ(Lines(Titles(report)), fault.titles);
     }
     EXPECT_NE((report + wearable.Log()).find(fault.evidence), std::string::npos);
     EXPECT_EQ(wearable.ReportLacks(), "");
