@@ -32,7 +32,7 @@ constexpr char kBus[] = R"(<busconfig>
     <allow receive_type="method_return"/>
     <allow receive_type="error"/>
   </policy>
-  <include>)" INSTALLED_POLICY R"(</include>
+  <include>/tmp/access/policy.conf</include>
   <policy context="mandatory">
     <allow own="android.hardware.dumpstate.IDumpstateDevice"/>
   </policy>
@@ -41,6 +41,7 @@ constexpr char kBus[] = R"(<busconfig>
 
 TEST(AccessTest, OnlyRootAndTheGroupMayCall) {
     fs::create_directory("/tmp/access");
+    fs::copy(INSTALLED_POLICY, "/tmp/access/policy.conf");  // from where not everybody may look
     std::ofstream("/etc/group");
     BeAnOrdinaryUser({"/tmp/access", "/etc/passwd", "/etc/group"});
     std::ofstream("/tmp/access/bus.conf") << kBus;
