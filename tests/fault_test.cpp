@@ -34,6 +34,13 @@ namespace {
 
 const fs::path kFolder = "/tmp/faults";
 
+// They need all the addresses there are, and can't live under a limit.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kMemoryIsTheSanitizers = true;
+#else
+constexpr bool kMemoryIsTheSanitizers = false;
+#endif
+
 // Shown line by line where two differ.
 std::string Lines(const std::vector<std::string>& titles) {
     std::string lines;
@@ -381,14 +388,15 @@ std::vector<Fault> AllFaults() {
                     "no-process", RLIMIT_NPROC, [](pid_t) { return rlim_t{0}; },
                     "Resource temporarily unavailable"),
     };
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // these need all there is
-    faults.push_back(UnderLimit("no-memory", RLIMIT_AS, AddressSpace, "Cannot allocate memory", {},
-                                Lines(listed)));
-    // Enough for the hub's thread, and for the data of those sensors that have little.
-    faults.push_back(UnderLimit("no-memory-for-a-buffer", RLIMIT_AS,
-                                [](pid_t pid) { return AddressSpace(pid) + (rlim_t{11} << 20); },
-                                "no memory for ", {"--records", "2000000"}));
-#endif
+    if (!kMemoryIsTheSanitizers) {
+        faults.push_back(UnderLimit("no-memory", RLIMIT_AS, AddressSpace, "Cannot allocate memory",
+                                    {}, Lines(listed)));
+        // Enough for the hub's thread, and for the data of those sensors that have little.
+        faults.push_back(
+                UnderLimit("no-memory-for-a-buffer", RLIMIT_AS,
+                           [](pid_t pid) { return AddressSpace(pid) + (rlim_t{11} << 20); },
+                           "no memory for ", {"--records", "2000000"}));
+    }
     for (const char* message :
          {"list-request", "count-request", "snapshot-request", "fragment-request", "list-response",
           "count-reply", "snapshot-reply", "fragment-data", "fragment-done"}) {
