@@ -1,12 +1,12 @@
 #include "host_log.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
 #include <cstring>
+
+#include "nonblocking_output.h"
 
 namespace android::chre {
 namespace {
@@ -14,12 +14,16 @@ namespace {
 constexpr char kTag[] = "CHRE";
 constexpr int kPatienceMs = 100;
 
-// A pipe that poll(2) calls writable takes a copy without blocking: it has room for more than one.
-// What has no descriptor, or can't be waited for, takes it always.
-bool TakesACopy(std::FILE* stream) {
-    pollfd output{fileno(stream), POLLOUT, 0};
-    if (output.fd < 0) return true;
-    return poll(&output, 1, kPatienceMs) == 1 && output.revents == POLLOUT;
+void WriteCopy(std::FILE* stream, const char* copy, size_t length) {
+    const int fd = fileno(stream);
+    if (fd < 0) {  // a stream in memory
+        std::fwrite(copy, 1, length, stream);
+    } else if (const NonblockingOutput output(fd); output.WaitWritable(kPatienceMs)) {
+        std::fflush(stream);
+        // What doesn't go is lost, and so is the result: there is nobody to tell.
+        [[maybe_unused]] const ssize_t written = output.Write(copy, length);
+    }
+    std::fflush(stream);
 }
 
 }  // namespace
@@ -46,10 +50,7 @@ void outputHostLog(int priority, std::FILE* stream, const char* format, const ch
     advance(std::vsnprintf(copy + length, kMost - length, format, again));
     va_end(again);
     copy[length++] = '\n';
-    if (TakesACopy(stream)) {
-        std::fwrite(copy, 1, length, stream);
-        std::fflush(stream);
-    }
+    WriteCopy(stream, copy, length);
     errno = error;
 }
 

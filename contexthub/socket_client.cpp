@@ -161,7 +161,6 @@ void SocketClient::disconnect() {
     }
     LOGD("disconnect", "Waiting for RX thread to exit");
     receiveThread_.join();
-    receiveThreadId_ = std::thread::id();  // it may become another thread's
 }
 
 bool SocketClient::sendMessage(const void* data, size_t length) {
@@ -263,6 +262,7 @@ void SocketClient::receiveThread() {
     if (socket_ != -1) closeSocket();
     if (!shuttingDown_) callbacks_->onConnectionAbandoned();
     callbacks_.clear();
+    receiveThreadId_ = std::thread::id();  // once joined, it may become another thread's
 }
 
 // False when there is no waiting for the socket, with which the thread ends. The socket is closed

@@ -65,8 +65,9 @@ class SocketClient {
     // thread: false when it fails, and no onConnected() when it succeeds.
     bool doConnect(const char* socketName, const sp<ICallbacks>& callbacks, bool background);
 
-    // Ends the receive thread, from any state and without a further callback, and waits for it,
-    // which takes as long as the callback that it may be in. Refused on the receive thread.
+    // Ends the receive thread, from any state, and waits for it, which takes as long as the
+    // callback that it may be in or just about to make; none begins after that. Refused on the
+    // receive thread.
     void disconnect();
 
     // Sends one datagram, taking no lock and making no copy. False when it did not go whole: there

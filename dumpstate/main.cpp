@@ -2,20 +2,20 @@
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <string>
 
 #include "dumpstate.h"
+#include "inherited_state.h"
 
 using aidl::android::hardware::dumpstate::Dumpstate;
+using aidl::android::hardware::dumpstate::resetInheritedState;
 
 int main() {
-    // A reader that goes away and a file at its limit are failed writes, never the end of the
-    // process. How a command ended is for this process to ask, whatever it has inherited.
-    for (const int failed_write : {SIGPIPE, SIGXFSZ}) std::signal(failed_write, SIG_IGN);
-    std::signal(SIGCHLD, SIG_DFL);
+    // Whoever started this process may have left signals ignored and standard descriptors closed.
+    // Before anything else: what is opened first would get the number of a closed one.
+    resetInheritedState();
 
     // Reports share the staging directory and the modem's logger, and neither is locked: with no
     // threads beside this one, a second call is served after the first and two reports never

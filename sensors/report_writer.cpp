@@ -1,33 +1,26 @@
 #include "report_writer.h"
 
-#include <poll.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <climits>
+#include <chrono>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "log.h"
 
 namespace tev::dumpstate {
 namespace {
 
-constexpr int kPatienceMillis = 5000;
+using Clock = std::chrono::steady_clock;
 
-// A pipe that poll(2) calls writable has room for PIPE_BUF bytes: more than that may block, and the
-// descriptor is the caller's, whose flags are not ours to change. A file takes anything.
-size_t PieceOf(int fd) {
-    struct stat status {};
-    if (fstat(fd, &status) != 0) return 0;
-    return S_ISREG(status.st_mode) ? SIZE_MAX : PIPE_BUF;
-}
+constexpr std::chrono::seconds kPatience{5};
 
 }  // namespace
 
 // The text's memory stays as it is found: most writers hold a few lines.
-ReportWriter::ReportWriter(int fd) : fd_(fd), piece_(PieceOf(fd)), lost_(piece_ == 0) {}
+ReportWriter::ReportWriter(int fd) : output_(fd) {}
 
 char* ReportWriter::BeginLine() {
     if (text_.size() - size_ < kLongestLine) Flush();
@@ -43,27 +36,30 @@ void ReportWriter::Print(const char* format, ...) {
     EndLine(line + std::clamp<int>(length, 0, kLongestLine - 1));
 }
 
-bool ReportWriter::WaitWritable() const {
-    pollfd writable{fd_, POLLOUT, 0};
-    int ready = 0;
-    do {
-        ready = poll(&writable, 1, kPatienceMillis);
-    } while (ready < 0 && errno == EINTR);
-    return ready > 0;
+ssize_t ReportWriter::WriteSome(std::string_view text) const {
+    using std::chrono::milliseconds;
+    const Clock::time_point deadline = Clock::now() + kPatience;
+    for (Clock::duration left = kPatience; left > left.zero(); left = deadline - Clock::now()) {
+        const auto wait = std::chrono::ceil<milliseconds>(left).count();
+        if (!output_.WaitWritable(static_cast<int>(wait))) return -1;
+        const ssize_t written = output_.Write(text.data(), text.size());
+        // Where somebody else took the room between the poll and the write, the next poll waits.
+        if (written >= 0 || (errno != EINTR && errno != EAGAIN)) return written;
+    }
+    errno = ETIMEDOUT;
+    return -1;
 }
 
 void ReportWriter::Flush() {
-    const char* next = text_.data();
-    const char* const end = next + size_;
-    size_ = 0;
-    while (next != end && !lost_) {
-        const size_t piece = std::min(static_cast<size_t>(end - next), piece_);
-        const ssize_t written = WaitWritable() ? write(fd_, next, piece) : 0;
+    std::string_view text(text_.data(), std::exchange(size_, 0));
+    while (!text.empty() && !lost_) {
+        const ssize_t written = WriteSome(text);
         if (written > 0) {
-            next += written;
+            text.remove_prefix(static_cast<size_t>(written));
         } else {
-            // Where somebody else filled it between the poll and the write, the next poll waits.
-            lost_ = written == 0 || (errno != EINTR && errno != EAGAIN);
+            lost_ = true;
+            __android_log_print(ANDROID_LOG_WARN, kLogTag, "The report is cut here: %s",
+                                std::strerror(errno));
         }
     }
 }

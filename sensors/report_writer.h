@@ -1,13 +1,18 @@
 #pragma once
 
+#include <nonblocking_output.h>
+#include <sys/types.h>
+
 #include <array>
 #include <cstddef>
+#include <string_view>
 
 namespace tev::dumpstate {
 
 // Gathers lines and writes them to the report in large pieces, each of them in full. A reader that
-// takes nothing for five seconds, or has gone away, loses everything after that: no call blocks for
-// longer than it takes to find that out, and none fails. The process ignores SIGPIPE.
+// takes nothing for five seconds, or has gone away, loses everything after that, which the log
+// says: no call blocks for longer than it takes to find that out, and none fails. The process
+// ignores SIGPIPE.
 class ReportWriter {
   public:
     static constexpr size_t kLongestLine = 512;
@@ -28,11 +33,10 @@ class ReportWriter {
     void Flush();
 
   private:
-    bool WaitWritable() const;
+    ssize_t WriteSome(std::string_view text) const;
 
-    const int fd_;
-    const size_t piece_;  // how much one write may hold; 0 for no open descriptor
-    bool lost_;
+    const android::chre::NonblockingOutput output_;
+    bool lost_ = false;
     size_t size_ = 0;
     std::array<char, 64 * 1024> text_;
 };

@@ -65,6 +65,11 @@ struct Piece {
     uint32_t length;
 };
 
+const char* GetSensorName(uint8_t number) {
+    const SensorType* const type = FindSensorType(number);
+    return type == nullptr ? "(Unsupported)" : type->name;
+}
+
 // For messages that show a number as 32 bits: of a larger one, its low 32.
 constexpr uint32_t Shown(uint64_t number) {
     return static_cast<uint32_t>(number);
@@ -279,14 +284,15 @@ void SensorBlackBoxClient::acceptPiece(const Payload& payload) {
         __android_log_print(ANDROID_LOG_ERROR, kLogTag,
                             "Inconsistent total_bytes values in black box data received "
                             "(Sensor: %d (%s), %u -> %u)",
-                            piece.sensor, type->name, buffer->Size(), piece.total_bytes);
+                            piece.sensor, GetSensorName(piece.sensor), buffer->Size(),
+                            piece.total_bytes);
         return;
     }
     if (piece.offset >= buffer->Size() || piece.End() > buffer->Size()) {
         __android_log_print(ANDROID_LOG_ERROR, kLogTag,
                             "Black box data out of bound. Sensor: %d (%s). Buffer: %u bytes. "
                             "Received: %u - %u.",
-                            piece.sensor, type->name, buffer->Size(), piece.offset,
+                            piece.sensor, GetSensorName(piece.sensor), buffer->Size(), piece.offset,
                             Shown(piece.End()));
         return;
     }
@@ -294,7 +300,7 @@ void SensorBlackBoxClient::acceptPiece(const Payload& payload) {
         __android_log_print(ANDROID_LOG_ERROR, kLogTag,
                             "Incomplete black box data buffer received.  Sensor: %d (%s).  "
                             "Expecting %u, received %u.",
-                            piece.sensor, type->name, Shown(piece.PayloadBytes()),
+                            piece.sensor, GetSensorName(piece.sensor), Shown(piece.PayloadBytes()),
                             Shown(payload.size()));
         return;
     }
@@ -303,13 +309,13 @@ void SensorBlackBoxClient::acceptPiece(const Payload& payload) {
     if (added < piece.length) {
         __android_log_print(ANDROID_LOG_ERROR, kLogTag,
                             "Duplicated byte received for sensor %d (%s) at offset %u",
-                            piece.sensor, type->name, piece.offset + added);
+                            piece.sensor, GetSensorName(piece.sensor), piece.offset + added);
         return;
     }
     if (buffer->Done()) {
         __android_log_print(ANDROID_LOG_INFO, kLogTag,
                             "Fully received black box data for sensor %d (%s)", piece.sensor,
-                            type->name);
+                            GetSensorName(piece.sensor));
     }
 }
 
@@ -320,7 +326,8 @@ SensorBlackBoxBuffer* SensorBlackBoxClient::findOrCreateBuffer(const SensorType&
     if (total_bytes % type.record_size() != 0) {
         __android_log_print(ANDROID_LOG_ERROR, kLogTag,
                             "Unexpected size of buffer for sensor %d (%s): %u %% %zu != 0",
-                            type.number, type.name, total_bytes, type.record_size());
+                            type.number, GetSensorName(type.number), total_bytes,
+                            type.record_size());
         return nullptr;
     }
     uint64_t announced = total_bytes;
@@ -329,7 +336,7 @@ SensorBlackBoxBuffer* SensorBlackBoxClient::findOrCreateBuffer(const SensorType&
         __android_log_print(ANDROID_LOG_ERROR, kLogTag,
                             "Refusing buffer for sensor %d (%s): %u bytes make %llu, more than the "
                             "%llu for all sensors",
-                            type.number, type.name, total_bytes,
+                            type.number, GetSensorName(type.number), total_bytes,
                             static_cast<unsigned long long>(announced),
                             static_cast<unsigned long long>(kMostSnapshotBytes));
         return nullptr;
@@ -339,7 +346,7 @@ SensorBlackBoxBuffer* SensorBlackBoxClient::findOrCreateBuffer(const SensorType&
     } catch (const std::bad_alloc&) {
         __android_log_print(ANDROID_LOG_ERROR, kLogTag,
                             "Refusing buffer for sensor %d (%s): no memory for %u bytes",
-                            type.number, type.name, total_bytes);
+                            type.number, GetSensorName(type.number), total_bytes);
         return nullptr;
     }
 }
@@ -355,15 +362,15 @@ void SensorBlackBoxClient::PrintToFd(int fd, std::chrono::seconds timeout) {
     ReportWriter report(fd);
     report.Print("------ Sensor Black Box ------\n");
     for (const auto& [number, buffer] : buffers_) {
-        const SensorType& type = *FindSensorType(number);
+        const char* const name = GetSensorName(number);
         const auto newest = timestamps_.find(number);
         if (!buffer.Done()) {
-            report.Print("Skipping Sensor %d (%s): Incomplete buffer\n", number, type.name);
+            report.Print("Skipping Sensor %d (%s): Incomplete buffer\n", number, name);
         } else if (newest == timestamps_.end()) {
-            report.Print("Skipping Sensor %d (%s): No timestamp info\n", number, type.name);
+            report.Print("Skipping Sensor %d (%s): No timestamp info\n", number, name);
         } else {
-            report.Print("*** Sensor %d (%s) ***\n", number, type.name);
-            WriteRecords(report, type, buffer, newest->second);
+            report.Print("*** Sensor %d (%s) ***\n", number, name);
+            WriteRecords(report, *FindSensorType(number), buffer, newest->second);
         }
     }
 }

@@ -26,9 +26,4 @@ const SensorType* FindSensorType(uint8_t number) {
     return found == std::end(kSensorTypes) ? nullptr : found;
 }
 
-const char* GetSensorName(uint8_t number) {
-    const SensorType* const type = FindSensorType(number);
-    return type == nullptr ? "(Unsupported)" : type->name;
-}
-
 }  // namespace tev::dumpstate

@@ -20,7 +20,4 @@ struct SensorType {
 // Null for a type that is not supported.
 const SensorType* FindSensorType(uint8_t number);
 
-// The type's name for logs and the report, "(Unsupported)" for one that is not supported.
-const char* GetSensorName(uint8_t number);
-
 }  // namespace tev::dumpstate

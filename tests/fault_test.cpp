@@ -34,11 +34,11 @@ namespace {
 
 const fs::path kFolder = "/tmp/faults";
 
-// They need all the addresses there are, and can't live under a limit.
+// A sanitizer needs all the addresses there are, and descriptors to ask whether memory is there.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMemoryIsTheSanitizers = true;
+constexpr bool kSanitized = true;
 #else
-constexpr bool kMemoryIsTheSanitizers = false;
+constexpr bool kSanitized = false;
 #endif
 
 // Shown line by line where two differ.
@@ -382,13 +382,13 @@ std::vector<Fault> AllFaults() {
             {"bus-restarts", BusRestarts, "", AllTitles(), false},
             {"no-descriptor-for-the-call", NoDescriptorForTheCall, "", some, false},
             UnderLimit(
-                    "no-descriptor", RLIMIT_NOFILE, [](pid_t pid) { return Descriptors(pid) + 2; },
-                    "Too many open files", {}, Lines(listed)),
-            UnderLimit(
                     "no-process", RLIMIT_NPROC, [](pid_t) { return rlim_t{0}; },
                     "Resource temporarily unavailable"),
     };
-    if (!kMemoryIsTheSanitizers) {
+    if (!kSanitized) {
+        faults.push_back(UnderLimit(
+                "no-descriptor", RLIMIT_NOFILE, [](pid_t pid) { return Descriptors(pid) + 2; },
+                "Too many open files", {}, Lines(listed)));
         faults.push_back(UnderLimit("no-memory", RLIMIT_AS, AddressSpace, "Cannot allocate memory",
                                     {}, Lines(listed)));
         // Enough for the hub's thread, and for the data of those sensors that have little.

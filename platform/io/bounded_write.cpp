@@ -58,9 +58,9 @@ bool WaitWritable(int fd, Deadline deadline) {
 
 namespace {
 
-// A terminal that poll(2) calls writable may have room for a single byte, and there is no telling
-// how much: a second, non-blocking descriptor for the same device is written to instead, where one
-// is to be had.
+// Another writer may take a pipe's room between the poll and the write, and a terminal may have
+// room for a single byte: a second, non-blocking descriptor for the same pipe or device is written
+// to instead. One that belongs to another user can't be opened.
 int OpenWithoutBlocking(int fd) {
     const std::string path = "/proc/self/fd/" + std::to_string(fd);
     return open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
@@ -89,7 +89,8 @@ int WriteUntil(int fd, std::string_view text, Deadline deadline) {
     if (fstat(fd, &status) != 0) return errno;
     std::optional<SigpipeGuard> guard;
     if (!S_ISREG(status.st_mode)) guard.emplace();
-    const int twin = S_ISCHR(status.st_mode) ? OpenWithoutBlocking(fd) : -1;
+    const bool may_block = S_ISCHR(status.st_mode) || S_ISFIFO(status.st_mode);
+    const int twin = may_block ? OpenWithoutBlocking(fd) : -1;
     const int error = WriteAll(twin >= 0 ? twin : fd, status.st_mode, text, deadline);
     if (twin >= 0) close(twin);
     return error;

@@ -8,7 +8,8 @@
 //
 // in local time, P one of V D I W E F. A null tag is the program's name. Trailing newlines of the
 // message are dropped and any other control character is escaped, so a record is always one line.
-// A record is one write(2): records of several threads or processes never mix. Any thread may log.
+// A record is one write(2): records of several threads or processes never mix, on a pipe up to
+// PIPE_BUF bytes. Any thread may log.
 // A log reader that has stopped reading costs the caller at most 100 ms a record, and the record.
 // No exception leaves.
 
