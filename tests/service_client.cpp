@@ -100,8 +100,7 @@ std::string ReadFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::vector<std::string> Matches(const std::string& text, const char* pattern) {
-    const std::regex regex(pattern);
+static std::vector<std::string> Matches(const std::string& text, const std::regex& regex) {
     std::vector<std::string> found;
     for (std::sregex_iterator match(text.begin(), text.end(), regex), end; match != end; ++match) {
         found.push_back((*match)[1]);
@@ -109,6 +108,12 @@ std::vector<std::string> Matches(const std::string& text, const char* pattern) {
     return found;
 }
 
+std::vector<std::string> Matches(const std::string& text, const char* pattern) {
+    return Matches(text, std::regex(pattern));
+}
+
 std::vector<std::string> Titles(const std::string& report) {
-    return Matches(report, "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)");
+    // Once: compiling an expression is nothing that several threads may do at a time.
+    static const std::regex regex("(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)");
+    return Matches(report, regex);
 }
