@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdint>
 #include <deque>
 #include <filesystem>
 #include <fstream>
@@ -465,7 +466,7 @@ TEST_F(SocketClientTest, WithoutThreadsOrDescriptorsNothingIsLeftBehind) {
     pthread_attr_t before;
     pthread_getattr_default_np(&before);
     pthread_getattr_default_np(&attributes);
-    pthread_attr_setstacksize(&attributes, size_t{1} << 46);  // more than there can be
+    pthread_attr_setstacksize(&attributes, SIZE_MAX / 16 * 15);  // more than there can be
     for (const bool background : {true, false}) {
         pthread_setattr_default_np(&attributes);
         EXPECT_THROW(client_.doConnect("hub", callbacks_, background), std::system_error);
