@@ -14,6 +14,9 @@ set(CMAKE_LIBRARY_ARCHITECTURE ${CROSS_TRIPLET})
 set(ENV{PKG_CONFIG_LIBDIR} ${CROSS_SYSROOT}/usr/lib/${CROSS_TRIPLET}/pkgconfig)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CROSS_SYSROOT})
 
+# Nothing built here meets what an older compiler has built.
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
+
 # The libraries' own libraries are found by this, at link time and by the emulated loader.
 set(libraries /usr/${CROSS_TRIPLET}/lib:${CROSS_SYSROOT}/usr/lib/${CROSS_TRIPLET}:${CROSS_SYSROOT}/lib/${CROSS_TRIPLET})
 set(CMAKE_SKIP_RPATH ON)
