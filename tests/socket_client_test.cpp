@@ -6,16 +6,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/epoll.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdint>
 #include <deque>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <future>
@@ -67,6 +68,7 @@ Lines records;                          // the system log, "PRIORITY message"
 std::function<void()> when_connecting;  // called after a successful connect, before it is told
 std::function<void()> when_sending;     // called before the client's send
 int client_socket = -1;                 // of the last connect
+std::atomic<int> epoll_error = 0;       // what the next wait for input fails with
 
 }  // namespace
 
@@ -92,10 +94,18 @@ extern "C" ssize_t __wrap_send(int fd, const void* data, size_t length, int flag
     return __real_send(fd, data, length, flags);
 }
 
+extern "C" int __real_epoll_wait(int epoll, epoll_event* events, int most, int millis);
+extern "C" int __wrap_epoll_wait(int epoll, epoll_event* events, int most, int millis) {
+    return (errno = epoll_error.exchange(0)) != 0 ? -1
+                                                  : __real_epoll_wait(epoll, events, most, millis);
+}
+
 namespace android::chre {
 namespace {
 
 using Log = std::deque<std::string>;
+
+constexpr char kNoSocket[] = "5 Tried sending a message, but don't have a valid socket handle";
 
 // Tells every callback as a line, and does what the test wants done in it.
 class Callbacks : public SocketClient::ICallbacks {
@@ -123,33 +133,29 @@ class Daemon {
         address_.sun_family = AF_UNIX;
         ("/dev/socket/" + name).copy(address_.sun_path, sizeof address_.sun_path - 1);
         unlink(address_.sun_path);
-        EXPECT_EQ(bind(listener_, Address(), sizeof address_), 0);
-        EXPECT_EQ(listen(listener_, backlog), 0);
+        EXPECT_EQ(bind(listener_.get(), Address(), sizeof address_), 0);
+        EXPECT_EQ(listen(listener_.get(), backlog), 0);
     }
-    ~Daemon() {
-        HangUp();
-        close(listener_);
-        unlink(address_.sun_path);
-    }
+    ~Daemon() { unlink(address_.sun_path); }
     static int Socket(int flags = 0) {
         return socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0);
     }
     const sockaddr* Address() const { return reinterpret_cast<const sockaddr*>(&address_); }
-    void Accept() { peer_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC); }
+    void Accept() { peer_.reset(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC)); }
     void Send(const std::string& data) {
-        send(peer_, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        send(peer_.get(), data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     }
     std::string Receive() {
         std::string data(300'000, '\0');
         data.resize(static_cast<size_t>(
-                std::max<ssize_t>(recv(peer_, data.data(), data.size(), 0), 0)));
+                std::max<ssize_t>(recv(peer_.get(), data.data(), data.size(), 0), 0)));
         return data;
     }
-    void HangUp() { close(std::exchange(peer_, -1)); }
+    void HangUp() { peer_.reset(); }
 
   private:
-    const int listener_;
-    int peer_ = -1;
+    const base::unique_fd listener_;
+    base::unique_fd peer_;
     sockaddr_un address_{};
 };
 
@@ -159,22 +165,23 @@ class Redirected {
     Redirected(int stream, int target) : stream_(stream), saved_(dup(stream)) {
         dup2(target, stream_);
     }
-    ~Redirected() {
-        dup2(saved_, stream_);
-        close(saved_);
-    }
+    ~Redirected() { dup2(saved_.get(), stream_); }
 
   private:
     const int stream_;
-    const int saved_;
+    const base::unique_fd saved_;
 };
 
-// Nobody wants to read thousands of copies.
-class Quiet {
-  private:
-    const base::unique_fd null_{open("/dev/null", O_WRONLY | O_CLOEXEC)};
-    const Redirected out_{STDOUT_FILENO, null_.get()};
-    const Redirected err_{STDERR_FILENO, null_.get()};
+// Takes what goes to standard output and error.
+struct Captured {
+    std::string Text(int stream) const {
+        std::ifstream file("/proc/self/fd/" + std::to_string(files[stream - 1].get()));
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    const base::unique_fd files[2]{base::unique_fd(memfd_create("out", MFD_CLOEXEC)),
+                                   base::unique_fd(memfd_create("err", MFD_CLOEXEC))};
+    const Redirected out{STDOUT_FILENO, files[0].get()};
+    const Redirected err{STDERR_FILENO, files[1].get()};
 };
 
 class SocketClientTest : public testing::Test {
@@ -221,21 +228,27 @@ class SocketClientTest : public testing::Test {
 
 TEST_F(SocketClientTest, ArgumentsAreCheckedOnTheSpot) {
     const std::string longest(63, 'n');
-    EXPECT_EQ(Failure(client_.connectInBackground((longest + "n").c_str(), callbacks_)),
-              "6 Socket name length parameter is too long (64, max 64)");
-    EXPECT_EQ(Failure(client_.connectInBackground(longest.c_str(), {})),
-              "6 Callbacks parameter must be provided");
+    for (const auto& [name, callbacks, error] :
+         {std::tuple{longest + "n", callbacks_,
+                     "6 Socket name length parameter is too long (64, max 64)"},
+          {longest, {}, "6 Callbacks parameter must be provided"}}) {
+        EXPECT_EQ(Failure(client_.connectInBackground(name.c_str(), callbacks)), error);
+        EXPECT_EQ(Failure(Send("early")), kNoSocket);
+        Connect();
+        EXPECT_FALSE(client_.connectInBackground(name.c_str(), callbacks));
+        EXPECT_EQ(records.Take(), Log({"5 Re-connecting socket with implicit disconnect",
+                                       "3 Waiting for RX thread to exit", error}));
+    }
     EXPECT_EQ(Failure(client_.doConnect(longest.c_str(), callbacks_, false)),
               "6 Couldn't connect client socket to '" + longest + "': No such file or directory");
-    EXPECT_EQ(Failure(Send("early")),
-              "5 Tried sending a message, but don't have a valid socket handle");
+    EXPECT_EQ(Failure(Send("late")), kNoSocket);
     Daemon daemon(longest);
     EXPECT_TRUE(client_.doConnect(longest.c_str(), callbacks_, false));
     daemon.Accept();
     EXPECT_TRUE(Send("now"));
     EXPECT_EQ(daemon.Receive(), "now");
     client_.disconnect();
-    EXPECT_EQ(delays_.size(), 0);
+    EXPECT_EQ(delays_.size(), 2);  // none but Connect()'s
 }
 
 TEST_F(SocketClientTest, FirstAttemptComesAQuarterOfASecondLater) {
@@ -247,12 +260,14 @@ TEST_F(SocketClientTest, FirstAttemptComesAQuarterOfASecondLater) {
 }
 
 TEST_F(SocketClientTest, AbsentDaemonIsTriedOnTheWholeScheduleAndGivenUp) {
+    std::string copies;
     {
-        const Quiet quiet;
+        const Captured streams;
         ASSERT_TRUE(client_.connectInBackground("none", callbacks_));
         callbacks_.clear();
         EXPECT_EQ(events_.Next(), "abandoned");
         EXPECT_EQ(events_.Next(), "released");
+        copies = streams.Text(STDOUT_FILENO) + streams.Text(STDERR_FILENO);
     }
 
     std::vector<milliseconds> schedule(41, 250ms);
@@ -265,6 +280,7 @@ TEST_F(SocketClientTest, AbsentDaemonIsTriedOnTheWholeScheduleAndGivenUp) {
         const char* const next = attempt == 42 ? "1000" : attempt == 43 ? "2000" : "4000";
         expected.push_back(std::string("5 Failed to (re)connect, next try in ") + next + " ms");
     }
+    EXPECT_EQ(static_cast<size_t>(std::ranges::count(copies, '\n')), expected.size());
     EXPECT_EQ(records.Take(), expected);
     client_.disconnect();
     EXPECT_EQ(records.Take(), Log{"3 Waiting for RX thread to exit"});
@@ -287,29 +303,26 @@ TEST_F(SocketClientTest, DatagramsPassWholeAndInOrder) {
     EXPECT_EQ(records.Take(), Log());
 }
 
-template <typename T>
-T Option(int socket, int name) {
-    T value{};
-    socklen_t size = sizeof value;
-    EXPECT_EQ(getsockopt(socket, SOL_SOCKET, name, &value, &size), 0);
-    return value;
-}
-
 TEST_F(SocketClientTest, DescriptorsAreAsAgreed) {
     const int least = dup(0);  // the first free one before and after: the client's are between
     close(least);
+    const auto option = [](int socket, int name, auto value) {
+        socklen_t size = sizeof value;
+        EXPECT_EQ(getsockopt(socket, SOL_SOCKET, name, &value, &size), 0);
+        return value;
+    };
     Connect();
     daemon_.Send("x");
     EXPECT_EQ(events_.Next(), "message x");
-    EXPECT_EQ(Option<int>(client_socket, SO_TYPE), SOCK_SEQPACKET);
-    EXPECT_EQ(Option<timeval>(client_socket, SO_SNDTIMEO).tv_sec, 3);
-    EXPECT_EQ(Option<timeval>(client_socket, SO_SNDTIMEO).tv_usec, 0);
+    EXPECT_EQ(option(client_socket, SO_TYPE, 0), SOCK_SEQPACKET);
+    EXPECT_EQ(option(client_socket, SO_SNDTIMEO, timeval{}).tv_sec, 3);
+    EXPECT_EQ(option(client_socket, SO_SNDTIMEO, timeval{}).tv_usec, 0);
     EXPECT_EQ(fcntl(client_socket, F_GETFL) & O_NONBLOCK, 0);
     // The kernel grants as much as it grants anybody.
     const base::unique_fd other(Daemon::Socket());
     const int wanted = 0x200000;
     setsockopt(other.get(), SOL_SOCKET, SO_SNDBUF, &wanted, sizeof wanted);
-    EXPECT_EQ(Option<int>(client_socket, SO_SNDBUF), Option<int>(other.get(), SO_SNDBUF));
+    EXPECT_EQ(option(client_socket, SO_SNDBUF, 0), option(other.get(), SO_SNDBUF, 0));
 
     // Input beside what is always told; the wake-up flag stands only where it is allowed.
     const std::regex input("tfd: +" + std::to_string(client_socket) + " events: +(200000)?19 ");
@@ -324,19 +337,21 @@ TEST_F(SocketClientTest, DescriptorsAreAsAgreed) {
 }
 
 TEST_F(SocketClientTest, LostConnectionIsToldAndMadeAnew) {
+    enum Loss { kHangUp, kUnread, kPollError };
+    callbacks_->in_message = [] { epoll_error = EINVAL; };
     Connect();
-    for (const bool unread : {false, true}) {
+    for (const auto& [loss, log] :
+         {std::pair{kHangUp, Log{"4 Socket disconnected on remote end"}},
+          {kUnread,
+           {"6 Exiting RX thread: Connection reset by peer (104)\n", "4 Force onDisconnected"}},
+          {kPollError, {"6 Poll error: Invalid argument (22)\n"}}}) {
         wait_for_ever_ = true;
-        EXPECT_TRUE(!unread || Send("never read"));
-        daemon_.HangUp();
-        EXPECT_EQ(events_.Next(), "disconnected");
+        EXPECT_TRUE(loss != kUnread || Send("never read"));
+        loss == kPollError ? daemon_.Send("x") : daemon_.HangUp();
+        EXPECT_EQ(events_.Next(), loss == kPollError ? "message x" : "disconnected");
         EXPECT_EQ(events_.Next(), "waiting");
-        EXPECT_EQ(records.Take(),
-                  unread ? Log({"6 Exiting RX thread: Connection reset by peer (104)\n",
-                                "4 Force onDisconnected"})
-                         : Log({"4 Socket disconnected on remote end"}));
-        EXPECT_EQ(Failure(Send("lost")),
-                  "5 Tried sending a message, but don't have a valid socket handle");
+        EXPECT_EQ(records.Take(), log);
+        EXPECT_EQ(Failure(Send("lost")), kNoSocket);
         // A second connect disconnects first.
         wait_for_ever_ = false;
         delays_.clear();
@@ -386,7 +401,6 @@ TEST_F(SocketClientTest, DisconnectEndsEveryStateWithoutACallback) {
     client_.disconnect();
     EXPECT_EQ(records.Take(), waiting);
     EXPECT_EQ(daemon_.Receive(), "");
-    daemon_.HangUp();
 
     // Asked for from another thread when the socket is connected and nobody else knows it yet, and
     // then in a callback.
@@ -403,7 +417,6 @@ TEST_F(SocketClientTest, DisconnectEndsEveryStateWithoutACallback) {
     when_connecting = nullptr;
     daemon_.Accept();
     EXPECT_EQ(daemon_.Receive(), "");
-    daemon_.HangUp();
     EXPECT_EQ(events_.Take(), Log());
     EXPECT_EQ(records.Take(), Log{"3 Successfully (re)connected"});
 
@@ -414,19 +427,19 @@ TEST_F(SocketClientTest, DisconnectEndsEveryStateWithoutACallback) {
     EXPECT_EQ(events_.Next(), "asked");
     other.join();
     EXPECT_EQ(events_.Next(), "message one");
-    EXPECT_EQ(events_.Take(), Log());
+    callbacks_.clear();
+    EXPECT_EQ(events_.Take(), Log{"released"});
     EXPECT_EQ(records.Take(), Log());
 }
 
 TEST_F(SocketClientTest, DaemonThatAcceptsNobodyHoldsNobodyUp) {
     Daemon full("full", 0);
-    const int first = Daemon::Socket(SOCK_NONBLOCK);
-    ASSERT_EQ(connect(first, full.Address(), sizeof(sockaddr_un)), 0);
+    const base::unique_fd first(Daemon::Socket(SOCK_NONBLOCK));
+    ASSERT_EQ(connect(first.get(), full.Address(), sizeof(sockaddr_un)), 0);
     const auto start = steady_clock::now();
     EXPECT_EQ(Failure(client_.doConnect("full", callbacks_, false)),
               "6 Couldn't connect client socket to 'full': Resource temporarily unavailable");
     EXPECT_LT(steady_clock::now() - start, 3s);
-    close(first);
 }
 
 TEST_F(SocketClientTest, FailedSendsAreToldAndRaiseNoSignal) {
@@ -471,37 +484,36 @@ TEST_F(SocketClientTest, WithoutThreadsOrDescriptorsNothingIsLeftBehind) {
         pthread_setattr_default_np(&attributes);
         EXPECT_THROW(client_.doConnect("hub", callbacks_, background), std::system_error);
         pthread_setattr_default_np(&before);
-        EXPECT_EQ(Failure(Send("x")),
-                  "5 Tried sending a message, but don't have a valid socket handle");
+        EXPECT_EQ(Failure(Send("x")), kNoSocket);
     }
     daemon_.Accept();
     daemon_.HangUp();
 
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    const rlim_t least = static_cast<rlim_t>(dup(0));
-    close(static_cast<int>(least));
-    for (const rlim_t left : {rlim_t{0}, rlim_t{1}}) {
-        const rlimit few{least + left, limit.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &few);
-        if (left == 0) {
-            EXPECT_EQ(Failure(client_.doConnect("hub", callbacks_, false)),
-                      "6 Couldn't create local socket: Too many open files");
-        } else {
-            ASSERT_TRUE(client_.connectInBackground("hub", callbacks_));
-            EXPECT_EQ(events_.Next(), "connected");
-            EXPECT_EQ(events_.Next(), "abandoned");
-            EXPECT_EQ(records.Take(),
-                      Log({"3 Successfully (re)connected",
-                           "6 Error creating epoll fd: Too many open files (24)\n"}));
-        }
+    const base::unique_fd file(memfd_create("file", MFD_CLOEXEC));  // of no use to epoll
+    rlimit few{static_cast<rlim_t>(file.get() + 1), limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    EXPECT_EQ(Failure(client_.doConnect("hub", callbacks_, false)),
+              "6 Couldn't create local socket: Too many open files");
+    ++few.rlim_cur;
+    setrlimit(RLIMIT_NOFILE, &few);
+    for (const std::string error :
+         {"6 Error creating epoll fd: Too many open files (24)\n",
+          "6 Error adding socket fd to epoll: Operation not permitted (1)\n"}) {
+        ASSERT_TRUE(client_.connectInBackground("hub", callbacks_));
+        EXPECT_EQ(events_.Next(), "connected");
+        EXPECT_EQ(events_.Next(), "abandoned");
+        EXPECT_EQ(records.Take(), Log({"3 Successfully (re)connected", error}));
+        EXPECT_EQ(fcntl(client_socket, F_GETFD), -1);  // closed before the thread is waited for
         setrlimit(RLIMIT_NOFILE, &limit);
+        daemon_.Accept();
+        EXPECT_EQ(daemon_.Receive(), "");
+        client_.disconnect();
+        records.Take();
+        when_connecting = [&] { dup2(file.get(), client_socket); };
     }
-    daemon_.Accept();
-    EXPECT_EQ(daemon_.Receive(), "");  // closed before the thread is waited for
-    daemon_.HangUp();
-    client_.disconnect();
-    records.Take();
+    when_connecting = nullptr;
     Connect();
 }
 
@@ -515,16 +527,14 @@ TEST_F(SocketClientTest, EverythingAtOnce) {
         });
     };
     callbacks_->in_message = [this] { Send("from a callback"); };
-    const Quiet quiet;
-    std::vector<std::thread> threads;
-    threads.push_back(until_stopped([this] { Send("from a thread"); }));
-    threads.push_back(until_stopped([this] { Send(std::string(100'000, 'x')); }));
-    threads.push_back(until_stopped([this] { client_.disconnect(); }));
-    threads.push_back(until_stopped([&] {
-        daemon_.Accept();
-        daemon_.Send("x");
-        daemon_.HangUp();
-    }));
+    const Captured quiet;  // nobody wants to read thousands
+    std::thread threads[] = {until_stopped([this] { Send("from a thread"); }),
+                             until_stopped([this] { Send(std::string(100'000, 'x')); }),
+                             until_stopped([this] { client_.disconnect(); }), until_stopped([&] {
+                                 daemon_.Accept();
+                                 daemon_.Send("x");
+                                 daemon_.HangUp();
+                             })};
     for (int i = 0; i < 300; ++i) client_.doConnect("hub", callbacks_, i % 2 == 0);
     stop = true;
     client_.doConnect("hub", callbacks_, false);  // for an accept that waits
@@ -533,18 +543,12 @@ TEST_F(SocketClientTest, EverythingAtOnce) {
 
 TEST_F(SocketClientTest, RecordsAreCopiedToTheStreams) {
     std::string texts[2];
-    const int streams[] = {memfd_create("out", MFD_CLOEXEC), memfd_create("err", MFD_CLOEXEC)};
     {
-        const Redirected out(STDOUT_FILENO, streams[0]);
-        const Redirected err(STDERR_FILENO, streams[1]);
+        const Captured streams;
         client_.doConnect("none", callbacks_, false);
         Send("x");
         outputHostLogErrno("Couldn't", "close", 7, EBADF);
-    }
-    for (const int i : {0, 1}) {
-        char text[500];
-        texts[i].assign(text, static_cast<size_t>(pread(streams[i], text, sizeof text, 0)));
-        close(streams[i]);
+        for (const int i : {0, 1}) texts[i] = streams.Text(i + 1);
     }
     EXPECT_TRUE(std::regex_match(texts[0], std::regex("sendMessage:\\d+: Tried sending a message, "
                                                       "but don't have a valid socket handle\n")))
@@ -560,19 +564,14 @@ TEST_F(SocketClientTest, RecordsAreCopiedToTheStreams) {
     for (const bool gone : {false, true}) {
         int ends[2];
         ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        base::unique_fd reader(ends[0]);
+        const base::unique_fd writer(ends[1]);
         const std::string filling(static_cast<size_t>(fcntl(ends[1], F_GETPIPE_SZ)), 'f');
-        if (gone) {
-            close(ends[0]);
-        } else {
-            EXPECT_EQ(write(ends[1], filling.data(), filling.size()),
-                      static_cast<ssize_t>(filling.size()));
-        }
-        {
-            const Redirected out(STDOUT_FILENO, ends[1]);
-            Send("x");
-        }
-        close(ends[1]);
-        if (!gone) close(ends[0]);
+        EXPECT_EQ(write(ends[1], filling.data(), filling.size()),
+                  static_cast<ssize_t>(filling.size()));
+        if (gone) reader.reset();
+        const Redirected out(STDOUT_FILENO, ends[1]);
+        Send("x");
     }
     EXPECT_EQ(records.Take().size(), 5);
 }
