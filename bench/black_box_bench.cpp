@@ -195,23 +195,6 @@ BENCHMARK(BM_Fprintf)
         ->Range(1000, 1000000)
         ->Unit(benchmark::kMillisecond);
 
-// All lines into memory, and one write.
-void BM_FormatInMemory(benchmark::State& state) {
-    const auto records = Parsed(state.range(0));
-    const OutputFile out;
-    std::vector<char> text(records.size() * 256);
-    for (auto _ : state) {
-        size_t size = 0;
-        ForEachRecord(records, [&](const char* format, auto... values) {
-            size += static_cast<size_t>(std::snprintf(&text[size], 256, format, values...));
-        });
-        benchmark::DoNotOptimize(write(out.fd(), text.data(), size));
-        lseek(out.fd(), 0, SEEK_SET);
-    }
-    state.SetItemsProcessed(state.iterations() * state.range(0));
-}
-BENCHMARK(BM_FormatInMemory)->ArgName("records")->Arg(1000000)->Unit(benchmark::kMillisecond);
-
 }  // namespace
 
 BENCHMARK_MAIN();

@@ -175,13 +175,13 @@ void BM_Report(benchmark::State& state) {
     WholeReport(state, kWaits, [&](int fd) { service.Report(fd); });
     state.counters["rss_kib"] = ResidentKibibytes(service.pid());
 }
-BENCHMARK(BM_Report)->UseManualTime()->Iterations(1)->Repetitions(7);
+BENCHMARK(BM_Report)->UseManualTime()->Iterations(1)->Repetitions(5);
 
 void BM_ReportScript(benchmark::State& state) {
     constexpr double kWaits = 2;  // it has no way to reach the hub
     WholeReport(state, kWaits, [](int fd) { RunProgram({"/vendor/bin/sh", REPORT_SCRIPT}, fd); });
 }
-BENCHMARK(BM_ReportScript)->UseManualTime()->Iterations(1)->Repetitions(7);
+BENCHMARK(BM_ReportScript)->UseManualTime()->Iterations(1)->Repetitions(5);
 
 void BM_FirstByte(benchmark::State& state, const char* name) {
     Service service = OnStartingBus(name);
