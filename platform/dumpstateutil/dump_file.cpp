@@ -59,27 +59,29 @@ Outcome CannotOpen(const std::string& path, int error) {
     return {false, false, "cannot open " + path + ": " + Reason(error)};
 }
 
-Outcome HoldSmall(SectionFrame& frame, int in, size_t size, const std::string& path) {
-    std::array<char, kSmall> buffer;
-    const ssize_t got = read(in, buffer.data(), size);
-    if (got < 0) return OutcomeOf({.read_error = errno}, path);
-    const std::string_view content(buffer.data(), static_cast<size_t>(got));
-    frame.Hold(content);
-    return OutcomeOf({.ends_line = content.empty() || content.ends_with('\n')}, path);
-}
-
 std::chrono::seconds Begin(SectionFrame& frame) {
     return frame.Begin() ? kTimeout : std::chrono::seconds(0);
 }
 
 Outcome CopyDirectly(SectionFrame& frame, int fd, const std::string& path) {
     const base::unique_fd in(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    struct stat status {};
-    if (in.get() < 0 || fstat(in.get(), &status) != 0) return CannotOpen(path, errno);
+    if (in.get() < 0) return CannotOpen(path, errno);
+    std::array<char, kSmall + 1> buffer;
+    const ssize_t got = read(in.get(), buffer.data(), buffer.size());
+    if (got < 0) return OutcomeOf({.read_error = errno}, path);
+    if (static_cast<size_t>(got) < buffer.size()) {
+        const std::string_view content(buffer.data(), static_cast<size_t>(got));
+        frame.Hold(content);
+        return OutcomeOf({.ends_line = content.empty() || content.ends_with('\n')}, path);
+    }
     // The size now bounds the copy: a log that grows as fast as it is read has no end.
-    const auto size = static_cast<uint64_t>(status.st_size);
-    if (size <= kSmall) return HoldSmall(frame, in.get(), static_cast<size_t>(size), path);
-    return OutcomeOf(CopyRegularFile(in.get(), fd, size, Begin(frame)), path);
+    struct stat status {};
+    if (lseek(in.get(), 0, SEEK_SET) != 0 || fstat(in.get(), &status) != 0) {
+        return OutcomeOf({.read_error = errno}, path);
+    }
+    return OutcomeOf(
+            CopyRegularFile(in.get(), fd, static_cast<uint64_t>(status.st_size), Begin(frame)),
+            path);
 }
 
 Outcome CopyThroughFeeder(SectionFrame& frame, int fd, const std::string& path) {
