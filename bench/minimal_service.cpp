@@ -21,9 +21,10 @@ int GetInterfaceVersion(sd_bus_message* call, void* /*data*/, sd_bus_error* /*er
 }
 
 constexpr sd_bus_vtable kMethods[] = {
-        SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
-        SD_BUS_METHOD("dumpstateBoard", "ahix", "", DumpstateBoard, 0),
-        SD_BUS_METHOD("getInterfaceVersion", "", "i", GetInterfaceVersion, 0),
+        SD_BUS_VTABLE_START(0),
+        SD_BUS_METHOD("dumpstateBoard", "ahix", "", DumpstateBoard, SD_BUS_VTABLE_UNPRIVILEGED),
+        SD_BUS_METHOD("getInterfaceVersion", "", "i", GetInterfaceVersion,
+                      SD_BUS_VTABLE_UNPRIVILEGED),
         SD_BUS_VTABLE_END,
 };
 

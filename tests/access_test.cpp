@@ -39,6 +39,16 @@ constexpr char kBus[] = R"(<busconfig>
 </busconfig>
 )";
 
+// Neither root nor the service's own user is asked for where the policy lets the caller through.
+TEST(AccessTest, CallerMayBeAnyUser) {
+    if (getuid() != 0) GTEST_SKIP() << "only root can be two users";
+    std::ofstream("/etc/passwd", std::ios::app) << "other:x:65534:65534::/:\n";
+    ASSERT_EQ(seteuid(65534), 0);
+    const std::string answer = ServiceClient().Board({STDERR_FILENO}, 8);
+    ASSERT_EQ(seteuid(0), 0);
+    EXPECT_EQ(answer, "org.freedesktop.DBus.Error.InvalidArgs: Invalid mode");
+}
+
 TEST(AccessTest, OnlyRootAndTheGroupMayCall) {
     fs::create_directory("/tmp/access");
     fs::copy(INSTALLED_POLICY, "/tmp/access/policy.conf");  // from where not everybody may look

@@ -98,18 +98,23 @@ int Serve(sd_bus_message* call, void* device, sd_bus_error* error) {
 }
 
 // Who may call is the bus's policy to say, so that every method is open here.
+// Who may call is the bus's policy to say. Without this, which holds for one method only, the
+// library asks the bus about each caller and refuses all but root and the service's own user.
+constexpr uint64_t kAnybody = SD_BUS_VTABLE_UNPRIVILEGED;
+
 constexpr sd_bus_vtable kMethods[] = {
-        SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
+        SD_BUS_VTABLE_START(0),
         SD_BUS_METHOD_WITH_ARGS("dumpstateBoard", SD_BUS_ARGS("ah", fds, "i", mode, "x", timeout),
-                                SD_BUS_NO_RESULT, Serve<DumpstateBoard>, 0),
+                                SD_BUS_NO_RESULT, Serve<DumpstateBoard>, kAnybody),
         SD_BUS_METHOD_WITH_ARGS("getVerboseLoggingEnabled", SD_BUS_NO_ARGS,
-                                SD_BUS_RESULT("b", enabled), Serve<GetVerboseLoggingEnabled>, 0),
+                                SD_BUS_RESULT("b", enabled), Serve<GetVerboseLoggingEnabled>,
+                                kAnybody),
         SD_BUS_METHOD_WITH_ARGS("setVerboseLoggingEnabled", SD_BUS_ARGS("b", enabled),
-                                SD_BUS_NO_RESULT, Serve<SetVerboseLoggingEnabled>, 0),
+                                SD_BUS_NO_RESULT, Serve<SetVerboseLoggingEnabled>, kAnybody),
         SD_BUS_METHOD_WITH_ARGS("getInterfaceVersion", SD_BUS_NO_ARGS, SD_BUS_RESULT("i", version),
-                                Serve<GetInterfaceVersion>, 0),
+                                Serve<GetInterfaceVersion>, kAnybody),
         SD_BUS_METHOD_WITH_ARGS("getInterfaceHash", SD_BUS_NO_ARGS, SD_BUS_RESULT("s", hash),
-                                Serve<GetInterfaceHash>, 0),
+                                Serve<GetInterfaceHash>, kAnybody),
         SD_BUS_VTABLE_END,
 };
 
