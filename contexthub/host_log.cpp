@@ -18,12 +18,12 @@ void WriteCopy(std::FILE* stream, const char* copy, size_t length) {
     const int fd = fileno(stream);
     if (fd < 0) {  // a stream in memory
         std::fwrite(copy, 1, length, stream);
+        std::fflush(stream);
     } else if (const NonblockingOutput output(fd); output.WaitWritable(kPatienceMs)) {
         std::fflush(stream);
         // What doesn't go is lost, and so is the result: there is nobody to tell.
         [[maybe_unused]] const ssize_t written = output.Write(copy, length);
     }
-    std::fflush(stream);
 }
 
 }  // namespace

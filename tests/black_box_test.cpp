@@ -100,12 +100,6 @@ static time_t SecondsOf(Action action) {
 namespace tev::dumpstate {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-
 constexpr uint64_t kNanoapp = 0x4E6F727665001025;
 constexpr uint16_t kEndpoint = 0x9023;
 

@@ -179,9 +179,6 @@ class Client {
     }
     std::string Fragment(uint32_t index) {
         AskFragment(index);
-        return HearFragment();
-    }
-    std::string HearFragment() {
         std::set<uint8_t> types;
         for (auto [type, payload] = Hear(); type != 4; std::tie(type, payload) = Hear()) {
             if (type != 5) return "no fragment";

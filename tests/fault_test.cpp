@@ -34,13 +34,6 @@ namespace {
 
 const fs::path kFolder = "/tmp/faults";
 
-// A sanitizer needs all the addresses there are, and descriptors to ask whether memory is there.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-
 // Shown line by line where two differ.
 std::string Lines(const std::vector<std::string>& titles) {
     std::string lines;

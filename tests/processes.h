@@ -7,6 +7,14 @@
 #include <string>
 #include <vector>
 
+// Whether this is a sanitizer's build. A sanitizer holds memory of its own, needs all the addresses
+// there are, and descriptors to ask whether memory is there.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
 // What this pid namespace and this process held when the census was taken.
 class ProcessCensus {
   public:
