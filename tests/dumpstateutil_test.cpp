@@ -11,13 +11,65 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdarg>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <semaphore>
+#include <string_view>
 #include <thread>
 
 #include "processes.h"
+
+namespace {
+
+// A file system that doesn't answer before it is told to.
+constexpr char kDead[] = "/tmp/files/dead";
+std::binary_semaphore g_answer{0};
+
+// Set while no program seems to end, as if a driver held it.
+std::atomic<bool> g_held = false;
+
+// What a command does that is this program, and is told to: it leaves its group for its parent's.
+[[maybe_unused]] const bool g_leaves = [] {
+    if (std::getenv("LEAVE") == nullptr) return false;
+    setpgid(0, getpgid(getppid()));
+    for (;;) pause();
+}();
+
+int Open(int (*real)(const char*, int, ...), const char* path, int flags, va_list mode) {
+    if (std::string_view(path) == kDead) g_answer.acquire();
+    return real(path, flags, (flags & O_CREAT) != 0 ? va_arg(mode, mode_t) : 0);
+}
+
+}  // namespace
+
+extern "C" {
+int __real_open(const char*, int, ...);
+int __real_open64(const char*, int, ...);  // what 32-bit userlands call
+int __real_waitid(idtype_t, id_t, siginfo_t*, int);
+
+int __wrap_open(const char* path, int flags, ...) {
+    va_list mode;
+    va_start(mode, flags);
+    const int fd = Open(__real_open, path, flags, mode);
+    va_end(mode);
+    return fd;
+}
+int __wrap_open64(const char* path, int flags, ...) {
+    va_list mode;
+    va_start(mode, flags);
+    const int fd = Open(__real_open64, path, flags, mode);
+    va_end(mode);
+    return fd;
+}
+int __wrap_waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
+    return g_held ? 0 : __real_waitid(type, id, info, options);
+}
+}
 
 namespace android::os::dumpstate {
 namespace {
@@ -98,6 +150,7 @@ TEST_F(PrimitivesTest, CommandFormatAndEveryOutcome) {
         EXPECT_EQ(Run(run.command), header + ") ------\n" + run.body + kFooter);
     }
     EXPECT_EQ(RunCommandToFd(report_, "T", Shell("exit 7")), 7);
+    EXPECT_EQ(RunCommandToFd(report_, "T", Shell("kill -9 $$")), 128 + SIGKILL);
 }
 
 TEST_F(PrimitivesTest, CommandStartsWithACleanSlate) {
@@ -144,9 +197,22 @@ TEST_F(PrimitivesTest, TimeoutStopsTheWholeGroupAndKeepsWhatWasWritten) {
 TEST_F(PrimitivesTest, TheWholeGroupGetsTheGrace) {
     const std::string output =
             Run(Shell("(trap 'sleep 0.1; echo tidied; exit' TERM; while :; do sleep 0.01; done) &"
-                      " sleep 1000"),
+                      " trap 'echo went on; exit' TERM; kill -STOP $$"),
                 1);
-    EXPECT_NE(output.find("\ntidied\n\n*** timed out"), std::string::npos) << output;
+    EXPECT_NE(output.find("\nwent on\ntidied\n\n*** timed out"), std::string::npos) << output;
+}
+
+// One that has left its group for ours, and one that a driver lets go of later.
+TEST_F(PrimitivesTest, HardToEndIsEndedAndReaped) {
+    setenv("LEAVE", "", 1);
+    EXPECT_NE(Run({"/proc/self/exe"}, 1).find("*** timed out after 1 s"), std::string::npos);
+    unsetenv("LEAVE");
+    EXPECT_EQ(census_.Newcomers(), "");
+    g_held = true;
+    Run(Shell("exit"), 0);
+    g_held = false;
+    Run(Shell("exit"));
+    EXPECT_EQ(census_.Newcomers(), "");
 }
 
 TEST_F(PrimitivesTest, BackgroundChildHoldsNothing) {
@@ -162,6 +228,9 @@ TEST_F(PrimitivesTest, FileFormatAndEveryOutcome) {
     File("line", "one line\n");
     File("half", "half a line");
     File("empty", "");
+    File("failed", "x\n*** exit status 1\n");
+    File("cut off", "*** exit stat");
+    File("earlier", "*** exit status 1\nx\n");
     File("odd\nname", "x\n");
     mkfifo("/tmp/files/fifo", 0600);
     struct Case {
@@ -172,6 +241,9 @@ TEST_F(PrimitivesTest, FileFormatAndEveryOutcome) {
             {"/tmp/files/line", "one line\n"},
             {"/tmp/files/half", "half a line\n"},
             {"/tmp/files/empty", ""},
+            {"/tmp/files/failed", "x\n*** exit status 1\n\n"},
+            {"/tmp/files/cut off", "*** exit stat\n\n"},
+            {"/tmp/files/earlier", "*** exit status 1\nx\n"},
             {"/tmp/files/none", "*** cannot open /tmp/files/none: No such file or directory\n"},
             {"/tmp/files", "*** cannot read /tmp/files: Is a directory\n"},
             {"", "*** cannot open : No such file or directory\n"},
@@ -188,25 +260,36 @@ TEST_F(PrimitivesTest, FileFormatAndEveryOutcome) {
 }
 
 TEST_F(PrimitivesTest, FilesThatNeverEndAreCutOff) {
-    // Both at once: each takes its ten seconds, and both primitives are for several threads.
+    // All at once: each takes its ten seconds, and both primitives are for several threads.
     mkfifo("/tmp/files/silent", 0600);
     const int writer = open("/tmp/files/silent", O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(write(writer, "*** x", 5), 5);
     const int sink = open("/dev/null", O_WRONLY | O_CLOEXEC);
     std::thread endless([sink] { EXPECT_EQ(DumpFileToFd(sink, "T", "/dev/zero"), -1); });
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    std::thread dead([out = ends[1]] { EXPECT_EQ(DumpFileToFd(out, "T", kDead), -1); });
+    // What is waited for shows before.
+    char header[100];
+    EXPECT_EQ(std::string(header, static_cast<size_t>(read(ends[0], header, sizeof header))),
+              "------ T (/tmp/files/dead) ------\n");
     EXPECT_EQ(Dump("/tmp/files/silent"), std::string("------ T (/tmp/files/silent) ------\n"
+                                                     "*** x\n\n"
                                                      "*** timed out after 10 s, stopped\n") +
                                                  kFooter);
     endless.join();
-    close(sink);
-    close(writer);
+    dead.join();
+    g_answer.release();
+    for (const int fd : {sink, writer, ends[0], ends[1]}) close(fd);
     EXPECT_EQ(census_.Newcomers(), "");
 }
 
 TEST_F(PrimitivesTest, BigFileArrivesWholeInEveryKindOfDescriptor) {
     std::string content(5'000'000, 'x');
     for (size_t i = 0; i < content.size(); i += 997) content[i] = static_cast<char>(i);
+    content += "\n*** x";
     const std::string path = File("big", content);
-    const std::string expected = "------ T (" + path + ") ------\n" + content + "\n" + kFooter;
+    const std::string expected = "------ T (" + path + ") ------\n" + content + "\n\n" + kFooter;
     EXPECT_EQ(Dump(path), expected);
 
     const int append = open("/tmp/files/out", O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
@@ -222,10 +305,12 @@ TEST_F(PrimitivesTest, BigFileArrivesWholeInEveryKindOfDescriptor) {
             const int out = socket ? ends[0] : ends[1];
             fcntl(out, F_SETFL, fcntl(out, F_GETFL) | flags);
             std::string received;
-            std::thread reader([in, &received] {
+            std::thread reader([in, &received, &path, most = 2 * content.size()] {
+                std::ofstream log(path, std::ios::app);  // which grows as fast as it is read
                 char part[8192];
                 for (ssize_t size; (size = read(in, part, sizeof part)) > 0;) {
                     received.append(part, static_cast<size_t>(size));
+                    if (received.size() < most) log.write(part, size).flush();
                 }
             });
             EXPECT_EQ(DumpFileToFd(out, "T", path), 0);
@@ -233,8 +318,18 @@ TEST_F(PrimitivesTest, BigFileArrivesWholeInEveryKindOfDescriptor) {
             reader.join();
             close(in);
             EXPECT_EQ(Timeless(received), expected) << socket << flags;
+            std::filesystem::resize_file(path, content.size());
         }
     }
+    // What comes from no disk goes through another pipe.
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const std::string tail = content.substr(content.size() - 20'000);
+    EXPECT_EQ(write(ends[1], tail.data(), tail.size()), 20'000);
+    close(ends[1]);
+    EXPECT_TRUE(Dump("/proc/self/fd/" + std::to_string(ends[0]))
+                        .ends_with(" ------\n" + tail + "\n\n" + kFooter));
+    close(ends[0]);
 }
 
 TEST_F(PrimitivesTest, LostReaderAndFullDiskCostTheSectionOnly) {

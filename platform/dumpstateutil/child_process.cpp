@@ -135,7 +135,7 @@ int ChildProcess::Start(const std::vector<std::string>& command, int output_fd) 
 
 ChildProcess::~ChildProcess() {
     if (pid_ < 0) return;
-    kill(-pid_, SIGKILL);
+    Signal(SIGKILL);
     if (WaitUntil(steady_clock::now() + kKillGrace)) {
         waitpid(pid_, nullptr, 0);
     } else {
@@ -166,14 +166,20 @@ std::optional<ChildProcess::End> ChildProcess::WaitUntil(platform::Deadline dead
 }
 
 void ChildProcess::Stop() const {
-    kill(-pid_, SIGTERM);
-    kill(-pid_, SIGCONT);  // a stopped process sees no signal before it goes on
+    Signal(SIGTERM);
+    Signal(SIGCONT);  // a stopped process sees no signal before it goes on
     const platform::Deadline grace = steady_clock::now() + kTerminationGrace;
     WaitUntil(grace);
     while (steady_clock::now() < grace && GroupHasOthers(pid_)) {
         std::this_thread::sleep_for(kLookAgain);
     }
-    kill(-pid_, SIGKILL);
+    Signal(SIGKILL);
+}
+
+void ChildProcess::Signal(int signal) const {
+    kill(-pid_, signal);
+    // It may have joined another group, but its own number is its own.
+    if (getpgid(pid_) != pid_) kill(pid_, signal);
 }
 
 }  // namespace android::os::dumpstate

@@ -12,8 +12,9 @@
 namespace android::os::dumpstate {
 
 // One program running as the leader of a process group of its own. Destruction leaves no member of
-// the group and no zombie behind, unless the kernel can't end the program (it is stuck in a
-// driver): such a one is reaped by a later call, when the driver has let it go.
+// the group, no program that has left it for another group, and no zombie behind, unless the kernel
+// can't end the program (it is stuck in a driver): such a one is reaped by a later call, when the
+// driver has let it go.
 class ChildProcess {
   public:
     // Starts the program with output_fd as standard output and error. Returns an errno on failure.
@@ -33,6 +34,8 @@ class ChildProcess {
     void Stop() const;
 
   private:
+    void Signal(int signal) const;
+
     pid_t pid_ = -1;
     base::unique_fd pidfd_;
 };

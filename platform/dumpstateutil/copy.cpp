@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace android::os::dumpstate {
@@ -25,7 +26,7 @@ constexpr uint64_t kMove = uint64_t{8} * 1024 * 1024;
 class Buffer {
   public:
     // Reads up to `most` bytes. Negative on failure, with errno.
-    ssize_t Fill(int in, uint64_t most) {
+    ssize_t Fill(int in, uint64_t most = kBuffer) {
         const auto wanted = static_cast<size_t>(std::min<uint64_t>(most, kBuffer));
         ssize_t size;
         do {
@@ -42,10 +43,12 @@ class Buffer {
 };
 
 // True when the error ends the copy.
-bool Deliver(const Buffer& buffer, int out, platform::Deadline deadline, CopyResult& result) {
+bool Deliver(const Buffer& buffer, int out, platform::Deadline deadline, CopyResult& result,
+             LastLine& last_line) {
     const int error = platform::WriteUntil(out, buffer.bytes(), deadline);
+    last_line.Add(buffer.bytes());
     // Of what went only in part nobody knows how it ended.
-    result.ends_line = error == 0 && buffer.bytes().ends_with('\n');
+    if (error != 0) last_line.Add("?");
     result.timed_out = error == ETIMEDOUT;
     if (!result.timed_out) result.write_error = error;
     return error != 0;
@@ -62,17 +65,25 @@ ssize_t MoveInKernel(int in, int out, mode_t out_type, uint64_t most) {
     return -1;
 }
 
-bool EndsLine(int in) {
+// Adds the end of what was moved past this process, from `begin` to the file's position.
+void AddMoved(int in, off_t begin, LastLine& last_line) {
+    constexpr off_t kLongestLine = off_t{64} * 1024;  // a longer one is taken for no failure line
     const off_t end = lseek(in, 0, SEEK_CUR);
-    char last = '\n';
-    return end <= 0 || pread(in, &last, 1, end - 1) != 1 || last == '\n';
+    const off_t from = std::max(begin, end - kLongestLine);
+    if (end <= from) return;
+    std::string tail(static_cast<size_t>(end - from), '?');
+    if (pread(in, tail.data(), tail.size(), from) < 0) return;
+    if (from > begin) last_line.Add("?");
+    last_line.Add(tail);
 }
 
 }  // namespace
 
-CopyResult CopyRegularFile(int in, int out, uint64_t size, milliseconds stall) {
+CopyResult CopyRegularFile(int in, int out, uint64_t size, milliseconds stall,
+                           LastLine& last_line) {
     struct stat out_status {};
     if (fstat(out, &out_status) != 0) return {.write_error = errno};
+    const off_t begin = lseek(in, 0, SEEK_CUR);
     CopyResult result;
     std::optional<platform::SigpipeGuard> guard;
     if (!S_ISREG(out_status.st_mode)) guard.emplace();
@@ -89,7 +100,7 @@ CopyResult CopyRegularFile(int in, int out, uint64_t size, milliseconds stall) {
             break;
         }
     }
-    result.ends_line = EndsLine(in);
+    AddMoved(in, begin, last_line);
     if (result.timed_out || size == 0) return result;
 
     // Here the kernel can't, or something failed: reading and writing apart tells on which side.
@@ -97,13 +108,13 @@ CopyResult CopyRegularFile(int in, int out, uint64_t size, milliseconds stall) {
     while (size > 0) {
         const ssize_t got = buffer.Fill(in, size);
         if (got < 0) result.read_error = errno;
-        if (got <= 0 || Deliver(buffer, out, steady_clock::now() + stall, result)) break;
+        if (got <= 0 || Deliver(buffer, out, steady_clock::now() + stall, result, last_line)) break;
         size -= static_cast<uint64_t>(got);
     }
     return result;
 }
 
-CopyResult CopyPipe(int in, int out, platform::Deadline deadline) {
+CopyResult CopyPipe(int in, int out, platform::Deadline deadline, LastLine& last_line) {
     CopyResult result;
     Buffer buffer;
     for (;;) {
@@ -112,9 +123,9 @@ CopyResult CopyPipe(int in, int out, platform::Deadline deadline) {
             result.timed_out = true;
             return result;
         }
-        const ssize_t got = buffer.Fill(in, kToTheEnd);
+        const ssize_t got = buffer.Fill(in);
         if (got < 0) result.read_error = errno;
-        if (got <= 0 || Deliver(buffer, out, deadline, result)) return result;
+        if (got <= 0 || Deliver(buffer, out, deadline, result, last_line)) return result;
     }
 }
 

@@ -2,8 +2,8 @@
 
 #include <chrono>
 #include <cstdint>
-#include <limits>
 
+#include "last_line.h"
 #include "platform/bounded_write.h"
 
 namespace android::os::dumpstate {
@@ -13,16 +13,14 @@ struct CopyResult {
     int read_error = 0;
     int write_error = 0;
     bool timed_out = false;
-    bool ends_line = true;  // nothing was copied, or a newline came last
 };
 
-inline constexpr uint64_t kToTheEnd = std::numeric_limits<uint64_t>::max();
+// Copies a regular file's next `size` bytes inside the kernel where the kernel can do that. Gives
+// up when `out` has taken nothing for `stall`. What was copied is added to the last line.
+CopyResult CopyRegularFile(int in, int out, uint64_t size, std::chrono::milliseconds stall,
+                           LastLine& last_line);
 
-// Copies a regular file's first `size` bytes inside the kernel where the kernel can do that. Gives
-// up when `out` has taken nothing for `stall`.
-CopyResult CopyRegularFile(int in, int out, uint64_t size, std::chrono::milliseconds stall);
-
-// Copies what the pipe yields until its end or the deadline.
-CopyResult CopyPipe(int in, int out, platform::Deadline deadline);
+// Copies what the pipe yields until its end or the deadline, and adds it to the last line.
+CopyResult CopyPipe(int in, int out, platform::Deadline deadline, LastLine& last_line);
 
 }  // namespace android::os::dumpstate

@@ -66,7 +66,7 @@ int RunCommandToFd(int fd, const std::string& title, const std::vector<std::stri
     frame.Begin();
     const Outcome outcome =
             Run(fd, full_command, options.Timeout(), std::chrono::steady_clock::now());
-    frame.Close(true, outcome.failure);
+    frame.Close("\n", outcome.failure);
     return outcome.status;
 }
 

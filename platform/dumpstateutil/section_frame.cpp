@@ -25,14 +25,15 @@ SectionFrame::SectionFrame(int fd, std::string_view title, std::string_view deta
 }
 
 bool SectionFrame::Begin() {
-    reader_stuck_ = platform::WriteUntil(fd_, pending_, start_ + kReaderPatience) == ETIMEDOUT;
+    const auto deadline = std::chrono::steady_clock::now() + kReaderPatience;
+    reader_stuck_ = platform::WriteUntil(fd_, pending_, deadline) == ETIMEDOUT;
     pending_.clear();
     return !reader_stuck_;
 }
 
-int SectionFrame::Close(bool end_line, std::string_view failure) {
+int SectionFrame::Close(std::string_view separator, std::string_view failure) {
     const auto now = std::chrono::steady_clock::now();
-    if (end_line) pending_ += '\n';
+    pending_ += separator;
     if (!failure.empty()) {
         pending_ += "*** ";
         platform::AppendPrintable(pending_, failure);

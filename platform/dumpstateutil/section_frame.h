@@ -17,16 +17,16 @@ class SectionFrame {
   public:
     SectionFrame(int fd, std::string_view title, std::string_view detail);
 
-    // Writes the header, and has to come before anybody else writes into fd. False when the reader
-    // took not even that within kReaderPatience: don't wait for it again.
+    // Writes the header and what is held, and has to come before anybody else writes into fd. False
+    // when the reader took not even that within kReaderPatience: don't wait for it again.
     bool Begin();
 
-    // Instead of Begin(): content that Close() writes.
+    // Content that the next Begin() or Close() writes.
     void Hold(std::string_view content) { pending_ += content; }
 
-    // Writes what is pending, an optional newline that ends the section's last line, the failure
-    // line unless it is empty, and the footer, in one write. Returns 0 or an errno.
-    int Close(bool end_line, std::string_view failure);
+    // Writes what is pending, newlines that keep the section's last line apart, the failure line
+    // unless it is empty, and the footer, in one write. Returns 0 or an errno.
+    int Close(std::string_view separator, std::string_view failure);
 
   private:
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+namespace android::os::dumpstate {
+
+// What a text that comes in parts ends with.
+class LastLine {
+  public:
+    void Add(std::string_view part) {
+        if (part.empty()) return;
+        const bool finishes = part.ends_with('\n');
+        const size_t before = part.substr(0, part.size() - (finishes ? 1 : 0)).rfind('\n');
+        if (finished_ || before != std::string_view::npos) beginning_.clear();
+        if (before != std::string_view::npos) part.remove_prefix(before + 1);
+        beginning_ += part.substr(0, kMark.size() - std::min(kMark.size(), beginning_.size()));
+        finished_ = finishes;
+    }
+
+    // What has to follow, so that a line of the service's own begins a line and is told apart: a
+    // last line that looks like a failure line is kept from the footer by an empty one.
+    std::string_view Separator() const {
+        return std::string_view("\n\n").substr(
+                0, (finished_ ? 0U : 1U) + (beginning_ == kMark ? 1U : 0U));
+    }
+
+  private:
+    static constexpr std::string_view kMark = "*** ";
+
+    std::string beginning_;  // of the last line, as much as the mark is long
+    bool finished_ = true;
+};
+
+}  // namespace android::os::dumpstate
