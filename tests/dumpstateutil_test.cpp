@@ -14,6 +14,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -257,6 +258,25 @@ TEST_F(PrimitivesTest, FileFormatAndEveryOutcome) {
     }
     EXPECT_EQ(Dump("/tmp/files/odd\nname"),
               std::string("------ T (/tmp/files/odd\\nname) ------\nx\n") + kFooter);
+    // Controls and what is no UTF-8 are made visible in both lines, all else passes.
+    const std::string text =
+            "\xc2\xa0\xdf\xbf\xe0\xa0\x80\xed\x9f\xbf\xf0\x90\x80\x80\xf4\x8f\xbf\xbf";
+    std::string hostile;
+    std::string shown;
+    for (const char* bytes :
+         {"\t", "\x1b", "\x7f", "\xc2\x80", "\xc2\x9f", "\xc1\xbf", "\xe0\x9f\xbf", "\xed\xa0\x80",
+          "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf5\x80", "\x80", "\xe2\x82", "\xf0\x90\x80"}) {
+        hostile.append(bytes).append(".");
+        for (; *bytes != '\0'; ++bytes) {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned char>(*bytes));
+            shown += *bytes == '\t' ? "\\t" : escape;
+        }
+        shown += ".";
+    }
+    EXPECT_EQ(Dump("/none/" + text + hostile),
+              "------ T (/none/" + text + shown + ") ------\n*** cannot open /none/" + text +
+                      shown + ": No such file or directory\n" + kFooter);
 }
 
 TEST_F(PrimitivesTest, FilesThatNeverEndAreCutOff) {

@@ -4,6 +4,7 @@
 #include <android/log.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -80,9 +81,21 @@ TEST(Properties, OnlyNamesAreKeysAndReadOnlyOnesAreSetOnce) {
         EXPECT_EQ(errno, EINVAL);
         EXPECT_EQ(GetProperty(key, "unset"), "unset");
     }
+    const mode_t before = umask(0777);
     EXPECT_TRUE(SetProperty("ro.test.once", "first"));
+    umask(before);
+    struct stat status {};
+    EXPECT_EQ(stat("/dev/__properties__/ro.test.once", &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
     EXPECT_FALSE(SetProperty("ro.test.once", "second"));
     EXPECT_EQ(errno, EEXIST);
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_FALSE(SetProperty("test.none", "x"));
+    EXPECT_EQ(errno, EMFILE);
+    setrlimit(RLIMIT_NOFILE, &limit);
     EXPECT_EQ(GetProperty("ro.test.once", ""), "first");
     // What is no plain file is no property, and holds nobody up.
     mkfifo("/dev/__properties__/test.fifo", 0600);

@@ -8,12 +8,34 @@
 
 namespace {
 
+// The length of the character at the front of a text that a terminal may be shown: a printable one
+// of ASCII, or a UTF-8 sequence beyond the control characters; 0 where there is none.
+size_t PrintableLength(std::string_view text) {
+    const auto byte = [text](size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
+    };
+    const unsigned lead = byte(0);
+    if (lead >= 0x20 && lead < 0x7f) return 1;
+    const size_t length = lead < 0xc2 || lead > 0xf4 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+    // The second byte's bounds keep controls, overlong forms, surrogates and what is beyond
+    // U+10FFFF out.
+    const unsigned least = lead == 0xc2 || lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
+    const unsigned most = lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
+    if (length == 0 || byte(1) < least || byte(1) > most) return 0;
+    for (size_t i = 2; i < length; ++i) {
+        if ((byte(i) & 0xc0) != 0x80) return 0;
+    }
+    return length;
+}
+
 // What a section prints must not steer the terminal; headers are escaped by the service, but who
 // knows what has answered.
 std::string Printable(std::string_view text) {
-    std::string printable(text);
-    for (char& c : printable) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
+    std::string printable;
+    while (!text.empty()) {
+        const size_t length = PrintableLength(text);
+        printable += length > 0 ? text.substr(0, length) : "?";
+        text.remove_prefix(length > 0 ? length : 1);
     }
     return printable;
 }

@@ -13,7 +13,6 @@
 #include <charconv>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 #include <string_view>
 
@@ -72,9 +71,11 @@ std::string NameOfUnfinished(const std::string& key) {
     return PathOf("." + key + "." + std::to_string(getpid()) + "." + std::to_string(count++));
 }
 
+// Everybody may read a property, whatever umask its writer runs under.
 bool WriteNewFile(const std::string& path, const std::string& value) {
-    const unique_fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-    if (fd.get() < 0) return false;
+    constexpr mode_t kMode = 0644;
+    const unique_fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
+    if (fd.get() < 0 || fchmod(fd.get(), kMode) != 0) return false;
     const int error = platform::WriteUntil(fd.get(), value, platform::Deadline::max());
     if (error != 0) errno = error;
     return error == 0;
@@ -103,24 +104,13 @@ class Watch {
         }
         pollfd change{alive_ ? fd_.get() : -1, POLLIN, 0};
         poll(&change, 1, platform::PollTimeout(deadline));
-        if (alive_) Drain();
-    }
-
-  private:
-    // The caller looks at the value itself: all that counts here is whether the directory is gone.
-    void Drain() {
-        alignas(inotify_event) std::array<char, 4096> events;
-        ssize_t size;
-        while ((size = read(fd_.get(), events.data(), events.size())) > 0) {
-            for (ssize_t at = 0; at < size;) {
-                inotify_event event{};
-                std::memcpy(&event, &events[static_cast<size_t>(at)], sizeof event);
-                if ((event.mask & IN_IGNORED) != 0) alive_ = false;
-                at += static_cast<ssize_t>(sizeof event + event.len);
-            }
+        // The caller looks at the value itself: what has changed doesn't count.
+        std::array<char, 4096> events;
+        while (alive_ && read(fd_.get(), events.data(), events.size()) > 0) {
         }
     }
 
+  private:
     const unique_fd fd_;
     bool alive_;
 };
