@@ -316,6 +316,27 @@ std::string CallerDies(Wearable& wearable) {
     return "";
 }
 
+// Their calls wait behind another's, and none of them is left when it is their turn.
+std::string CallersLeave(Wearable& wearable) {
+    const pid_t service = wearable.client().Pid();
+    kill(service, SIGSTOP);
+    const int report = memfd_create("report", MFD_CLOEXEC);
+    for (int i = 0; i < 20; ++i) {
+        std::string name;
+        {
+            ServiceClient caller(wearable.address());
+            name = caller.Name();
+            caller.Post({report});
+        }
+        Await([&] { return !wearable.client().IsOnTheBus(name); });
+    }
+    kill(service, SIGCONT);
+    std::string honest = ReportWithBundle(wearable);
+    EXPECT_EQ(lseek(report, 0, SEEK_END), 0);
+    close(report);
+    return honest;
+}
+
 // Both into one file, where two reports at once would mix.
 std::string TwoCallers(Wearable& wearable) {
     const int both = memfd_create("reports", MFD_CLOEXEC);
@@ -377,6 +398,7 @@ std::vector<Fault> Faults() {
             {"no-properties", NoProperties, "getprop: cannot list"},
             {"no-space", NoSpace, "No space left on device"},
             {"caller-dies", CallerDies, "", some},
+            {"callers-leave", CallersLeave, "has left the bus"},
             {"two-callers", TwoCallers, "", AllTitles() + AllTitles()},
             {"service-is-killed", ServiceIsKilled, "Error.NoReply", some, false},
             {"bus-restarts", BusRestarts, "", AllTitles(), false},

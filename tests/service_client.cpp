@@ -22,7 +22,7 @@ ServiceClient::~ServiceClient() {
     sd_bus_flush_close_unref(bus_);
 }
 
-std::string ServiceClient::Board(const std::vector<int>& fds, int mode) {
+sd_bus_message* ServiceClient::BoardCall(const std::vector<int>& fds, int mode) {
     sd_bus_message* call = nullptr;
     EXPECT_GE(
             sd_bus_message_new_method_call(bus_, &call, kName, "/default", kName, "dumpstateBoard"),
@@ -31,7 +31,27 @@ std::string ServiceClient::Board(const std::vector<int>& fds, int mode) {
     for (const int fd : fds) EXPECT_GE(sd_bus_message_append(call, "h", fd), 0);
     sd_bus_message_close_container(call);
     sd_bus_message_append(call, "ix", mode, int64_t{1});
-    return Send(call);
+    return call;
+}
+
+std::string ServiceClient::Board(const std::vector<int>& fds, int mode) {
+    return Send(BoardCall(fds, mode));
+}
+
+void ServiceClient::Post(const std::vector<int>& fds) {
+    sd_bus_message* const call = BoardCall(fds, 0);
+    EXPECT_GE(sd_bus_send(bus_, call, nullptr), 0);
+    sd_bus_message_unref(call);
+}
+
+std::string ServiceClient::Name() const {
+    const char* name = "";
+    EXPECT_GE(sd_bus_get_unique_name(bus_, &name), 0);
+    return name;
+}
+
+bool ServiceClient::IsOnTheBus(const std::string& name) {
+    return sd_bus_get_name_creds(bus_, name.c_str(), 0, nullptr) >= 0;
 }
 
 std::string ServiceClient::Send(sd_bus_message* call) {

@@ -21,6 +21,10 @@ class ServiceClient {
     // "" when the call was accepted, else the error's name and sentence.
     std::string Board(const std::vector<int>& fds, int mode = 0);
     std::string Send(sd_bus_message* call);  // takes the message
+    // Calls without waiting for the answer.
+    void Post(const std::vector<int>& fds);
+    std::string Name() const;  // on the bus
+    bool IsOnTheBus(const std::string& name);
     // A report's text, and its bundle where one is wanted.
     std::string Report(std::string* bundle = nullptr);
 
@@ -44,6 +48,7 @@ class ServiceClient {
     sd_bus* bus_ = nullptr;
 
   private:
+    sd_bus_message* BoardCall(const std::vector<int>& fds, int mode);
     sd_bus_message* GetReply(const char* method);
     static void Fail(const char* method);
 };

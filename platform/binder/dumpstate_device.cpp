@@ -1,4 +1,5 @@
 #include <aidl/android/hardware/dumpstate/BnDumpstateDevice.h>
+#include <android/log.h>
 #include <systemd/sd-bus.h>
 
 #include <cerrno>
@@ -42,7 +43,33 @@ int SetError(sd_bus_error* error, const ndk::ScopedAStatus& status) {
     return sd_bus_error_set(error, name, status.getMessage());
 }
 
+// False only where the bus knows it. Callers that have given up wait in the queue like others, and
+// a report of minutes for each would keep those waiting that haven't.
+bool IsOnTheBus(sd_bus* bus, const char* name) {
+    constexpr uint64_t kPatienceMicroseconds = 5'000'000;
+    sd_bus_message* question = nullptr;
+    sd_bus_message* answer = nullptr;
+    int owned = 1;
+    if (sd_bus_message_new_method_call(bus, &question, "org.freedesktop.DBus",
+                                       "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                       "NameHasOwner") >= 0 &&
+        sd_bus_message_append(question, "s", name) >= 0 &&
+        sd_bus_call(bus, question, kPatienceMicroseconds, nullptr, &answer) >= 0 &&
+        sd_bus_message_read(answer, "b", &owned) < 0) {
+        owned = 1;
+    }
+    sd_bus_message_unref(answer);
+    sd_bus_message_unref(question);
+    return owned != 0;
+}
+
 int DumpstateBoard(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
+    const char* const caller = sd_bus_message_get_sender(call);
+    if (caller != nullptr && !IsOnTheBus(sd_bus_message_get_bus(call), caller)) {
+        __android_log_print(ANDROID_LOG_WARN, nullptr,
+                            "%s has left the bus: its call for a report is dropped", caller);
+        return 1;  // served: nobody is left to be answered
+    }
     BorrowedDescriptors fds;
     int32_t mode = 0;
     int64_t timeout_millis = 0;
@@ -97,7 +124,6 @@ int Serve(sd_bus_message* call, void* device, sd_bus_error* error) {
     }
 }
 
-// Who may call is the bus's policy to say, so that every method is open here.
 // Who may call is the bus's policy to say. Without this, which holds for one method only, the
 // library asks the bus about each caller and refuses all but root and the service's own user.
 constexpr uint64_t kAnybody = SD_BUS_VTABLE_UNPRIVILEGED;
