@@ -9,6 +9,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -374,12 +375,41 @@ TEST_F(PrimitivesTest, LostReaderAndFullDiskCostTheSectionOnly) {
         EXPECT_TRUE(std::filesystem::remove("/tmp/files/ran")) << fd;
         close(fd);
     }
-    sigset_t pending;
-    sigpending(&pending);
-    EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+    sigset_t set;
+    sigpending(&set);
+    EXPECT_EQ(sigismember(&set, SIGPIPE), 0);
+
+    // Blocked, it is the caller's, and stays so.
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    sigemptyset(&set);
+    sigaddset(&set, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    EXPECT_EQ(DumpFileToFd(ends[1], "T", path), -1);
+    sigpending(&set);
+    EXPECT_EQ(sigismember(&set, SIGPIPE), 1);
+    const timespec now{};
+    EXPECT_EQ(sigtimedwait(&set, nullptr, &now), SIGPIPE);
+    sigset_t blocked;
+    pthread_sigmask(SIG_UNBLOCK, &set, &blocked);
+    EXPECT_EQ(sigismember(&blocked, SIGPIPE), 1);
+    close(ends[1]);
 }
 
-TEST_F(PrimitivesTest, FullPipeIsWaitedForAndAStuckReaderGivenUp) {
+// What is there to read, however little.
+std::string Drain(int fd) {
+    std::string text;
+    pollfd readable{fd, POLLIN, 0};
+    char part[8192];
+    while (poll(&readable, 1, 100) == 1) {
+        const ssize_t size = read(fd, part, sizeof part);
+        if (size <= 0) break;
+        text.append(part, static_cast<size_t>(size));
+    }
+    return text;
+}
+
+TEST_F(PrimitivesTest, FullPipeIsWaitedFor) {
     const std::string path = File("file", "content\n");
     for (const int flags : {0, O_NONBLOCK}) {
         int ends[2];
@@ -388,9 +418,6 @@ TEST_F(PrimitivesTest, FullPipeIsWaitedForAndAStuckReaderGivenUp) {
         const std::string filling(static_cast<size_t>(fcntl(ends[1], F_GETPIPE_SZ)), 'f');
         ASSERT_EQ(write(ends[1], filling.data(), filling.size()),
                   static_cast<ssize_t>(filling.size()));
-        if (flags == 0) {  // nobody reads at all
-            EXPECT_EQ(DumpFileToFd(ends[1], "T", path), -1);
-        }
         std::string received;
         std::thread late_reader([&] {
             std::this_thread::sleep_for(300ms);
@@ -408,13 +435,86 @@ TEST_F(PrimitivesTest, FullPipeIsWaitedForAndAStuckReaderGivenUp) {
     }
 }
 
-// A terminal takes less than what poll(2) would let one believe.
-TEST_F(PrimitivesTest, TerminalThatNobodyReadsIsGivenUp) {
-    const std::string path = File("file", std::string(100'000, 'x'));
+// A stuck reader is waited for once. Until it takes something, files are not copied and commands
+// run for their effects, and then all is as before.
+void StickAndGoOn(const std::string& path) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    fcntl(ends[1], F_SETPIPE_SZ, 1 << 20);  // no more is to be had
+    while (write(ends[1], path.data(), 1) == 1) {
+    }
+    const auto start = steady_clock::now();
+    EXPECT_EQ(DumpFileToFd(ends[1], "T", path), -1);
+    const auto found = steady_clock::now();
+    EXPECT_GE(found - start, 5s);
+    EXPECT_EQ(DumpFileToFd(ends[1], "T", path), -1);
+    EXPECT_EQ(RunCommandToFd(ends[1], "T", Shell("cat /proc/self/maps; echo ran >/tmp/files/ran")),
+              0);
+    EXPECT_TRUE(std::filesystem::remove("/tmp/files/ran"));
+    EXPECT_LT(steady_clock::now() - found, 4s);
+    Drain(ends[0]);
+    EXPECT_EQ(DumpFileToFd(ends[1], "T", path), 0);
+    EXPECT_TRUE(Drain(ends[0]).starts_with("------ T (" + path + ") ------\ncontent\n"));
+    for (const int end : ends) close(end);
+}
+
+// A command that fills the pipe gets to its end.
+void FillAndGoOn() {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const auto command = Shell("head -c 300000 /dev/zero && echo ran >/tmp/files/filled");
+    EXPECT_EQ(RunCommandToFd(ends[1], "T", command), 0);
+    EXPECT_TRUE(std::filesystem::remove("/tmp/files/filled"));
+    EXPECT_GT(Drain(ends[0]).size(), 300'000);
+    for (const int end : ends) close(end);
+}
+
+// A terminal takes less than what poll(2) would let one believe, and so does a socket.
+void StickTerminalAndSocket(const std::string& path) {
     const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
     const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    int sockets[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets), 0);
+    std::thread socket([&] { EXPECT_EQ(DumpFileToFd(sockets[0], "T", path), -1); });
     EXPECT_EQ(DumpFileToFd(terminal, "T", path), -1);
+    socket.join();
+    for (const int fd : {terminal, master, sockets[0], sockets[1]}) close(fd);
+}
+
+// Side by side, as each has its waits.
+TEST_F(PrimitivesTest, StuckReadersCostOnePatience) {
+    const std::string path = File("file", "content\n");
+    const std::string big = File("big", std::string(1'000'000, 'x'));
+    std::thread others[] = {std::thread(StickAndGoOn, path), std::thread(FillAndGoOn)};
+    StickTerminalAndSocket(big);
+    for (std::thread& other : others) other.join();
+}
+
+// A terminal's master opened anew would be another terminal's.
+TEST_F(PrimitivesTest, TerminalMasterTakesTheWholeReport) {
+    const std::string path = File("file", std::string(12'000, 'x') + "\n");
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
+    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    termios raw{};
+    tcgetattr(terminal, &raw);
+    cfmakeraw(&raw);
+    tcsetattr(terminal, TCSANOW, &raw);
+    const std::string expected = Dump(path) + Run(Shell("echo ran"));
+    std::string received;
+    std::thread reader([&] {
+        char part[8192];
+        while (received.size() < expected.size() + 6) {  // "0.012" for a "T", twice
+            const ssize_t size = read(terminal, part, sizeof part);
+            if (size <= 0) break;
+            received.append(part, static_cast<size_t>(size));
+        }
+    });
+    EXPECT_EQ(DumpFileToFd(master, "T", path), 0);
+    RunCommandToFd(master, "T", Shell("echo ran"));
+    reader.join();
+    EXPECT_EQ(Timeless(received), expected);
     close(terminal);
     close(master);
 }

@@ -98,7 +98,8 @@ class Wearable {
         hub_ = Spawn(command, folder_ / "hub.log");
         Await([&] { return fs::exists(socket); });
     }
-    void StartBus() {
+    // The service's standard output is the bus daemon's.
+    void StartBus(const std::string& output = "/dev/null") {
         // With one arena for all threads, as a limit of memory counts what each holds in reserve.
         const fs::path pid = folder_ / "pid";
         fs::remove(pid);
@@ -110,9 +111,12 @@ class Wearable {
              << " --size 16777216 --tmpfs /data/vendor/log --setenv MALLOC_ARENA_MAX 1"
              << " --setenv DBUS_SYSTEM_BUS_ADDRESS " << address()
              << " /usr/bin/dbus-daemon --config-file=/vendor/etc/bus/system.conf --nofork"
-             << " --nopidfile --print-pid=1 --address=" << address();
+             << " --nopidfile --print-pid=3 --address=" << address();
         std::istringstream words(line.str());
-        bus_ = Spawn({std::istream_iterator<std::string>(words), {}}, folder_ / "log", pid);
+        std::vector<std::string> command{"/vendor/bin/sh", "-c", "exec \"$@\" 3>>" + pid.native(),
+                                         "sh"};
+        command.insert(command.end(), std::istream_iterator<std::string>(words), {});
+        bus_ = Spawn(command, folder_ / "log", output);
         Await([&] { return ReadFile(pid).ends_with('\n'); });
         client_ = std::make_unique<ServiceClient>(address());
     }
@@ -133,6 +137,9 @@ class Wearable {
         if (Lines(Titles(report)) != AllTitles())
             return "sections; it has\n" + Lines(Titles(report));
         if (report.find("\n*** Sensor ") == std::string::npos) return "the hub's data";
+        return BundleLacks(bundle);
+    }
+    static std::string BundleLacks(const std::string& bundle) {
         if (!bundle.ends_with(std::string(1024, '\0'))) return "the end of the bundle";
         return bundle.size() > 100'000 ? "" : "most of the bundle";
     }
@@ -373,6 +380,39 @@ std::string NobodyReadsTheBundle(Wearable& wearable) {
     return report;
 }
 
+// Neither may a section that nobody takes cost its time-out, nor what is not for the report at all.
+constexpr std::chrono::seconds kMuchTooLong{60};
+
+std::string NobodyReadsTheReport(Wearable& wearable) {
+    int report[2];
+    EXPECT_EQ(pipe2(report, O_CLOEXEC | O_NONBLOCK), 0);
+    const int bundle = memfd_create("bundle", MFD_CLOEXEC);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(wearable.client().Board({report[1], bundle}), "");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kMuchTooLong);
+    EXPECT_EQ(Wearable::BundleLacks(ReadFile("/proc/self/fd/" + std::to_string(bundle))), "");
+    for (const int fd : {report[0], report[1], bundle}) close(fd);
+    return "";
+}
+
+// Not even when it is as large as a pipe can be made, and full from the start.
+std::string NobodyReadsStandardOutput(Wearable& wearable) {
+    const std::string output = wearable.File("output");
+    EXPECT_EQ(mkfifo(output.c_str(), 0600), 0);
+    const int full = open(output.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    fcntl(full, F_SETPIPE_SZ, 1 << 20);
+    const std::string page(4096, 'f');
+    while (write(full, page.data(), page.size()) > 0) {
+    }
+    wearable.StopBus();
+    wearable.StartBus(output);
+    const auto start = std::chrono::steady_clock::now();
+    std::string report = ReportWithBundle(wearable);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kMuchTooLong);
+    close(full);
+    return report;
+}
+
 std::string ServiceIsKilled(Wearable& wearable) {
     Call call(wearable);
     kill(wearable.client().Pid(), SIGKILL);
@@ -393,6 +433,9 @@ std::vector<Fault> Faults() {
     const std::string some;
     std::vector<Fault> faults{
             {"nobody-reads-the-bundle", NobodyReadsTheBundle, "Failed to write"},
+            {"nobody-reads-the-report", NobodyReadsTheReport, "The report is cut here", some},
+            {"nobody-reads-standard-output", NobodyReadsStandardOutput, "the reader has stopped",
+             AllTitles(), false},
             {"reader-pauses", ReaderPauses, "Modem SSR history", some},
             {"read-only-properties", ReadOnlyProperties, "Waited mdlog timeout"},
             {"no-properties", NoProperties, "getprop: cannot list"},

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 
 #include "child_process.h"
 #include "section_frame.h"
@@ -35,6 +36,15 @@ int Start(ChildProcess& child, const std::vector<std::string>& command, int fd) 
     return child.Start(command, null.get());
 }
 
+// What holds a command for so long may be its own output, in a pipe that nobody reads. The
+// command's effects are wanted all the same.
+std::optional<ChildProcess::End> WaitForEnd(const ChildProcess& child, int fd,
+                                            platform::Deadline start, platform::Deadline deadline) {
+    if (const auto end = child.WaitUntil(std::min(start + kReportPatience, deadline))) return end;
+    platform::MakeRoom(fd);
+    return child.WaitUntil(deadline);
+}
+
 Outcome Run(int fd, const std::vector<std::string>& command, int64_t timeout_seconds,
             platform::Deadline start) {
     // A year is for ever, and can be added to any time of the clock.
@@ -46,7 +56,7 @@ Outcome Run(int fd, const std::vector<std::string>& command, int64_t timeout_sec
         const std::string program = command.empty() ? "nothing" : command[0];
         return {-1, "cannot run " + program + ": " + Reason(error)};
     }
-    const auto end = child.WaitUntil(start + std::chrono::seconds(timeout));
+    const auto end = WaitForEnd(child, fd, start, start + std::chrono::seconds(timeout));
     if (!end) {
         child.Stop();
         return {-1, "timed out after " + std::to_string(timeout) + " s, stopped"};
@@ -63,9 +73,10 @@ Outcome Run(int fd, const std::vector<std::string>& command, int64_t timeout_sec
 int RunCommandToFd(int fd, const std::string& title, const std::vector<std::string>& full_command,
                    const CommandOptions& options) {
     SectionFrame frame(fd, title, Join(full_command));
-    frame.Begin();
+    // A command that would wait for a stuck reader runs for its effects alone.
+    const int output = frame.Begin() ? fd : -1;
     const Outcome outcome =
-            Run(fd, full_command, options.Timeout(), std::chrono::steady_clock::now());
+            Run(output, full_command, options.Timeout(), std::chrono::steady_clock::now());
     frame.Close("\n", outcome.failure);
     return outcome.status;
 }

@@ -1,5 +1,7 @@
 #include "section_frame.h"
 
+#include <android/log.h>
+
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -25,10 +27,9 @@ SectionFrame::SectionFrame(int fd, std::string_view title, std::string_view deta
 }
 
 bool SectionFrame::Begin() {
-    const auto deadline = std::chrono::steady_clock::now() + kReaderPatience;
-    reader_stuck_ = platform::WriteUntil(fd_, pending_, deadline) == ETIMEDOUT;
+    const int error = Write();
     pending_.clear();
-    return !reader_stuck_;
+    return error != ETIMEDOUT && error != EAGAIN;
 }
 
 int SectionFrame::Close(std::string_view separator, std::string_view failure) {
@@ -43,7 +44,18 @@ int SectionFrame::Close(std::string_view separator, std::string_view failure) {
     std::snprintf(duration.data(), duration.size(), "------ %.3fs was the duration of '",
                   std::chrono::duration<double>(now - start_).count());
     pending_.append(duration.data()).append(title_).append("' ------\n");
-    return platform::WriteUntil(fd_, pending_, reader_stuck_ ? now : now + kReaderPatience);
+    return Write();
+}
+
+int SectionFrame::Write() {
+    const int error =
+            platform::WriteUntil(fd_, pending_, std::chrono::steady_clock::now() + kReportPatience);
+    if (error == ETIMEDOUT) {
+        __android_log_print(ANDROID_LOG_WARN, nullptr,
+                            "%s: the reader has stopped, what it doesn't take is lost",
+                            title_.c_str());
+    }
+    return error;
 }
 
 std::string Reason(int error) {

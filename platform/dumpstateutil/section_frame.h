@@ -8,8 +8,8 @@
 
 namespace android::os::dumpstate {
 
-// How long the service waits for a reader that takes nothing before it gives a line up.
-inline constexpr std::chrono::seconds kReaderPatience{5};
+// How long a section waits for a report's reader that takes nothing.
+inline constexpr std::chrono::seconds kReportPatience{5};
 
 // The lines around one section, and its content where that is small enough to go out with them in
 // one write.
@@ -18,7 +18,7 @@ class SectionFrame {
     SectionFrame(int fd, std::string_view title, std::string_view detail);
 
     // Writes the header and what is held, and has to come before anybody else writes into fd. False
-    // when the reader took not even that within kReaderPatience: don't wait for it again.
+    // when the reader is stuck: what else goes there is lost.
     bool Begin();
 
     // Content that the next Begin() or Close() writes.
@@ -29,11 +29,12 @@ class SectionFrame {
     int Close(std::string_view separator, std::string_view failure);
 
   private:
+    int Write();
+
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     const int fd_;
     const std::string title_;
     std::string pending_;  // at first the header
-    bool reader_stuck_ = false;
 };
 
 // The text of an errno.
