@@ -2,9 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstddef>
 #include <cstring>
+#include <mutex>
+#include <optional>
+#include <string_view>
 
 #include "nonblocking_output.h"
 
@@ -12,17 +16,26 @@ namespace android::chre {
 namespace {
 
 constexpr char kTag[] = "CHRE";
-constexpr int kPatienceMs = 100;
+constexpr std::chrono::milliseconds kCopyPatience{100};
 
-void WriteCopy(std::FILE* stream, const char* copy, size_t length) {
-    const int fd = fileno(stream);
-    if (fd < 0) {  // a stream in memory
-        std::fwrite(copy, 1, length, stream);
+// The standard streams, each found out about once. Another thread's copy waits for this one's.
+void WriteToDescriptor(int fd, std::string_view copy) {
+    static std::mutex mutex;
+    static std::optional<NonblockingOutput> outputs[2];
+    const std::lock_guard lock(mutex);
+    std::optional<NonblockingOutput>& output = outputs[fd == STDERR_FILENO ? 1 : 0];
+    if (!output || !output->Is(fd)) output.emplace(fd);
+    // What doesn't go is lost: there is nobody to tell.
+    output->Write(copy, kCopyPatience);
+}
+
+void WriteCopy(std::FILE* stream, std::string_view copy) {
+    if (const int fd = fileno(stream); fd >= 0) {
+        std::fflush(stream);  // what stood there before stays before
+        WriteToDescriptor(fd, copy);
+    } else {  // a stream in memory
+        std::fwrite(copy.data(), 1, copy.size(), stream);
         std::fflush(stream);
-    } else if (const NonblockingOutput output(fd); output.WaitWritable(kPatienceMs)) {
-        std::fflush(stream);
-        // What doesn't go is lost, and so is the result: there is nobody to tell.
-        [[maybe_unused]] const ssize_t written = output.Write(copy, length);
     }
 }
 
@@ -35,7 +48,7 @@ void outputHostLog(int priority, std::FILE* stream, const char* format, const ch
     va_start(arguments, line);
     va_list again;
     va_copy(again, arguments);
-    __android_log_vprint(priority, kTag, format, arguments);
+    const bool only_counted = __android_log_vprint(priority, kTag, format, arguments) == 0;
     va_end(arguments);
 
     // In one piece, so that what other threads and the system log write to the same place stays
@@ -50,7 +63,7 @@ void outputHostLog(int priority, std::FILE* stream, const char* format, const ch
     advance(std::vsnprintf(copy + length, kMost - length, format, again));
     va_end(again);
     copy[length++] = '\n';
-    WriteCopy(stream, copy, length);
+    if (!only_counted) WriteCopy(stream, {copy, length});
     errno = error;
 }
 

@@ -9,9 +9,10 @@ namespace android::chre {
 // Writes one record to the system log, tagged "CHRE", and a copy of it to the stream as
 // "operation:line: message" and a newline. Records of several threads never mix in the stream.
 //
-// The copy is a convenience and holds nobody up: a stream whose reader has stopped reading costs
-// 100 ms and the copy, and one whose reader is gone costs the copy and raises no signal. What is
-// longer than a kilobyte is cut there. Keeps errno.
+// The copy is a convenience and holds nobody up: a reader that has stopped costs 100 ms once and
+// every copy until it takes something again; a reader that is gone costs the copy, as the process
+// ignores SIGPIPE. What is longer than a kilobyte is cut there, and a record of a flood that the
+// system log only counts is not copied. Keeps errno.
 void outputHostLog(int priority, std::FILE* stream, const char* format, const char* operation,
                    int line, ...) __attribute__((__format__(printf, 3, 6)));
 

@@ -1,14 +1,12 @@
-#include <chrono>
-#include <cstdio>
 #include <optional>
 
 #include "dumpstate.h"
 #include "modem_capture.h"
 #include "protect.h"
+#include "report_writer.h"
 #include "section.h"
 #include "sensor_hub.h"
 #include "staging.h"
-#include "write_alarm.h"
 
 namespace aidl::android::hardware::dumpstate {
 namespace {
@@ -34,13 +32,8 @@ constexpr Entry kStorageAndWlan[] = {
         File("WLAN FW Log Symbol Table", "/vendor/firmware/Data.msc"),
 };
 
-// This line is the only write here that no primitive bounds, and a reader that takes nothing must
-// not hold the report for ever.
 void writeVerboseLine(int fd, bool enabled) {
-    constexpr std::chrono::seconds kReaderPatience{5};
-    WriteAlarm alarm;
-    alarm.Set(kReaderPatience);
-    dprintf(fd, "verbose logging: %s\n", enabled ? "enabled" : "disabled");
+    tev::dumpstate::PrintToReport(fd, "verbose logging: %s\n", enabled ? "enabled" : "disabled");
 }
 
 // One call's report in the making.

@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "log.h"
@@ -13,9 +14,16 @@
 namespace tev::dumpstate {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using android::chre::NonblockingOutput;
 
-constexpr std::chrono::seconds kPatience{5};
+constexpr std::chrono::seconds kReportPatience{5};
+
+bool WriteOrTell(const NonblockingOutput& output, std::string_view text) {
+    if (output.Write(text, kReportPatience)) return true;
+    __android_log_print(ANDROID_LOG_WARN, kLogTag, "The report is cut here: %s",
+                        std::strerror(errno));
+    return false;
+}
 
 }  // namespace
 
@@ -36,32 +44,18 @@ void ReportWriter::Print(const char* format, ...) {
     EndLine(line + std::clamp<int>(length, 0, kLongestLine - 1));
 }
 
-ssize_t ReportWriter::WriteSome(std::string_view text) const {
-    using std::chrono::milliseconds;
-    const Clock::time_point deadline = Clock::now() + kPatience;
-    for (Clock::duration left = kPatience; left > left.zero(); left = deadline - Clock::now()) {
-        const auto wait = std::chrono::ceil<milliseconds>(left).count();
-        if (!output_.WaitWritable(static_cast<int>(wait))) return -1;
-        const ssize_t written = output_.Write(text.data(), text.size());
-        // Where somebody else took the room between the poll and the write, the next poll waits.
-        if (written >= 0 || (errno != EINTR && errno != EAGAIN)) return written;
-    }
-    errno = ETIMEDOUT;
-    return -1;
+void ReportWriter::Flush() {
+    const std::string_view text(text_.data(), std::exchange(size_, 0));
+    if (!lost_) lost_ = !WriteOrTell(output_, text);
 }
 
-void ReportWriter::Flush() {
-    std::string_view text(text_.data(), std::exchange(size_, 0));
-    while (!text.empty() && !lost_) {
-        const ssize_t written = WriteSome(text);
-        if (written > 0) {
-            text.remove_prefix(static_cast<size_t>(written));
-        } else {
-            lost_ = true;
-            __android_log_print(ANDROID_LOG_WARN, kLogTag, "The report is cut here: %s",
-                                std::strerror(errno));
-        }
-    }
+void PrintToReport(int fd, const char* format, ...) {
+    std::array<char, ReportWriter::kLongestLine> text;
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text.data(), text.size(), format, arguments);
+    va_end(arguments);
+    WriteOrTell(NonblockingOutput(fd), text.data());
 }
 
 }  // namespace tev::dumpstate

@@ -1,18 +1,20 @@
 #pragma once
 
 #include <nonblocking_output.h>
-#include <sys/types.h>
 
 #include <array>
 #include <cstddef>
-#include <string_view>
 
 namespace tev::dumpstate {
 
-// Gathers lines and writes them to the report in large pieces, each of them in full. A reader that
-// takes nothing for five seconds, or has gone away, loses everything after that, which the log
-// says: no call blocks for longer than it takes to find that out, and none fails. The process
-// ignores SIGPIPE.
+// Everything here is written in full, or the report is cut there, which the log says: a reader that
+// takes nothing for five seconds, or has gone away, loses what comes after that. No call blocks for
+// longer than it takes to find that out, and none fails. The process ignores SIGPIPE.
+
+// Writes a few lines straight to the report, of 511 characters together.
+void PrintToReport(int fd, const char* format, ...) __attribute__((__format__(printf, 2, 3)));
+
+// Gathers lines and writes them in large pieces.
 class ReportWriter {
   public:
     static constexpr size_t kLongestLine = 512;
@@ -33,8 +35,6 @@ class ReportWriter {
     void Flush();
 
   private:
-    ssize_t WriteSome(std::string_view text) const;
-
     const android::chre::NonblockingOutput output_;
     bool lost_ = false;
     size_t size_ = 0;

@@ -59,10 +59,10 @@ class BlackBox {
 
     void dump(int fd) const {
         if (client_.get() == nullptr) {
-            ReportWriter(fd).Print(
-                    "*** no sensor black box: the connection to the context hub "
-                    "(socket \"%s\") could not be begun, see the system log\n",
-                    kContextHubSocket);
+            PrintToReport(fd,
+                          "*** no sensor black box: the connection to the context hub "
+                          "(socket \"%s\") could not be begun, see the system log\n",
+                          kContextHubSocket);
             return;
         }
         protect(kName, [&] { client_->PrintToFd(fd, kBlackBoxWait); });
@@ -76,8 +76,8 @@ class BlackBox {
 
 void writeUsfHeading(int fd, int run) {
     constexpr char kSeparator[] = "-------------------------------------------------------\n";
-    ReportWriter(fd).Print("%s------------------- USF Stats (%d/2) -------------------\n%s\n",
-                           kSeparator, run, kSeparator);
+    PrintToReport(fd, "%s------------------- USF Stats (%d/2) -------------------\n%s\n",
+                  kSeparator, run, kSeparator);
 }
 
 void dumpUsfOnce(int fd) {

@@ -5,10 +5,12 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/fsuid.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -43,6 +45,8 @@ using namespace std::chrono_literals;
 // a thread that has one of its own, where waiting takes none but that.
 static std::atomic<bool> no_threads = false;
 static thread_local timespec* own_time = nullptr;
+static thread_local int longest_wait = 0;   // that poll was asked for
+static thread_local int interruptions = 0;  // of the polls to come
 static thread_local int rival = -1;  // another writer's descriptor, who is faster after every poll
 
 template <typename Function>
@@ -77,6 +81,12 @@ extern "C" unsigned sleep(unsigned seconds) {
 }
 
 extern "C" int poll(pollfd* fds, nfds_t count, int millis) {
+    if (interruptions > 0) {
+        --interruptions;
+        errno = EINTR;
+        return -1;
+    }
+    longest_wait = std::max(longest_wait, millis);
     if (own_time != nullptr && millis > 0) millis = 0;
     const timespec limit{millis / 1000, millis % 1000 * 1000000L};
     const int ready = ppoll(fds, count, millis < 0 ? nullptr : &limit, nullptr);
@@ -416,7 +426,9 @@ TEST_F(BlackBoxTest, ReadersMayBeSlowGoneOrStuck) {
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     auto slow = std::async(std::launch::async, TextOf, ends[0]);
+    interruptions = 3;
     client_->PrintToFd(ends[1], 0s);
+    EXPECT_EQ(interruptions, 0);
     close(ends[1]);
     EXPECT_TRUE(slow.get() == whole);
     close(ends[0]);
@@ -426,17 +438,26 @@ TEST_F(BlackBoxTest, ReadersMayBeSlowGoneOrStuck) {
     ASSERT_EQ(write(ends[1], whole.data(), 9999), 9999);  // no room for as much as is gathered
     const auto nobody_reads = [&](int out) { SecondsOf([&] { client_->PrintToFd(out, 0s); }); };
     nobody_reads(ends[1]);
+    EXPECT_EQ(std::exchange(longest_wait, 0), 5000);
+    nobody_reads(ends[1]);
+    EXPECT_EQ(longest_wait, 0);  // waited for once
     std::array<char, 4096> some{};
     EXPECT_EQ(read(ends[0], some.data(), some.size()), 4096);
     rival = open(("/proc/self/fd/" + std::to_string(ends[1])).c_str(), O_WRONLY | O_NONBLOCK);
     nobody_reads(ends[1]);
     close(std::exchange(rival, -1));
+    // A pipe of another user, which can't be opened anew.
+    std::array<int, 2> theirs{};
+    ASSERT_EQ(pipe2(theirs.data(), O_CLOEXEC), 0);
+    ASSERT_EQ(fchmod(theirs[1], 0), 0);
+    const int user = setfsuid(65534);
+    nobody_reads(theirs[1]);
+    setfsuid(static_cast<uid_t>(user));
+    for (const int end : theirs) close(end);
     const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
     const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
     nobody_reads(terminal);
-    close(terminal);
-    close(master);
     EXPECT_EQ(LogsOf("tev-dumpstate").back(),
               "5 tev-dumpstate The report is cut here: Connection timed out");
     close(ends[0]);
@@ -444,6 +465,26 @@ TEST_F(BlackBoxTest, ReadersMayBeSlowGoneOrStuck) {
     close(ends[1]);
     client_->PrintToFd(-1, 0s);
     std::signal(SIGPIPE, SIG_DFL);
+
+    // A terminal's master, which opened anew would be another's.
+    tcflush(terminal, TCIOFLUSH);
+    termios raw{};
+    tcgetattr(terminal, &raw);
+    cfmakeraw(&raw);
+    tcsetattr(terminal, TCSANOW, &raw);
+    const std::string text =
+            "------ Sensor Black Box ------\n" + PrintedRecords(1, 1, Bytes(16 << 10));
+    auto received = std::async(std::launch::async, [&] {
+        std::string all(text.size(), '\0');
+        for (size_t got = 0; got < all.size();) {
+            got += static_cast<size_t>(read(terminal, &all[got], all.size() - got));
+        }
+        return all;
+    });
+    client_->PrintToFd(master, 0s);
+    EXPECT_TRUE(received.get() == text);
+    close(terminal);
+    close(master);
 }
 
 // The daemon's end of the link.

@@ -35,11 +35,16 @@ std::set<std::string> ProcessCensus::Take() {
         std::getline(std::ifstream(process.path() / "comm"), name);
         census.insert("process " + pid + " " + name);
     }
+    const auto standard = [&gone](const char* number) {
+        return fs::read_symlink(std::string("/proc/self/fd/") + number, gone);
+    };
     for (const char* kind : {"fd", "task"}) {
         for (const auto& entry : fs::directory_iterator(fs::path("/proc/self") / kind)) {
             const fs::path target = fs::read_symlink(entry, gone);
-            // The listing's own descriptor is no newcomer.
+            // Neither the listing's own descriptor nor one that the link keeps for its copies on
+            // standard output and error is a newcomer.
             if (target.native().ends_with("/fd")) continue;
+            if (!target.empty() && (target == standard("1") || target == standard("2"))) continue;
             census.insert(std::string(kind) + " " + entry.path().filename().native());
         }
     }

@@ -68,6 +68,7 @@ Lines records;                          // the system log, "PRIORITY message"
 std::function<void()> when_connecting;  // called after a successful connect, before it is told
 std::function<void()> when_sending;     // called before the client's send
 int client_socket = -1;                 // of the last connect
+std::atomic<int> log_told = 1;          // what the system log says of a record
 std::atomic<int> epoll_error = 0;       // what the next wait for input fails with
 
 }  // namespace
@@ -77,7 +78,7 @@ int __android_log_vprint(int priority, const char* tag, const char* format, va_l
     std::vsnprintf(text, sizeof text, format, arguments);
     records.Add(std::to_string(priority) + (std::string(tag) == "CHRE" ? " " : " wrong tag ") +
                 text);
-    return 1;
+    return log_told;
 }
 
 extern "C" int __real_socket_local_client_connect(int fd, const char* name, int space, int type);
@@ -560,7 +561,7 @@ TEST_F(SocketClientTest, RecordsAreCopiedToTheStreams) {
             << texts[1];
 
     // A reader that has stopped, and one that is gone.
-    ASSERT_NE(signal(SIGPIPE, SIG_DFL), SIG_ERR);
+    ASSERT_NE(signal(SIGPIPE, SIG_IGN), SIG_ERR);  // as the service does
     for (const bool gone : {false, true}) {
         int ends[2];
         ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -571,9 +572,26 @@ TEST_F(SocketClientTest, RecordsAreCopiedToTheStreams) {
                   static_cast<ssize_t>(filling.size()));
         if (gone) reader.reset();
         const Redirected out(STDOUT_FILENO, ends[1]);
-        Send("x");
+        const auto start = steady_clock::now();
+        for (int i = 0; i < 20; ++i) {
+            errno = ENOTTY;
+            outputHostLog(3, stdout, "lost", "test", i);
+            EXPECT_EQ(errno, ENOTTY);
+        }
+        EXPECT_LT(steady_clock::now() - start, 1900ms);  // waited for once
+        if (gone) continue;
+        std::string taken(filling.size(), '\0');
+        EXPECT_EQ(read(reader.get(), taken.data(), taken.size()),
+                  static_cast<ssize_t>(filling.size()));
+        outputHostLog(3, stdout, "taken", "test", 1);
+        log_told = 0;
+        outputHostLog(3, stdout, "counted", "test", 2);
+        log_told = 1;
+        taken.resize(static_cast<size_t>(read(reader.get(), taken.data(), taken.size())));
+        EXPECT_EQ(taken, "test:1: taken\n");
     }
-    EXPECT_EQ(records.Take().size(), 5);
+    Send("x");  // the standard stream again
+    EXPECT_EQ(records.Take().size(), 3 + 20 + 2 + 20 + 1);
 }
 
 }  // namespace
