@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <sstream>
 #include <thread>
 
 namespace android::base {
@@ -159,6 +160,87 @@ TEST(SystemLog, OneRecordOneLine) {
     EXPECT_TRUE(std::regex_match(first, std::regex(stamp + R"(W tag: two\\nlines)"))) << first;
     EXPECT_TRUE(std::regex_match(second, std::regex(stamp + "D properties_test: x{5000}")));
     EXPECT_FALSE(std::getline(records, third));
+}
+
+// A log in the place of standard error, and its records without their stamps.
+class Log {
+  public:
+    Log() : saved_(dup(STDERR_FILENO)) {
+        EXPECT_EQ(pipe2(ends_, O_CLOEXEC | O_NONBLOCK), 0);
+        fcntl(ends_[1], F_SETPIPE_SZ, 1 << 20);
+        dup2(ends_[1], STDERR_FILENO);
+    }
+    ~Log() {
+        dup2(saved_, STDERR_FILENO);
+        for (const int fd : {saved_, ends_[0], ends_[1]}) close(fd);
+    }
+    Log(const Log&) = delete;
+    Log& operator=(const Log&) = delete;
+
+    void Fill() const {
+        while (write(ends_[1], "f", 1) == 1) {
+        }
+    }
+    std::vector<std::string> Take() const {
+        std::string text;
+        char part[4096];
+        for (ssize_t size; (size = read(ends_[0], part, sizeof part)) > 0;) {
+            text.append(part, static_cast<size_t>(size));
+        }
+        std::vector<std::string> records;
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            records.push_back(line.substr(line.find(' ', line.rfind("  ") + 2) + 1));
+        }
+        return records;
+    }
+
+  private:
+    const int saved_;
+    int ends_[2];
+};
+
+TEST(SystemLog, AFloodIsCountedAndAStuckReaderWaitedForOnce) {
+    using Records = std::vector<std::string>;
+    const Log log;
+    const auto tell = [](const char* tag, const std::string& message) {
+        errno = ENOTTY;
+        const int told = __android_log_print(ANDROID_LOG_INFO, tag, "%s", message.c_str());
+        EXPECT_EQ(errno, ENOTTY);
+        return told;
+    };
+    EXPECT_EQ(tell("hub", "again"), 1);
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(tell("hub", "again"), 0);
+    EXPECT_EQ(tell("other", "again"), 1);
+    EXPECT_EQ(log.Take(), (Records{"I hub: again", "I hub: 5 times more the same as before",
+                                   "I other: again"}));
+
+    // One that varies: what is beyond 10,000 at once is left out, but not what others say.
+    size_t told = 0;
+    Records records;
+    for (int i = 0; i < 20'000; ++i) {
+        tell("hub", std::to_string(i));
+        if (i % 5000 != 0) continue;
+        records = log.Take();
+        told += records.size();
+    }
+    told += log.Take().size();
+    EXPECT_GE(told, 9'999);
+    EXPECT_LT(told, 19'000);
+    EXPECT_EQ(tell("other", "heard"), 1);
+    EXPECT_EQ(log.Take().back(), "I other: heard");
+
+    log.Fill();
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_LT(tell("other", std::to_string(i)), 0);
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 100ms);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1900ms);
+    log.Take();
+    EXPECT_EQ(tell("other", "late"), 1);
+    EXPECT_EQ(log.Take(),
+              (Records{"W log: 20 records lost: the log's reader had stopped", "I other: late"}));
 }
 
 }  // namespace

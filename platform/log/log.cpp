@@ -7,8 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <functional>
+#include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
@@ -18,7 +21,11 @@
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{100};
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kLogPatience{100};
+// What goes on being counted is told as often as this.
+constexpr std::chrono::seconds kTellInterval{10};
 
 char PriorityLetter(int priority) {
     constexpr std::string_view kLetters = "??VDIWEF";
@@ -45,7 +52,7 @@ std::string Format(const char* format, va_list arguments) {
     return message;
 }
 
-std::string Stamp(int priority) {
+std::string Record(int priority, const char* tag, std::string_view message) {
     timeval now{};
     gettimeofday(&now, nullptr);
     tm local{};
@@ -55,32 +62,122 @@ std::string Stamp(int priority) {
                   local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
                   static_cast<int>(now.tv_usec / 1000), getpid(), syscall(SYS_gettid),
                   PriorityLetter(priority));
-    return stamp.data();
-}
-
-int Write(int priority, const char* tag, const char* format, va_list arguments) {
-    const std::string message = Format(format, arguments);
-    std::string record = Stamp(priority);
-    platform::AppendPrintable(record, tag != nullptr ? tag : program_invocation_short_name);
+    std::string record = stamp.data();
+    platform::AppendPrintable(record, tag);
     record += ": ";
     platform::AppendPrintable(record, message);
-    record += '\n';
-    return -platform::WriteUntil(STDERR_FILENO, record,
-                                 std::chrono::steady_clock::now() + kPatience);
+    return record += '\n';
+}
+
+// How many records of one tag may still come at once.
+class Allowance {
+  public:
+    bool Take(Clock::time_point now) {
+        const auto since = std::chrono::floor<std::chrono::milliseconds>(now - refilled_) / kEach;
+        left_ = static_cast<int>(std::min<int64_t>(left_ + since, kMost));
+        refilled_ += since * kEach;
+        return left_ > 0 && left_-- > 0;
+    }
+
+  private:
+    // Far more than any report that isn't flooded.
+    static constexpr int kMost = 10'000;
+    static constexpr std::chrono::milliseconds kEach{10};
+
+    int left_ = kMost;
+    Clock::time_point refilled_;
+};
+
+std::string Counted(uint64_t count, const char* what) {
+    return std::to_string(count) + what;
+}
+
+// What the process has told its log, and what it has only counted.
+class Log {
+  public:
+    // As __android_log_print().
+    int Write(int priority, const char* tag, const std::string& message) {
+        const std::lock_guard lock(mutex_);
+        const Clock::time_point now = Clock::now();
+        const bool repeats =
+                priority == last_priority_ && tag == last_tag_ && message == last_message_;
+        if (repeats) {
+            ++repeats_;
+            if (now - told_ < kTellInterval) return 0;
+        } else if (!AllowanceOf(tag).Take(now)) {
+            ++left_out_;
+            return 0;
+        }
+        std::string text = WhatWasCounted(now);
+        if (!repeats) {
+            text += Record(priority, tag, message);
+            last_priority_ = priority;
+            last_tag_ = tag;
+            last_message_ = message;
+        }
+        const int error = platform::WriteUntil(STDERR_FILENO, text, now + kLogPatience);
+        lost_ = error == 0 ? 0 : lost_ + repeats_ + (repeats ? 0 : 1);
+        repeats_ = 0;
+        if (error != 0) return -error;
+        told_ = now;
+        return repeats ? 0 : 1;
+    }
+
+  private:
+    Allowance& AllowanceOf(std::string_view tag) {
+        return allowances_[std::hash<std::string_view>()(tag) % allowances_.size()];
+    }
+
+    std::string WhatWasCounted(Clock::time_point now) {
+        std::string text;
+        if (lost_ > 0) {
+            text += Record(ANDROID_LOG_WARN, "log",
+                           Counted(lost_, " records lost: the log's reader had stopped"));
+        }
+        if (repeats_ > 0) {
+            text += Record(last_priority_, last_tag_.c_str(),
+                           Counted(repeats_, " times more the same as before"));
+        }
+        if (left_out_ > 0 && now - left_out_told_ >= kTellInterval) {
+            text += Record(ANDROID_LOG_WARN, "log",
+                           Counted(left_out_, " records left out: more than anybody reads"));
+            left_out_ = 0;
+            left_out_told_ = now;
+        }
+        return text;
+    }
+
+    std::mutex mutex_;
+    std::array<Allowance, 8> allowances_;  // by tag, so that one's flood is not another's
+    int last_priority_ = ANDROID_LOG_UNKNOWN;
+    std::string last_tag_;
+    std::string last_message_;
+    uint64_t repeats_ = 0;
+    uint64_t left_out_ = 0;
+    uint64_t lost_ = 0;
+    Clock::time_point told_;
+    Clock::time_point left_out_told_;
+};
+
+// Never destroyed: whoever outlives the others may log.
+Log& TheLog() {
+    static Log& log = *new Log;
+    return log;
 }
 
 }  // namespace
 
 int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments) {
     const int caller_errno = errno;
-    int error = -ENOMEM;
+    int result = -ENOMEM;
     try {
-        error = Write(priority, tag, format, arguments);
+        result = TheLog().Write(priority, tag != nullptr ? tag : program_invocation_short_name,
+                                Format(format, arguments));
     } catch (const std::bad_alloc&) {
         // The record is lost; who logs is often about to cope with this very lack.
     }
     errno = caller_errno;
-    return error == 0 ? 1 : error;
+    return result;
 }
 
 int __android_log_print(int priority, const char* tag, const char* format, ...) {
