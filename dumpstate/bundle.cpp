@@ -22,7 +22,7 @@ constexpr size_t kChunk = 65536;
 
 // A reader that takes less than a chunk in this time has stopped. The one thread that serves calls
 // must not stop with it.
-constexpr std::chrono::seconds kReaderPatience{30};
+constexpr std::chrono::seconds kBundlePatience{30};
 
 constexpr Entry kPack[] = {
         Command("TAR LOG", {"/vendor/bin/tar", "cvf", kBundleArchive, "-C", kStagingDirectory, "."},
@@ -51,7 +51,7 @@ ssize_t readChunk(int archive, char* chunk) {
 }
 
 ssize_t writeChunk(int bundle_fd, const char* chunk, ssize_t size, WriteAlarm& alarm) {
-    alarm.Set(kReaderPatience);
+    alarm.Set(kBundlePatience);
     ssize_t written;
     do {
         written = write(bundle_fd, chunk, static_cast<size_t>(size));
@@ -74,6 +74,11 @@ void copyArchive(int archive, int bundle_fd, char* chunk) {
             __android_log_print(ANDROID_LOG_DEBUG, nullptr,
                                 "Failed to write %zd bytes, actually written: %zd\n", size,
                                 written);
+            if (alarm.rang() && (written > 0 || errno == EINTR)) {
+                __android_log_print(ANDROID_LOG_WARN, nullptr,
+                                    "The bundle is cut here: its reader has stopped for %d s",
+                                    static_cast<int>(kBundlePatience.count()));
+            }
             return;
         }
     }

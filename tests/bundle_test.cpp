@@ -20,10 +20,14 @@
 #include "processes.h"
 #include "recording_platform.h"
 
-// Time passes faster here: whoever asks for a timer gets it after a moment.
+// Time passes faster here: whoever asks for a timer gets it after a moment, which may be too early
+// to break anything, or never.
+static time_t g_timer_seconds = 0;
+static timespec g_first_ring = {0, 50'000'000};
 int timer_settime(timer_t timer, int flags, const itimerspec* at, itimerspec* old) {
     itimerspec soon = *at;
-    if (soon.it_value.tv_sec != 0) soon.it_value = {0, 50'000'000};
+    g_timer_seconds = soon.it_value.tv_sec;
+    if (soon.it_value.tv_sec != 0) soon.it_value = g_first_ring;
     if (soon.it_interval.tv_sec != 0) soon.it_interval = {0, 10'000'000};
     return static_cast<int>(syscall(SYS_timer_settime, timer, flags, &soon, old));
 }
@@ -285,6 +289,13 @@ TEST_F(BundleTest, WhatEndsTheStreamIsLogged) {
               "3 - read(/data/vendor/log/dumpstate/combined.tar): Is a directory\n");
     fs::remove_all(kArchive);
 
+    mkfifo(kArchive, 0600);  // what opening might wait for
+    ThePlatform() = {};
+    ndk::SharedRefBase::make<Dumpstate>()->createDumpstateBin(77, 1000);
+    EXPECT_EQ(ThePlatform().logs, Around({}));
+    fs::remove(kArchive);
+
+    constexpr char kStopped[] = "5 - The bundle is cut here: its reader has stopped for 30 s";
     signal(SIGPIPE, SIG_IGN);  // as the service does
     for (const bool reader : {true, false}) {
         for (const int flags : {O_NONBLOCK, 0}) {  // a reader that takes nothing, and none at all
@@ -294,9 +305,10 @@ TEST_F(BundleTest, WhatEndsTheStreamIsLogged) {
             const std::string filling(61440, 'f');
             ASSERT_EQ(write(ends[1], filling.data(), filling.size()), 61440);
             if (!reader) close(ends[0]);
-            EXPECT_EQ(Stream(70000, ends[1]),
-                      Around({"3 - Failed to write 65536 bytes, actually written: " +
-                              std::string(reader ? "4096" : "-1") + "\n"}));
+            Lines failure{"3 - Failed to write 65536 bytes, actually written: " +
+                          std::string(reader ? "4096" : "-1") + "\n"};
+            if (reader && flags == 0) failure.emplace_back(kStopped);
+            EXPECT_EQ(Stream(70000, ends[1]), Around(failure));
             close(ends[1]);
             if (reader) close(ends[0]);
         }
@@ -307,8 +319,33 @@ TEST_F(BundleTest, WhatEndsTheStreamIsLogged) {
     fcntl(full[1], F_SETPIPE_SZ, 65536);
     const std::string filling(65536, 'f');
     ASSERT_EQ(write(full[1], filling.data(), filling.size()), 65536);
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGRTMIN);
+    g_first_ring = {0, 1};
+    pthread_sigmask(SIG_BLOCK, &alarm, nullptr);  // as who started the process may have done
     EXPECT_EQ(Stream(70000, full[1]),
-              Around({"3 - Failed to write 65536 bytes, actually written: -1\n"}));
+              Around({"3 - Failed to write 65536 bytes, actually written: -1\n", kStopped}));
+    EXPECT_EQ(g_timer_seconds, 31);
+
+    // Another signal than that breaks no write: a reader that only paused gets all.
+    g_first_ring = {3600, 0};
+    struct sigaction on_signal {};
+    on_signal.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &on_signal, nullptr);
+    std::thread reader([&, writer = pthread_self()] {
+        for (int i = 0; i < 5; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            pthread_kill(writer, SIGUSR1);
+        }
+        char part[4096];
+        for (size_t left = filling.size() + 70000; left > 0;) {
+            left -= static_cast<size_t>(read(full[0], part, std::min(left, sizeof part)));
+        }
+    });
+    EXPECT_EQ(Stream(70000, full[1]), Around({}));
+    reader.join();
+    g_first_ring = {0, 50'000'000};
     close(full[0]);
     close(full[1]);
     EXPECT_EQ(census_.Newcomers(), "");
