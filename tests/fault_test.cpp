@@ -328,7 +328,7 @@ std::string CallersLeave(Wearable& wearable) {
     const pid_t service = wearable.client().Pid();
     kill(service, SIGSTOP);
     const int report = memfd_create("report", MFD_CLOEXEC);
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 5; ++i) {
         std::string name;
         {
             ServiceClient caller(wearable.address());

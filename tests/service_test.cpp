@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -227,6 +228,47 @@ TEST_F(ServiceTest, BundleFaultsCostTheBundleOnly) {
     close(full[0]);
     EXPECT_EQ(Holdings(), before);
     EXPECT_EQ(census.Newcomers(), "");
+}
+
+// As a careless starter leaves it: children reaped by nobody, no standard input, and a limit of
+// files that the bundle is beyond.
+TEST_F(ServiceTest, InheritedStateIsPutRight) {
+    Get<int32_t>("getInterfaceVersion", "i");
+    kill(Pid(), SIGKILL);
+    Await([this] { return !IsOnTheBus(kName); });
+    constexpr rlim_t kLimit = 1 << 20;
+    pid_t service = fork();
+    if (service == 0) {
+        signal(SIGCHLD, SIG_IGN);
+        signal(SIGXFSZ, SIG_DFL);
+        dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
+        close(STDIN_FILENO);
+        const rlimit limit{kLimit, kLimit};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/run/bus", 1);
+        execl("/vendor/bin/hw/dumpstate-service", "dumpstate-service", nullptr);
+        _exit(1);
+    }
+    Await([this] { return IsOnTheBus(kName); });
+    EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(service) + "/fd/0"), "/dev/null");
+
+    const fs::path bin = "/vendor/bin";
+    fs::rename(bin / "uptime", bin / "aside");
+    std::ofstream(bin / "uptime") << "#!/vendor/bin/sh\nexit 3\n";
+    fs::permissions(bin / "uptime", fs::perms::all);
+    const int report = memfd_create("report", MFD_CLOEXEC);
+    const int bundle = memfd_create("bundle", MFD_CLOEXEC);
+    lseek(bundle, kLimit, SEEK_SET);
+    EXPECT_EQ(Board({report, bundle}), "");
+    fs::rename(bin / "aside", bin / "uptime");
+    EXPECT_EQ(Pid(), service);
+    const std::string text = ReadFile("/proc/self/fd/" + std::to_string(report));
+    EXPECT_EQ(Titles(text), ExpectedTitles(false, true));
+    EXPECT_NE(text.find("\n*** exit status 3\n"), std::string::npos);
+    close(report);
+    close(bundle);
+    EndChild(service, SIGTERM);
+    Await([this] { return !IsOnTheBus(kName); });
 }
 
 TEST_F(ServiceTest, FailedRegistrationIsFatal) {
