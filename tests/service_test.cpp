@@ -234,7 +234,9 @@ TEST_F(ServiceTest, BundleFaultsCostTheBundleOnly) {
 // files that the bundle is beyond.
 TEST_F(ServiceTest, InheritedStateIsPutRight) {
     Get<int32_t>("getInterfaceVersion", "i");
-    kill(Pid(), SIGKILL);
+    const pid_t started = Pid();
+    ASSERT_GT(started, 0);
+    kill(started, SIGKILL);
     Await([this] { return !IsOnTheBus(kName); });
     constexpr rlim_t kLimit = 1 << 20;
     pid_t service = fork();
