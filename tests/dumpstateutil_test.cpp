@@ -455,6 +455,14 @@ void StickAndGoOn(const std::string& path) {
     Drain(ends[0]);
     EXPECT_EQ(DumpFileToFd(ends[1], "T", path), 0);
     EXPECT_TRUE(Drain(ends[0]).starts_with("------ T (" + path + ") ------\ncontent\n"));
+    while (write(ends[1], path.data(), 1) == 1) {
+    }
+    std::thread late_reader([&] {
+        std::this_thread::sleep_for(300ms);
+        Drain(ends[0]);
+    });
+    EXPECT_EQ(DumpFileToFd(ends[1], "T", path), 0);
+    late_reader.join();
     for (const int end : ends) close(end);
 }
 
