@@ -1,7 +1,6 @@
 #include "sensor_hub.h"
 
 #include <DumpstateUtil.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdint>
@@ -9,6 +8,7 @@
 #include <string>
 
 #include "log.h"
+#include "pause.h"
 #include "report_writer.h"
 #include "sensor_black_box_client.h"
 
@@ -21,7 +21,7 @@ using android::os::dumpstate::RunCommandToFd;
 constexpr uint64_t kBlackBoxNanoapp = 0x4E6F727665001025;
 constexpr char kContextHubSocket[] = "chre";
 constexpr std::chrono::seconds kBlackBoxWait{5};
-constexpr unsigned kUsfPauseSeconds = 2;
+constexpr std::chrono::seconds kUsfPause{2};
 constexpr char kMcuLogDirectory[] = "/data/vendor/log/mcu";
 
 struct RegisterDump {
@@ -103,8 +103,7 @@ void dump(int fd) {
     black_box.dump(fd);
     writeUsfHeading(fd, 1);
     dumpUsfOnce(fd);
-    // A signal ends a sleep early.
-    for (unsigned left = kUsfPauseSeconds; left > 0;) left = sleep(left);
+    pauseFor(kUsfPause);
     writeUsfHeading(fd, 2);
     dumpUsfOnce(fd);
     runCommand(fd, "TEV Metrics", {"/vendor/bin/tev", "GetMetrics"}, Seconds(3));
