@@ -1,6 +1,7 @@
 #include "inherited_state.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -13,6 +14,10 @@ void resetInheritedState() {
     // process. How a command ended is for this process to ask.
     for (const int failed_write : {SIGPIPE, SIGXFSZ}) std::signal(failed_write, SIG_IGN);
     std::signal(SIGCHLD, SIG_DFL);
+
+    // What is put together on the data partition are logs of a whole device: nobody but this user
+    // may read them there, or put others into the caller's bundle.
+    umask(S_IRWXG | S_IRWXO);
 
     // Or the next file to be opened, a caller's report perhaps, would become standard output or
     // error, and get what commands print and the log. The lowest free number is the missing one;

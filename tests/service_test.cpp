@@ -29,6 +29,7 @@ TEST_F(ServiceTest, ReportOfTheWholeBoard) {
     const std::string report = Report();
     EXPECT_TRUE(report.starts_with("verbose logging: disabled\n"));
     EXPECT_EQ(Titles(report), ExpectedTitles(false, false));
+    EXPECT_EQ(fs::status("/data/vendor/log/dumpstate").permissions(), fs::perms::owner_all);
     EXPECT_EQ(Matches(report, R"(\n------ \d+\.\d{3}s was the duration of '(.*)' ------(?=\n))"),
               ExpectedTitles(false, false));
     // One supply is missing on purpose; a script's last command decides about the others.
