@@ -1,4 +1,4 @@
-#include <optional>
+#include <chrono>
 
 #include "dumpstate.h"
 #include "modem_capture.h"
@@ -11,24 +11,19 @@
 namespace aidl::android::hardware::dumpstate {
 namespace {
 
-enum DevelopmentGroup { kTzLog = 1 };
-
-constexpr Entry CopyToStaging(const char* title, const char* source, int development_group) {
-    return Command(title, {"/vendor/bin/cp", "-r", source, kStagingDirectory}, 10,
-                   development_group);
-}
+using namespace std::chrono_literals;
 
 constexpr Entry kStaging[] = {
-        Command("RM DUMPSTATE BIN DIR", {"/vendor/bin/rm", "-r", kStagingDirectory}, 2),
-        Command("MKDIR DUMPSTATE BIN DIR", {"/vendor/bin/mkdir", "-p", kStagingDirectory}, 2),
+        Command("RM DUMPSTATE BIN DIR", {"/vendor/bin/rm", "-r", kStagingDirectory}, 2s),
+        Command("MKDIR DUMPSTATE BIN DIR", {"/vendor/bin/mkdir", "-p", kStagingDirectory}, 2s),
 };
 
 constexpr Entry kProperties[] = {Command("VENDOR PROPERTIES", {"/vendor/bin/getprop"})};
 
 constexpr Entry kStorageAndWlan[] = {
         Command("DUMP EMMC VENDOR", {"/vendor/bin/cat", "/sys/class/mmc_host/mmc0/mmc0:0001/name"},
-                10),
-        Command("DUMP EMMC VERSION", {"/vendor/bin/cat", "/sys/block/mmcblk0/device/fwrev"}, 10),
+                10s),
+        Command("DUMP EMMC VERSION", {"/vendor/bin/cat", "/sys/block/mmcblk0/device/fwrev"}, 10s),
         File("WLAN FW Log Symbol Table", "/vendor/firmware/Data.msc"),
 };
 
@@ -36,82 +31,53 @@ void writeVerboseLine(int fd, bool enabled) {
     tev::dumpstate::PrintToReport(fd, "verbose logging: %s\n", enabled ? "enabled" : "disabled");
 }
 
-// One call's report in the making.
-struct Report {
-    Dumpstate& dumpstate;
-    const int fd;
-    const std::optional<int> bundle_fd;  // none when the caller passed no second descriptor
-    ModemCapture capture;
-
-    bool HasBundle() const { return bundle_fd && *bundle_fd >= 1; }
-};
-
-void stage(Report& report) {
-    if (!report.bundle_fd) return;
-    dumpEntries(report.fd, kStaging);
-    // Asked anew: the setting may have changed while the directories were made. A capture that no
-    // bundle will hold isn't begun: it would stop the modem's logger and keep the caller waiting
-    // for nothing.
-    bool verbose = false;
-    report.dumpstate.getVerboseLoggingEnabled(&verbose);
-    if (verbose && report.HasBundle()) report.capture.Start();
-}
-
-void bundle(Report& report) {
-    if (!report.HasBundle()) return;
+void copyDirectories(int fd) {
     const Entry copies[] = {
-            CopyToStaging("CP MCU LOG", tev::dumpstate::getMcuLogDataPath(), Entry::kEveryBuild),
-            CopyToStaging("CP TZ LOG", "/data/vendor/log/tz", kTzLog),
+            CopyToStaging("CP MCU LOG", tev::dumpstate::getMcuLogDataPath(), 10s),
+            CopyToStaging("CP TZ LOG", "/data/vendor/log/tz", 10s).On(Builds::kDevelopment),
     };
-    dumpEntries(report.fd, copies);
-    report.capture.Join();
-    report.dumpstate.createDumpstateBin(report.fd, *report.bundle_fd);
+    dumpEntries(fd, copies);
 }
-
-template <void (Dumpstate::*dump)(int fd)>
-void section(Report& report) {
-    (report.dumpstate.*dump)(report.fd);
-}
-
-template <auto& entries>
-void list(Report& report) {
-    dumpEntries(report.fd, entries);
-}
-
-struct Step {
-    const char* name;  // in the system log, should the step fail as a whole
-    void (*run)(Report& report);
-};
-
-constexpr Step kSteps[] = {
-        {"staging", stage},
-        {"properties", list<kProperties>},
-        {"bluetooth", section<&Dumpstate::dumpBluetooth>},
-        {"sensor hub", [](Report& report) { tev::dumpstate::dump(report.fd); }},
-        {"ramoops", section<&Dumpstate::dumpRamoops>},
-        {"bundle", bundle},
-        {"touch", section<&Dumpstate::dumpTouch>},
-        {"interrupts", section<&Dumpstate::dumpInterrupts>},
-        {"power", section<&Dumpstate::dumpPowerSection>},
-        {"extcon", section<&Dumpstate::dumpExtconStates>},
-        {"velora", section<&Dumpstate::dumpVelora>},
-        {"sleep", section<&Dumpstate::dumpSleepStats>},
-        {"bootloader", section<&Dumpstate::dumpBldrLog>},
-        {"storage and wlan", list<kStorageAndWlan>},
-        {"modem", section<&Dumpstate::dumpModem>},
-};
 
 }  // namespace
 
+// The whole report in its order. Each step is protected by itself: what fails in one as a whole is
+// named in the system log, and the next one follows.
 ndk::ScopedAStatus Dumpstate::dumpstateBoardImpl(
         const std::vector<ndk::ScopedFileDescriptor>& fds) {
-    Report report{
-            *this, fds[0].get(), fds.size() < 2 ? std::nullopt : std::optional(fds[1].get()), {}};
-    protect("verbose logging",
-            [&] { writeVerboseLine(report.fd, getVerboseLoggingEnabledImpl()); });
-    for (const Step& step : kSteps) {
-        protect(step.name, [&] { step.run(report); });
+    const int fd = fds[0].get();
+    const bool is_staged = fds.size() >= 2;
+    const int bundle_fd = is_staged ? fds[1].get() : -1;
+    const bool has_bundle = bundle_fd >= 1;
+    ModemCapture capture;
+
+    protect("verbose logging", [&] { writeVerboseLine(fd, getVerboseLoggingEnabledImpl()); });
+    if (is_staged) {
+        protect("staging", [&] { dumpEntries(fd, kStaging); });
+        // The setting is asked for anew: it may have changed while the directories were made. A
+        // capture that no bundle will hold isn't begun: it would stop the modem's logger and keep
+        // the caller waiting for nothing.
+        const bool verbose = getVerboseLoggingEnabledImpl();
+        if (has_bundle && verbose) protect("modem capture", [&] { capture.Start(); });
     }
+    protect("properties", [&] { dumpEntries(fd, kProperties); });
+    protect("bluetooth", [&] { dumpBluetooth(fd); });
+    protect("sensor hub", [&] { tev::dumpstate::dump(fd); });
+    protect("ramoops", [&] { dumpRamoops(fd); });
+    if (has_bundle) {
+        protect("log directories", [&] { copyDirectories(fd); });
+        protect("modem capture", [&] { capture.Join(); });
+        protect("bundle", [&] { createDumpstateBin(fd, bundle_fd); });
+    }
+    protect("touch", [&] { dumpTouch(fd); });
+    protect("interrupts", [&] { dumpInterrupts(fd); });
+    protect("power", [&] { dumpPowerSection(fd); });
+    protect("extcon", [&] { dumpExtconStates(fd); });
+    protect("velora", [&] { dumpVelora(fd); });
+    protect("sleep", [&] { dumpSleepStats(fd); });
+    protect("bootloader", [&] { dumpBldrLog(fd); });
+    protect("storage and wlan", [&] { dumpEntries(fd, kStorageAndWlan); });
+    protect("modem", [&] { dumpModem(fd); });
     return ndk::ScopedAStatus::ok();
 }
 

@@ -18,6 +18,8 @@
 namespace aidl::android::hardware::dumpstate {
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr size_t kChunk = 65536;
 
 // A reader that takes less than a chunk in this time has stopped. The one thread that serves calls
@@ -26,12 +28,12 @@ constexpr std::chrono::seconds kBundlePatience{30};
 
 constexpr Entry kPack[] = {
         Command("TAR LOG", {"/vendor/bin/tar", "cvf", kBundleArchive, "-C", kStagingDirectory, "."},
-                20),
-        Command("CHG PERM", {"/vendor/bin/chmod", "a+w", kBundleArchive}, 2),
+                20s),
+        Command("CHG PERM", {"/vendor/bin/chmod", "a+w", kBundleArchive}, 2s),
 };
 
 constexpr Entry kRemove[] = {
-        Command("RM DUMPSTATE BIN DIR", {"/vendor/bin/rm", "-r", kTemporaryFolder}, 2),
+        Command("RM DUMPSTATE BIN DIR", {"/vendor/bin/rm", "-r", kTemporaryFolder}, 2s),
 };
 
 ::android::base::unique_fd openArchive() {

@@ -4,8 +4,6 @@
 namespace aidl::android::hardware::dumpstate {
 namespace {
 
-enum DevelopmentGroup { kDebugControls = 1 };
-
 constexpr Entry kExtconStates[] = {
         Script("Extcon states",
                " cd /sys/class/extcon; for f in `ls` ; do echo \"`cat $f/name`:\";"
@@ -17,19 +15,20 @@ constexpr Entry kVelora[] = {
              "/sys/devices/platform/soc/soc:norvel,velora/recent_statuses"),
         File("Velora moisture detect mitigation state",
              "/sys/devices/platform/soc/soc:norvel,velora/moisture_mitigation_state"),
-        File("Velora event faking", "/d/soc:norvel,velora/event_faker/enabled", kDebugControls),
+        File("Velora event faking", "/d/soc:norvel,velora/event_faker/enabled")
+                .On(Builds::kDevelopment),
         Script("Velora extcon spoofing",
                " cd /d/soc:norvel,velora/extcon_spoof &&"
-               " for f in `ls` ; do echo \"$f: `cat $f`\"; done; echo",
-               Entry::kDefaultTimeout, kDebugControls),
+               " for f in `ls` ; do echo \"$f: `cat $f`\"; done; echo")
+                .On(Builds::kAsTheRowAbove),
         Script("Velora moisture detect mitigation parameters",
                " cd /d/soc:norvel,velora/moisture_detect_mitigation &&"
-               " for f in `ls` ; do echo \"$f: `cat $f`\"; done; echo",
-               Entry::kDefaultTimeout, kDebugControls),
+               " for f in `ls` ; do echo \"$f: `cat $f`\"; done; echo")
+                .On(Builds::kAsTheRowAbove),
         Script("Velora periodic reauth parameters",
                " cd /d/soc:norvel,velora/periodic_reauth &&"
-               " for f in `ls` ; do echo \"$f: `cat $f`\"; done; echo",
-               Entry::kDefaultTimeout, kDebugControls),
+               " for f in `ls` ; do echo \"$f: `cat $f`\"; done; echo")
+                .On(Builds::kAsTheRowAbove),
 };
 
 }  // namespace

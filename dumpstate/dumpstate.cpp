@@ -3,6 +3,8 @@
 #include <android-base/properties.h>
 #include <android/log.h>
 
+#include "protect.h"
+
 namespace aidl::android::hardware::dumpstate {
 namespace {
 
@@ -31,7 +33,10 @@ ndk::ScopedAStatus Dumpstate::dumpstateBoard(const std::vector<ndk::ScopedFileDe
 }
 
 bool Dumpstate::getVerboseLoggingEnabledImpl() {
-    return ::android::base::GetBoolProperty(kVerboseLoggingProperty, false);
+    bool enabled = false;
+    protect(kVerboseLoggingProperty,
+            [&] { enabled = ::android::base::GetBoolProperty(kVerboseLoggingProperty, false); });
+    return enabled;
 }
 
 ndk::ScopedAStatus Dumpstate::getVerboseLoggingEnabled(bool* enabled) {
@@ -40,7 +45,9 @@ ndk::ScopedAStatus Dumpstate::getVerboseLoggingEnabled(bool* enabled) {
 }
 
 ndk::ScopedAStatus Dumpstate::setVerboseLoggingEnabled(bool enabled) {
-    ::android::base::SetProperty(kVerboseLoggingProperty, enabled ? "true" : "false");
+    protect(kVerboseLoggingProperty, [&] {
+        ::android::base::SetProperty(kVerboseLoggingProperty, enabled ? "true" : "false");
+    });
     return ndk::ScopedAStatus::ok();
 }
 

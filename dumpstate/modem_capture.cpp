@@ -1,13 +1,14 @@
 #include "modem_capture.h"
 
-#include <DumpstateUtil.h>
 #include <android-base/properties.h>
 #include <android/log.h>
 #include <unistd.h>
 
 #include <chrono>
 
+#include "debug_record.h"
 #include "log_copy.h"
+#include "pause.h"
 #include "protect.h"
 #include "section.h"
 #include "staging.h"
@@ -19,7 +20,8 @@ using ::android::base::GetBoolProperty;
 using ::android::base::GetIntProperty;
 using ::android::base::SetProperty;
 using ::android::base::WaitForProperty;
-using ::android::os::dumpstate::PropertiesHelper;
+using namespace std::chrono_literals;
+using tev::dumpstate::pauseFor;
 
 constexpr char kEfsDumpProperty[] = "vendor.sys.modem.diag.efsdump";
 constexpr char kLoggingEnabledProperty[] = "persist.vendor.sys.modem.diag.mdlog";
@@ -27,25 +29,18 @@ constexpr char kLoggerRunningProperty[] = "vendor.sys.modem.diag.mdlog_on";
 constexpr char kLoggerControlProperty[] = "vendor.sys.modem.diag.mdlog";
 constexpr char kLogCountProperty[] = "persist.vendor.sys.modem.diag.mdlog_br_num";
 
-constexpr unsigned kEfsDumpSeconds = 2;
-constexpr unsigned kFlushSeconds = 1;
+constexpr std::chrono::seconds kEfsDumpPause{2};
+constexpr std::chrono::seconds kFlushPause{1};
 constexpr std::chrono::milliseconds kLoggerPatience{10000};
 constexpr int kExtendedLogs = 100;
 constexpr int kDiagnosticLogs = 100;
 
-constexpr Entry CopyToStaging(const char* title, const char* source) {
-    return Command(title, {"/vendor/bin/cp", "-r", source, kStagingDirectory}, 5);
-}
-
 constexpr Entry kDiagTrace[] = {
-        CopyToStaging("CP DIAG TRACE", "/data/vendor/radio/diag_logs/diag_trace.txt")};
-constexpr Entry kModemEfs[] = {CopyToStaging("CP MODEM EFS", "/data/vendor/rfs/mpss/modem_efs")};
+        CopyToStaging("CP DIAG TRACE", "/data/vendor/radio/diag_logs/diag_trace.txt", 5s)};
+constexpr Entry kModemEfs[] = {
+        CopyToStaging("CP MODEM EFS", "/data/vendor/rfs/mpss/modem_efs", 5s)};
 constexpr Entry kPowerOnLog[] = {CopyToStaging(
-        "CP DIAG POWERON LOG", "/data/vendor/radio/diag_logs/logs/diag_poweron_log.qmdl")};
-
-void debug(const char* message) {
-    __android_log_print(ANDROID_LOG_DEBUG, nullptr, "%s", message);
-}
+        "CP DIAG POWERON LOG", "/data/vendor/radio/diag_logs/logs/diag_poweron_log.qmdl", 5s)};
 
 void copySeries(const char* directory, int limit, const char* prefix) {
     protect(prefix, [&] { dumpLogs(STDOUT_FILENO, directory, kStagingDirectory, limit, prefix); });
@@ -55,11 +50,17 @@ void set(const char* property, const char* value) {
     protect(property, [&] { SetProperty(property, value); });
 }
 
+bool isOn(const char* property) {
+    bool on = false;
+    protect(property, [&] { on = GetBoolProperty(property, false); });
+    return on;
+}
+
 void captureRadioAndEfs() {
     copySeries("/data/vendor/radio/extended_logs", kExtendedLogs, "extended_log_");
     dumpEntries(STDOUT_FILENO, kDiagTrace);
     set(kEfsDumpProperty, "true");
-    sleep(kEfsDumpSeconds);
+    pauseFor(kEfsDumpPause);
     dumpEntries(STDOUT_FILENO, kModemEfs);
     set(kEfsDumpProperty, "false");
     protect("radio logs", [] { dumpRilLogs(STDOUT_FILENO, kStagingDirectory); });
@@ -79,16 +80,12 @@ void stopLogger() {
 }
 
 void captureDiagnosticLogs() {
-    bool enabled = false;
-    bool running = false;
-    protect("diag_mdlog", [&] {
-        enabled = GetBoolProperty(kLoggingEnabledProperty, false);
-        running = GetBoolProperty(kLoggerRunningProperty, false);
-    });
+    const bool enabled = isOn(kLoggingEnabledProperty);
+    const bool running = isOn(kLoggerRunningProperty);
     if (enabled && running) stopLogger();
     if (enabled && !running) debug("diag_mdlog is not running\n");
 
-    sleep(kFlushSeconds);
+    pauseFor(kFlushPause);
     debug("Waited modem for 1 second to flush logs");
     if (!enabled) return;
 
@@ -105,9 +102,7 @@ void captureDiagnosticLogs() {
 
 void* dumpModemThread(void* /*argument*/) {
     debug("dumpModemThread started\n");
-    bool user_build = true;  // when in doubt: what users' devices keep to themselves stays there
-    protect("build type", [&] { user_build = PropertiesHelper::IsUserBuild(); });
-    if (!user_build) captureRadioAndEfs();
+    if (!isUserBuild()) captureRadioAndEfs();
     captureDiagnosticLogs();
     dumpEntries(STDOUT_FILENO, kPowerOnLog);
     debug("dumpModemThread finished\n");

@@ -4,9 +4,6 @@
 namespace aidl::android::hardware::dumpstate {
 namespace {
 
-// Each group asks for the build type where it begins.
-enum DevelopmentGroup { kChargingTable = 1, kDriverDebugFiles, kVotingTables };
-
 constexpr Entry kPower[] = {
         Script("Power Stats Times",
                "echo -n \"Boot: \" && /vendor/bin/uptime -s && echo -n \"Now: \" && date"),
@@ -26,18 +23,17 @@ constexpr Entry kPower[] = {
         Script("TEMP-DEFEND Config",
                " cd /sys/devices/platform/soc/soc:norvel,charger/;"
                " for f in `ls bd_*` ; do echo \"$f: `cat $f`\" ; done"),
-        File("Charging table dump", "/d/norvel_battery/chg_raw_profile", kChargingTable),
+        File("Charging table dump", "/d/norvel_battery/chg_raw_profile").On(Builds::kDevelopment),
         File("Charger Stats", "/sys/class/power_supply/battery/charge_details"),
         Script("Norvel Charger",
                "cd /sys/kernel/debug/norvel_charger/;"
-               " for f in `ls pps_*` ; do echo \"$f: `cat $f`\" ; done",
-               Entry::kDefaultTimeout, kDriverDebugFiles),
+               " for f in `ls pps_*` ; do echo \"$f: `cat $f`\" ; done")
+                .On(Builds::kDevelopment),
         Script("Norvel Battery",
                "cd /sys/kernel/debug/norvel_battery/;"
-               " for f in `ls ssoc_*` ; do echo \"$f: `cat $f`\" ; done",
-               Entry::kDefaultTimeout, kDriverDebugFiles),
-        Script("nvotables", "cat /sys/kernel/debug/nvotables/*/status", Entry::kDefaultTimeout,
-               kVotingTables),
+               " for f in `ls ssoc_*` ; do echo \"$f: `cat $f`\" ; done")
+                .On(Builds::kAsTheRowAbove),
+        Script("nvotables", "cat /sys/kernel/debug/nvotables/*/status").On(Builds::kDevelopment),
         Script("QBG Interrupt Stats",
                "cd /sys/devices/platform/soc/1c40000.qcom,spmi/spmi-0/0-00/"
                "1c40000.qcom,spmi:qcom,pm5100@0:qpnp,qbg@4f00/;"

@@ -6,8 +6,9 @@
 
 namespace aidl::android::hardware::dumpstate {
 
-// Runs one step of the report. What the standard library throws when there is no memory or thread
-// left costs the report that step, not the steps after it.
+// Runs what may find no memory or thread left, for which the standard library throws: a step of the
+// report, an entry of a section, a query. It costs what was run and a line in the log, and nothing
+// that comes after it. A query has its cautious answer beforehand.
 template <typename Step>
 void protect(const char* name, Step step) noexcept {
     try {

@@ -16,8 +16,8 @@ using ::android::os::dumpstate::PropertiesHelper;
 using ::android::os::dumpstate::RunCommandToFd;
 
 CommandOptions OptionsOf(const Entry& entry) {
-    if (entry.timeout_seconds == Entry::kDefaultTimeout) return CommandOptions::DEFAULT;
-    return CommandOptions::WithTimeout(entry.timeout_seconds).Build();
+    if (!entry.timeout) return CommandOptions::DEFAULT;
+    return CommandOptions::WithTimeout(entry.timeout->count()).Build();
 }
 
 void dumpEntry(int fd, const Entry& entry) {
@@ -33,15 +33,18 @@ void dumpEntry(int fd, const Entry& entry) {
 }  // namespace
 
 void dumpEntries(int fd, std::span<const Entry> entries) {
-    int group = Entry::kEveryBuild;
     bool left_out = false;
     for (const Entry& entry : entries) {
-        if (entry.development_group != group) {
-            group = entry.development_group;
-            left_out = group != Entry::kEveryBuild && PropertiesHelper::IsUserBuild();
-        }
+        if (entry.builds == Builds::kEvery) left_out = false;
+        if (entry.builds == Builds::kDevelopment) left_out = isUserBuild();
         if (!left_out) protect(entry.title, [&] { dumpEntry(fd, entry); });
     }
+}
+
+bool isUserBuild() {
+    bool user_build = true;
+    protect("build type", [&] { user_build = PropertiesHelper::IsUserBuild(); });
+    return user_build;
 }
 
 }  // namespace aidl::android::hardware::dumpstate

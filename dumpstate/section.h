@@ -2,48 +2,51 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
+#include <chrono>
 #include <initializer_list>
+#include <optional>
 #include <span>
 
 namespace aidl::android::hardware::dumpstate {
 
+// Whom an entry is for. User builds leave out what is for development; the build type is asked
+// anew by each row that says so, and a row that belongs to the one above goes by its answer.
+enum class Builds { kEvery, kDevelopment, kAsTheRowAbove };
+
 // One entry of the report: a command run under a title, or a file copied under one. The makers
 // below build the rows of a section's table; adding an entry to the report is adding a row.
 struct Entry {
-    static constexpr int64_t kDefaultTimeout = 0;
-    static constexpr int kEveryBuild = 0;
-
     const char* title;
-    const char* file;                    // null for a command
-    std::array<const char*, 6> command;  // argv, filled up with nulls; [0] is an absolute path
-    int64_t timeout_seconds;             // of a command, or kDefaultTimeout for the platform's own
+    const char* file;                             // null for a command
+    std::array<const char*, 6> command;           // argv, filled up with nulls; [0] is absolute
+    std::optional<std::chrono::seconds> timeout;  // of a command; without, the platform's own
+    Builds builds;
 
-    // kEveryBuild, or the number of a group of rows that user builds leave out. The build type is
-    // asked once where a group begins.
-    int development_group;
+    constexpr Entry On(Builds some) const { return {title, file, command, timeout, some}; }
 };
 
-constexpr Entry File(const char* title, const char* path, int development_group = 0) {
-    return {title, path, {}, Entry::kDefaultTimeout, development_group};
+constexpr Entry File(const char* title, const char* path) {
+    return {title, path, {}, {}, Builds::kEvery};
 }
 
 constexpr Entry Command(const char* title, std::initializer_list<const char*> argv,
-                        int64_t timeout_seconds = Entry::kDefaultTimeout,
-                        int development_group = Entry::kEveryBuild) {
-    Entry entry{title, nullptr, {}, timeout_seconds, development_group};
+                        std::optional<std::chrono::seconds> timeout = {}) {
+    Entry entry{title, nullptr, {}, timeout, Builds::kEvery};
     std::copy(argv.begin(), argv.end(), entry.command.begin());
     return entry;
 }
 
 constexpr Entry Script(const char* title, const char* script,
-                       int64_t timeout_seconds = Entry::kDefaultTimeout,
-                       int development_group = Entry::kEveryBuild) {
-    return Command(title, {"/vendor/bin/sh", "-c", script}, timeout_seconds, development_group);
+                       std::optional<std::chrono::seconds> timeout = {}) {
+    return Command(title, {"/vendor/bin/sh", "-c", script}, timeout);
 }
 
 // Writes the entries to fd in order. A failing entry shows its failure in the report and the next
 // one follows.
 void dumpEntries(int fd, std::span<const Entry> entries);
+
+// Whether what is for development only is to be left out. When that can't be found out it is: what
+// users' devices keep to themselves stays there.
+bool isUserBuild();
 
 }  // namespace aidl::android::hardware::dumpstate

@@ -1,9 +1,8 @@
-#include <DumpstateUtil.h>
-#include <android/log.h>
 #include <unistd.h>
 
 #include <span>
 
+#include "debug_record.h"
 #include "dumpstate.h"
 #include "log_copy.h"
 #include "protect.h"
@@ -12,14 +11,14 @@
 namespace aidl::android::hardware::dumpstate {
 namespace {
 
-using ::android::os::dumpstate::PropertiesHelper;
+using namespace std::chrono_literals;
 
 constexpr char kBluetoothDirectory[] = "/data/vendor/log/dumpstate/log/bluetooth";
 constexpr char kRamoopsDirectory[] = "/data/vendor/log/dumpstate/log/ramoops";
 constexpr int kFilesOfASeries = 10;
 
 constexpr Entry MakeDirectory(const char* path) {
-    return Command("MKDIR DUMPSTATE BIN DIR", {"/vendor/bin/mkdir", "-p", path}, 2);
+    return Command("MKDIR DUMPSTATE BIN DIR", {"/vendor/bin/mkdir", "-p", path}, 2s);
 }
 
 constexpr Entry kMakeBluetooth[] = {MakeDirectory(kBluetoothDirectory)};
@@ -44,10 +43,6 @@ constexpr Series kRamoops[] = {
         {"Dump RAMOOPS dmesg logs", "/data/vendor/ramoops_backup", "dmesg-ramoops-"},
 };
 
-void debug(const char* message) {
-    __android_log_print(ANDROID_LOG_DEBUG, nullptr, "%s", message);
-}
-
 void copyAll(std::span<const Series> all, const char* destination) {
     for (const Series& series : all) {
         if (series.announcement != nullptr) debug(series.announcement);
@@ -62,13 +57,13 @@ void copyAll(std::span<const Series> all, const char* destination) {
 void Dumpstate::dumpBluetooth(int fd) {
     debug("Dump Bluetooth...");
     dumpEntries(fd, kMakeBluetooth);
-    if (!PropertiesHelper::IsUserBuild()) copyAll(kBluetooth, kBluetoothDirectory);
+    if (!isUserBuild()) copyAll(kBluetooth, kBluetoothDirectory);
     debug("Dump Bluetooth complete");
 }
 
 void Dumpstate::dumpRamoops(int fd) {
     dumpEntries(fd, kMakeRamoops);
-    if (!PropertiesHelper::IsUserBuild()) copyAll(kRamoops, kRamoopsDirectory);
+    if (!isUserBuild()) copyAll(kRamoops, kRamoopsDirectory);
 }
 
 }  // namespace aidl::android::hardware::dumpstate

@@ -10,7 +10,7 @@
 namespace aidl::android::hardware::dumpstate {
 namespace {
 
-enum DevelopmentGroup { kBootloaderLogs = 1 };
+using namespace std::chrono_literals;
 
 constexpr char kSleepStatsDirectory[] = "/d/qcom_sleep_stats";
 
@@ -23,18 +23,19 @@ constexpr Entry kSleepStats[] = {
 
 constexpr Entry kBootloader[] = {
         Script("Bootloader Log file of current boot",
-               "cat -etv /mnt/vendor/bldr_log/CurFile.txt | sed 's/@^//g'; echo \"\"", 2,
-               kBootloaderLogs),
+               "cat -etv /mnt/vendor/bldr_log/CurFile.txt | sed 's/@^//g'; echo \"\"", 2s)
+                .On(Builds::kDevelopment),
         Script("Bootloader Log",
                " cd /mnt/vendor/bldr_log/; for f in `ls Uefi*` ; do echo \" \";"
                " echo ====== $f ======; cat -etv $f | sed 's/@^//g'; done ; echo \"\"",
-               10, kBootloaderLogs),
+               10s)
+                .On(Builds::kAsTheRowAbove),
 };
 
 constexpr Entry kModem[] = {
         File("Modem Stat", "/data/vendor/modem_stat/debug.txt"),
         Script("Modem SSR history",
-               "for f in $(ls /data/vendor/ssrlog/ssr_log*); do echo $f ; cat $f ; done", 2),
+               "for f in $(ls /data/vendor/ssrlog/ssr_log*); do echo $f ; cat $f ; done", 2s),
 };
 
 }  // namespace

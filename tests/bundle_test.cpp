@@ -77,6 +77,7 @@ class BundleTest : public testing::Test {
     const ProcessCensus census_;
 };
 
+// Copies that there is no memory for count like any others.
 TEST_F(BundleTest, CopiesTheHighestNamesUpToTheLimit) {
     MakeFiles("/tmp/logs", {"diag_log_1", "diag_log_2", "diag_log_3", "a_diag_log_4", "diag_lo"});
     const struct {
@@ -86,6 +87,7 @@ TEST_F(BundleTest, CopiesTheHighestNamesUpToTheLimit) {
     for (const auto& limited : cases) {
         SCOPED_TRACE(limited.limit);
         ThePlatform() = {};
+        ThePlatform().on_command = [](const std::string&) { throw std::bad_alloc(); };
         dumpLogs(STDOUT_FILENO, "/tmp/logs", "/to", limited.limit, "diag_log_");
         Lines requests;
         Lines logs;
@@ -97,6 +99,7 @@ TEST_F(BundleTest, CopiesTheHighestNamesUpToTheLimit) {
                 logs.push_back("3 - Copying /tmp/logs/" + name + " to /to/" + name + "\n");
                 requests.push_back(
                         "stdout command\tCP LOG\t5\t/vendor/bin/sh\t-c\t/vendor/bin/cp " + paths);
+                logs.push_back("6 - " + name + ": std::bad_alloc");
             } else {
                 logs.push_back("3 - Skipped " + name + "\n");
             }
@@ -118,9 +121,9 @@ TEST_F(BundleTest, NamesOfAllKindsAreCopiedToThemselvesAndRunNothing) {
                          "x$HOME",          "x`>ran`",        "x$(>ran)",       "x;>ran",
                          "x\nnew\nline",    "x*?[a]",         "x\\back\\slash", "x~ # not & | <>",
                          "x\xc3\xa4\xff\t", "x{a,b}!"};
-    MakeFiles("/tmp/from -r", names);
-    MakeFiles("/tmp/to -r", {});
-    dumpLogs(STDOUT_FILENO, "/tmp/from -r", "/tmp/to -r", -1, "x");
+    MakeFiles("/tmp/from", names);
+    MakeFiles("/tmp/to", {});
+    dumpLogs(STDOUT_FILENO, "/tmp/from", "/tmp/to", -1, "x");
     ASSERT_EQ(ThePlatform().requests.size(), names.size());
     for (const std::string& request : ThePlatform().requests) {
         const std::string before = "stdout command\tCP LOG\t5\t/vendor/bin/sh\t-c\t";
@@ -134,7 +137,7 @@ TEST_F(BundleTest, NamesOfAllKindsAreCopiedToThemselvesAndRunNothing) {
         EXPECT_EQ(system("cd /tmp && /vendor/bin/sh /tmp/script"), 0) << request;
     }
     for (const std::string& name : names) {
-        std::ifstream copy("/tmp/to -r/" + name);
+        std::ifstream copy("/tmp/to/" + name);
         EXPECT_EQ(std::string(std::istreambuf_iterator<char>(copy), {}), name);
     }
     EXPECT_FALSE(fs::exists("/tmp/ran"));
@@ -184,69 +187,24 @@ TEST_F(BundleTest, BluetoothAndRamoopsSeries) {
 TEST_F(BundleTest, ModemCaptureTakesEveryStepOnEveryPath) {
     MakeFiles("/data/vendor/radio/extended_logs", {"extended_log_1"});
     MakeFiles("/data/vendor/radio/diag_logs/logs", {"diag_log_1", "diag_log_2"});
-    const auto copy = [](const std::string& title, const std::string& source) {
-        return "stdout command\t" + title + "\t5\t/vendor/bin/cp\t-r\t/data/vendor/" + source +
-               "\t" + kStaging;
-    };
-    const auto series = [](const std::string& directory, const std::string& name) {
-        const std::string source = "/data/vendor/radio/" + directory + "/" + name;
-        const std::string target = std::string(kStaging) + "/" + name;
-        return Lines{"log\t3 - Found " + name + "\\n",
-                     "log\t3 - Copying " + source + " to " + target + "\\n",
-                     "stdout command\tCP LOG\t5\t/vendor/bin/sh\t-c\t/vendor/bin/cp " + source +
-                             " " + target};
-    };
-    const Lines dots{"log\t3 - Found ..\\n", "log\t3 - Found .\\n"};
     for (int path = 0; path < 16; ++path) {
-        const bool user = (path & 1) != 0;
-        const bool enabled = (path & 2) != 0;
-        const bool running = (path & 4) != 0;
-        const bool stops = (path & 8) != 0;
-        SCOPED_TRACE(path);
-        Lines expected{"log\t3 - dumpModemThread started\\n", "build type?"};
-        const auto add = [&expected](const Lines& lines) {
-            expected.insert(expected.end(), lines.begin(), lines.end());
-        };
-        if (!user) {
-            add(series("extended_logs", "extended_log_1"));
-            add(dots);
-            add({copy("CP DIAG TRACE", "radio/diag_logs/diag_trace.txt"),
-                 "set\tvendor.sys.modem.diag.efsdump\ttrue", "sleep\t2",
-                 copy("CP MODEM EFS", "rfs/mpss/modem_efs"),
-                 "set\tvendor.sys.modem.diag.efsdump\tfalse"});
-            for (const char* log :
-                 {"radio/ril_log0", "radio/ril_log0_old", "radio/qmi_fw_log",
-                  "radio/qmi_fw_log_old", "netmgr/netmgr_log", "netmgr/netmgr_log_old"}) {
-                add({copy("RIL Logs", log)});
-            }
+        const auto is = [path](int bit) { return (path >> bit & 1) != 0; };
+        std::string conditions = "-";
+        for (const int bit : {0, 1, 2, 3}) conditions += (is(bit) ? "ders" : "DERS")[bit];
+        SCOPED_TRACE(conditions);
+        Lines expected;
+        std::ifstream table(TEST_DATA "/modem_capture.tsv");
+        for (std::string row; std::getline(table, row);) {
+            const size_t tab = row.find('\t');
+            if (row.find_first_not_of(conditions) == tab) expected.push_back(row.substr(tab + 1));
         }
-        if (enabled && running) {
-            add({"set\tvendor.sys.modem.diag.mdlog\tfalse", "log\t3 - Stopping diag_mdlog...\\n",
-                 "wait\tvendor.sys.modem.diag.mdlog_on\tfalse\t10000",
-                 stops ? "log\t3 - diag_mdlog exited"
-                       : "log\t6 - Waited mdlog timeout after 10 second"});
-        } else if (enabled) {
-            add({"log\t3 - diag_mdlog is not running\\n"});
-        }
-        add({"sleep\t1", "log\t3 - Waited modem for 1 second to flush logs"});
-        if (enabled) {
-            add(series("diag_logs/logs", "diag_log_2"));
-            add({"log\t3 - Found diag_log_1\\n", "log\t3 - Skipped diag_log_1\\n"});
-            add(dots);
-        }
-        if (enabled && running) {
-            add({"log\t3 - Restarting diag_mdlog...\\n", "set\tvendor.sys.modem.diag.mdlog\ttrue"});
-        }
-        add({copy("CP DIAG POWERON LOG", "radio/diag_logs/logs/diag_poweron_log.qmdl"),
-             "log\t3 - dumpModemThread finished\\n"});
-
         ThePlatform() = {};
         ThePlatform().properties = {
-                {"ro.build.type", user ? "user" : "userdebug"},
-                {"persist.vendor.sys.modem.diag.mdlog", enabled ? "true" : "false"},
+                {"ro.build.type", is(0) ? "userdebug" : "user"},
+                {"persist.vendor.sys.modem.diag.mdlog", is(1) ? "true" : "false"},
                 {"persist.vendor.sys.modem.diag.mdlog_br_num", "1"},
-                {"vendor.sys.modem.diag.mdlog_on", running ? "true" : "false"}};
-        if (stops) {  // the recorder runs no logger: it reports itself stopped beforehand
+                {"vendor.sys.modem.diag.mdlog_on", is(2) ? "true" : "false"}};
+        if (is(3)) {  // the recorder runs no logger: it reports itself stopped beforehand
             ThePlatform().on_log = [](const std::string& record) {
                 if (record.find("Stopping") == std::string::npos) return;
                 ThePlatform().properties["vendor.sys.modem.diag.mdlog_on"] = "false";

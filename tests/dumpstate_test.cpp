@@ -86,6 +86,22 @@ TEST_F(DumpstateTest, SleepStatisticsNeedTheirDirectoryAndTouchNoProperty) {
     EXPECT_EQ(ReportRequests(), expected);
 }
 
+// No memory for any question: what users keep to themselves is left out, and nothing else.
+TEST_F(DumpstateTest, WhatCannotBeAskedCostsItselfOnly) {
+    ThePlatform().on_property = [](const std::string& key) {
+        if (key != "dumpstate.last_id") throw std::bad_alloc();
+    };
+    EXPECT_TRUE(Call({report_.get(), bundle_.get()}).isOk());
+    std::vector<std::string> expected = ExpectedRequests(true, true);
+    std::erase(expected, "file\tTouch Stats\t-\t/touch/from/property");
+    EXPECT_EQ(ReportRequests(), expected);
+    EXPECT_TRUE(ReadAll(report_.get()).starts_with("verbose logging: disabled\n"));
+    for (const char* record : {"6 - touch: std::bad_alloc", "3 - Dump Bluetooth complete"}) {
+        EXPECT_EQ(std::ranges::count(ThePlatform().logs, record), 1) << record;
+    }
+    EXPECT_TRUE(service_->setVerboseLoggingEnabled(true).isOk());
+}
+
 // A second descriptor that is none is no bundle, but the staging directory is made all the same.
 TEST_F(DumpstateTest, UnusableSecondDescriptorMakesNoBundle) {
     ThePlatform().properties = {{"persist.vendor.verbose_logging_enabled", "true"},
