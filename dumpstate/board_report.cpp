@@ -58,6 +58,7 @@ ndk::ScopedAStatus Dumpstate::dumpstateBoardImpl(
         // capture that no bundle will hold isn't begun: it would stop the modem's logger and keep
         // the caller waiting for nothing.
         const bool verbose = getVerboseLoggingEnabledImpl();
+        if (has_bundle) protect("leftovers", [&] { setLeftoversAside(); });
         if (has_bundle && verbose) protect("modem capture", [&] { capture.Start(); });
     }
     protect("properties", [&] { dumpEntries(fd, kProperties); });

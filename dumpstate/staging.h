@@ -14,6 +14,12 @@ inline constexpr char kStagingDirectory[] = "/data/vendor/log/dumpstate/log";
 // Beside the staging directory, so that it doesn't hold itself.
 inline constexpr char kBundleArchive[] = "/data/vendor/log/dumpstate/combined.tar";
 
+// To be called before the copies begin: what is still in the staging directory then, because
+// removing it failed or took too long, is not to be taken for this report's. It is moved aside in
+// the temporary folder, whose removal ends it, and the system log says so. Takes a moment, however
+// much there is.
+void setLeftoversAside();
+
 // The copy of a file or directory, with all it holds, into the staging directory.
 constexpr Entry CopyToStaging(const char* title, const char* source, std::chrono::seconds timeout) {
     return Command(title, {"/vendor/bin/cp", "-r", source, kStagingDirectory}, timeout);

@@ -103,7 +103,11 @@ TEST_F(DumpstateTest, WhatCannotBeAskedCostsItselfOnly) {
 }
 
 // A second descriptor that is none is no bundle, but the staging directory is made all the same.
+// What is left in that is out of a bundle's way.
 TEST_F(DumpstateTest, UnusableSecondDescriptorMakesNoBundle) {
+    namespace fs = std::filesystem;
+    const fs::path folder = "/data/vendor/log/dumpstate";
+    fs::create_directories(folder / "log/old");
     ThePlatform().properties = {{"persist.vendor.verbose_logging_enabled", "true"},
                                 {"ro.vendor.touch.dump_path", "/touch/from/property"}};
     std::vector<std::string> expected = ExpectedRequests(false, false);
@@ -114,7 +118,19 @@ TEST_F(DumpstateTest, UnusableSecondDescriptorMakesNoBundle) {
         EXPECT_TRUE(Call({report_.get(), second}).isOk());
         EXPECT_EQ(ReportRequests(), expected);
         EXPECT_FALSE(Captured());
+        EXPECT_TRUE(fs::exists(folder / "log/old"));
     }
+    for (const int left : {1, 0}) {
+        ThePlatform().logs.clear();
+        EXPECT_TRUE(Call({report_.get(), bundle_.get()}).isOk());
+        EXPECT_TRUE(fs::is_empty(folder / "log"));
+        EXPECT_EQ(std::ranges::count_if(ThePlatform().logs,
+                                        [](const std::string& record) {
+                                            return record.find("'old' among it") != record.npos;
+                                        }),
+                  left);
+    }
+    fs::remove_all(folder);
 }
 
 // The first line shows what was set when the report began; the modem's logs are captured if it is
