@@ -31,6 +31,9 @@ constexpr milliseconds kLongestDelay{4000};
 constexpr int kAttemptsBeforeLongerDelays = 40;
 constexpr int kMostAttempts = 2500;
 
+// The client that the calling thread receives for, if it does.
+thread_local const SocketClient* received_here = nullptr;
+
 template <typename Call>
 int Uninterrupted(Call call) {
     int result = -1;
@@ -96,7 +99,11 @@ SocketClient::SocketClient(Deadline deadline)
     : receiveBuffer_(kReceiveBufferSize), deadline_(std::move(deadline)) {}
 
 SocketClient::~SocketClient() {
-    disconnect();
+    if (onReceiveThread()) {
+        receiveThread_.detach();  // which ends with this: it has let go of who owned this client
+    } else {
+        disconnect();
+    }
 }
 
 bool SocketClient::connectInBackground(const char* socketName, const sp<ICallbacks>& callbacks) {
@@ -169,9 +176,7 @@ bool SocketClient::sendMessage(const void* data, size_t length) {
         LOGW("sendMessage", "Tried sending a message, but don't have a valid socket handle");
         return false;
     }
-    // A daemon that goes away must not end the process, even one that doesn't ignore SIGPIPE on a
-    // kernel that raises it for this kind of socket.
-    const ssize_t sent = send(socket.fd(), data, length, MSG_NOSIGNAL);
+    const ssize_t sent = send(socket.fd(), data, length, 0);
     if (sent < 0) {
         LOGE("sendMessage", "Failed to send %zu bytes of data: %s", length, std::strerror(errno));
     } else if (sent == 0) {
@@ -186,7 +191,7 @@ bool SocketClient::sendMessage(const void* data, size_t length) {
 }
 
 bool SocketClient::onReceiveThread() const {
-    return std::this_thread::get_id() == receiveThreadId_.load();
+    return received_here == this;
 }
 
 bool SocketClient::tryConnect(bool suppressErrorLogs) {
@@ -255,14 +260,14 @@ bool SocketClient::reconnect() {
 }
 
 void SocketClient::receiveThread() {
-    receiveThreadId_ = std::this_thread::get_id();
+    received_here = this;
     while (!shuttingDown_ && (socket_ != -1 || reconnect()) && receiveWhileConnected()) {
     }
     // Connected by doConnect(), and told to end before this thread came to it.
     if (socket_ != -1) closeSocket();
     if (!shuttingDown_) callbacks_->onConnectionAbandoned();
-    callbacks_.clear();
-    receiveThreadId_ = std::thread::id();  // once joined, it may become another thread's
+    // Callbacks that own this client may take it along: nothing of it is touched after that.
+    const sp<ICallbacks> last = std::move(callbacks_);
 }
 
 // False when there is no waiting for the socket, with which the thread ends. The socket is closed

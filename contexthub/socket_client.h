@@ -21,8 +21,8 @@ namespace android::chre {
 //
 // Any thread may call any operation at any time between the end of the constructor and the start of
 // the destructor: connects and disconnects are served one after the other, sends beside everything.
-// The destructor is not for the receive thread, so a callbacks object that owns its client has to
-// disconnect before it lets go of itself.
+// The receive thread's reference keeps a callbacks object that owns its client: who lets go of the
+// two without disconnecting leaves them, and the thread, until the connection is given up.
 class SocketClient {
   public:
     // What the receive thread tells. All calls are made on it. They may send, but neither connect
@@ -71,8 +71,8 @@ class SocketClient {
     void disconnect();
 
     // Sends one datagram, taking no lock and making no copy. False when it did not go whole: there
-    // is no connection, the daemon is gone (no signal is raised), or for three seconds it has not
-    // made room.
+    // is no connection, the daemon is gone (the process ignores SIGPIPE), or for three seconds it
+    // has not made room.
     //
     // A send reaches the connection that is there when it begins, or nothing: one that is lost
     // meanwhile makes it false, and its descriptor is not closed, and so can't become another
@@ -103,7 +103,6 @@ class SocketClient {
 
     const Deadline deadline_;
     std::atomic<uint32_t> socketUsers_ = 0;
-    std::atomic<std::thread::id> receiveThreadId_{};
     // Held by a connect or disconnect from its beginning to its end. Recursive because a connect
     // may have to disconnect.
     std::recursive_mutex lifecycleMutex_;

@@ -285,10 +285,25 @@ TEST_F(SocketClientTest, AbsentDaemonIsTriedOnTheWholeScheduleAndGivenUp) {
     EXPECT_EQ(records.Take(), expected);
     client_.disconnect();
     EXPECT_EQ(records.Take(), Log{"3 Waiting for RX thread to exit"});
+
+    // Callbacks that own their client take nothing else along when the receive thread lets go.
+    struct Owner : Callbacks {
+        using Callbacks::Callbacks;
+        SocketClient client{[](milliseconds) { return steady_clock::time_point::min(); }};
+    };
+    const Captured quiet;
+    sp<Owner> owner(new Owner(events_));
+    ASSERT_TRUE(owner->client.connectInBackground("none", owner));
+    owner.clear();
+    EXPECT_EQ(events_.Next(), "abandoned");
+    EXPECT_EQ(events_.Next(), "released");
 }
 
 TEST_F(SocketClientTest, DatagramsPassWholeAndInOrder) {
-    callbacks_->in_message = [this] { EXPECT_TRUE(Send("answer")); };
+    callbacks_->in_message = [this] {
+        EXPECT_TRUE(Send("answer"));
+        epoll_error = EINTR;  // as when a signal comes
+    };
     Connect();
     std::string bytes(32768, '\0');
     for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 31 >> 3);
@@ -443,8 +458,8 @@ TEST_F(SocketClientTest, DaemonThatAcceptsNobodyHoldsNobodyUp) {
     EXPECT_LT(steady_clock::now() - start, 3s);
 }
 
-TEST_F(SocketClientTest, FailedSendsAreToldAndRaiseNoSignal) {
-    ASSERT_NE(signal(SIGPIPE, SIG_DFL), SIG_ERR);
+TEST_F(SocketClientTest, FailedSendsAreTold) {
+    ASSERT_NE(signal(SIGPIPE, SIG_IGN), SIG_ERR);  // as the service does
     std::promise<void> tried;
     callbacks_->in_message = [&] { tried.get_future().wait(); };
     Connect();
@@ -483,8 +498,10 @@ TEST_F(SocketClientTest, WithoutThreadsOrDescriptorsNothingIsLeftBehind) {
     pthread_attr_setstacksize(&attributes, SIZE_MAX / 16 * 15);  // more than there can be
     for (const bool background : {true, false}) {
         pthread_setattr_default_np(&attributes);
-        EXPECT_THROW(client_.doConnect("hub", callbacks_, background), std::system_error);
+        EXPECT_THROW(client_.doConnect("hub", new Callbacks(events_), background),
+                     std::system_error);
         pthread_setattr_default_np(&before);
+        EXPECT_EQ(events_.Take(), Log{"released"});
         EXPECT_EQ(Failure(Send("x")), kNoSocket);
     }
     daemon_.Accept();
