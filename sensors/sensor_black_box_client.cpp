@@ -43,6 +43,9 @@ constexpr size_t kTimestampBytes = 9;
 // to spare.
 constexpr uint64_t kMostSnapshotBytes = uint64_t{256} << 20;
 
+// As long as for ever, and a deadline that no clock of the system's is too narrow for.
+constexpr std::chrono::seconds kLongestWait = std::chrono::years(10);
+
 // One piece of a sensor's data.
 struct Piece {
     static constexpr uint32_t kHeaderBytes = 14;
@@ -358,7 +361,12 @@ bool SensorBlackBoxClient::Done() const {
 
 void SensorBlackBoxClient::PrintToFd(int fd, std::chrono::seconds timeout) {
     std::unique_lock lock(mutex_);
-    if (!Done()) waitForSnapshot(lock, timeout);
+    if (!Done()) {
+        // A dump that was stopped before anybody came to wait isn't waited for.
+        const auto bounded = std::clamp(timeout, timeout.zero(), kLongestWait);
+        data_condition_.wait_until(lock, std::chrono::steady_clock::now() + bounded,
+                                   [this] { return reader_woken_; });
+    }
     ReportWriter report(fd);
     report.Print("------ Sensor Black Box ------\n");
     for (const auto& [number, buffer] : buffers_) {
@@ -372,20 +380,6 @@ void SensorBlackBoxClient::PrintToFd(int fd, std::chrono::seconds timeout) {
             report.Print("*** Sensor %d (%s) ***\n", number, name);
             WriteRecords(report, *FindSensorType(number), buffer, newest->second);
         }
-    }
-}
-
-// A dump that was stopped before anybody came to wait will not be completed: nobody waits for it.
-void SensorBlackBoxClient::waitForSnapshot(std::unique_lock<std::mutex>& lock,
-                                           std::chrono::seconds timeout) {
-    using Clock = std::chrono::steady_clock;
-    if (timeout <= timeout.zero()) return;
-    auto now = Clock::now();
-    const auto most = std::chrono::floor<std::chrono::seconds>(Clock::time_point::max() - now);
-    const auto deadline = now + std::min(timeout, most);
-    // In steps: the system's own waits may count their seconds in 32 bits.
-    for (; !reader_woken_ && now < deadline; now = Clock::now()) {
-        data_condition_.wait_until(lock, std::min(deadline, now + std::chrono::hours(1)));
     }
 }
 

@@ -26,7 +26,7 @@ namespace tev::dumpstate {
 //
 // While its connection is up, the connection holds a reference to the client that owns it. So who
 // started a client calls disconnect() before letting go of it, on a thread that is not the receive
-// thread.
+// thread. The client of one who doesn't goes on until the connection has been given up.
 class SensorBlackBoxClient : public android::chre::SocketClient::ICallbacks,
                              public android::chre::IChreMessageHandlers {
   public:
@@ -34,6 +34,7 @@ class SensorBlackBoxClient : public android::chre::SocketClient::ICallbacks,
     // name; none when that can't even be begun. An absent daemon is waited for.
     static android::sp<SensorBlackBoxClient> start(uint64_t nanoapp_id, const char* socket_name);
 
+    // A client without a connection, for whoever hands it the messages: no request gets anywhere.
     explicit SensorBlackBoxClient(uint64_t nanoapp_id) : nanoapp_id_(nanoapp_id) {}
 
     // Ends the connection and its thread, whatever they are doing, and waits for that.
@@ -66,7 +67,6 @@ class SensorBlackBoxClient : public android::chre::SocketClient::ICallbacks,
     bool Done() const;
     void acceptPiece(const Payload& payload);
     SensorBlackBoxBuffer* findOrCreateBuffer(const SensorType& type, uint32_t total_bytes);
-    void waitForSnapshot(std::unique_lock<std::mutex>& lock, std::chrono::seconds timeout);
 
     android::chre::SocketClient socket_;
     const uint64_t nanoapp_id_;
