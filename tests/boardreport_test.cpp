@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -58,11 +59,12 @@ class BoardreportTest : public testing::Test {
 TEST_F(BoardreportTest, ShowsEachSectionAndKeepsTheReport) {
     const Result result = Shell("boardreport --no-bundle");
     EXPECT_EQ(result.status, 0) << result.output;
+    const std::string sections =
+            std::to_string(std::ranges::count(result.output, '\n') - 1) + " sections";
     EXPECT_TRUE(std::regex_search(
             result.output,
-            std::regex(
-                    R"(^ +\d+\.\d{3} s  VENDOR PROPERTIES\n( +\d+\.\d{3} s  .*\n)+)"
-                    R"(48 sections, 1 failed or timed out; [\d.]+ KiB in report.txt; [\d.]+ s\n$)")))
+            std::regex(R"(^ +\d+\.\d{3} s  VENDOR PROPERTIES\n( +\d+\.\d{3} s  .*\n)+)" + sections +
+                       R"(, 1 failed or timed out; [\d.]+ KiB in report.txt; [\d.]+ s\n$)")))
             << result.output;
     EXPECT_NE(result.output.find("sw5100_bms: cannot open /sys"), std::string::npos);
     EXPECT_TRUE(ReadFile("/tmp/out/report.txt").starts_with("verbose logging: disabled\n------ "));
