@@ -48,7 +48,7 @@ void outputHostLog(int priority, std::FILE* stream, const char* format, const ch
     va_start(arguments, line);
     va_list again;
     va_copy(again, arguments);
-    const bool only_counted = __android_log_vprint(priority, kTag, format, arguments) == 0;
+    __android_log_vprint(priority, kTag, format, arguments);
     va_end(arguments);
 
     // In one piece, so that what other threads and the system log write to the same place stays
@@ -63,7 +63,7 @@ void outputHostLog(int priority, std::FILE* stream, const char* format, const ch
     advance(std::vsnprintf(copy + length, kMost - length, format, again));
     va_end(again);
     copy[length++] = '\n';
-    if (!only_counted) WriteCopy(stream, {copy, length});
+    WriteCopy(stream, {copy, length});
     errno = error;
 }
 

@@ -11,8 +11,7 @@ namespace android::chre {
 //
 // The copy is a convenience and holds nobody up: a reader that has stopped costs 100 ms once and
 // every copy until it takes something again; a reader that is gone costs the copy, as the process
-// ignores SIGPIPE. What is longer than a kilobyte is cut there, and a record of a flood that the
-// system log only counts is not copied. Keeps errno.
+// ignores SIGPIPE. What is longer than a kilobyte is cut there. Keeps errno.
 void outputHostLog(int priority, std::FILE* stream, const char* format, const char* operation,
                    int line, ...) __attribute__((__format__(printf, 3, 6)));
 
