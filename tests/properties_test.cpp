@@ -233,7 +233,7 @@ TEST(SystemLog, AFloodIsCountedAndAStuckReaderWaitedForOnce) {
     log.Fill();
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < 20; ++i) {
-        EXPECT_LT(tell("other", std::to_string(i)), 0);
+        EXPECT_LT(tell("other", "lost"), 0);
     }
     EXPECT_GE(std::chrono::steady_clock::now() - start, 100ms);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 1900ms);

@@ -118,7 +118,10 @@ class Log {
         const int error = platform::WriteUntil(STDERR_FILENO, text, now + kLogPatience);
         lost_ = error == 0 ? 0 : lost_ + repeats_ + (repeats ? 0 : 1);
         repeats_ = 0;
-        if (error != 0) return -error;
+        if (error != 0) {
+            last_message_.clear();  // nobody has seen it
+            return -error;
+        }
         told_ = now;
         return repeats ? 0 : 1;
     }
