@@ -241,6 +241,8 @@ TEST(SystemLog, AFloodIsCountedAndAStuckReaderWaitedForOnce) {
     EXPECT_EQ(tell("other", "late"), 1);
     EXPECT_EQ(log.Take(),
               (Records{"W log: 20 records lost: the log's reader had stopped", "I other: late"}));
+    close(STDERR_FILENO);
+    EXPECT_EQ(tell("other", "to nobody"), -EBADF);
 }
 
 }  // namespace
