@@ -435,14 +435,21 @@ TEST_F(PrimitivesTest, FullPipeIsWaitedFor) {
     }
 }
 
+// Leaves it a blocking one.
+void Fill(int pipe) {
+    fcntl(pipe, F_SETFL, O_NONBLOCK);
+    while (write(pipe, "f", 1) == 1) {
+    }
+    fcntl(pipe, F_SETFL, 0);
+}
+
 // A stuck reader is waited for once. Until it takes something, files are not copied and commands
 // run for their effects, and then all is as before.
 void StickAndGoOn(const std::string& path) {
     int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     fcntl(ends[1], F_SETPIPE_SZ, 1 << 20);  // no more is to be had
-    while (write(ends[1], path.data(), 1) == 1) {
-    }
+    Fill(ends[1]);
     const auto start = steady_clock::now();
     EXPECT_EQ(DumpFileToFd(ends[1], "T", path), -1);
     const auto found = steady_clock::now();
@@ -455,8 +462,7 @@ void StickAndGoOn(const std::string& path) {
     Drain(ends[0]);
     EXPECT_EQ(DumpFileToFd(ends[1], "T", path), 0);
     EXPECT_TRUE(Drain(ends[0]).starts_with("------ T (" + path + ") ------\ncontent\n"));
-    while (write(ends[1], path.data(), 1) == 1) {
-    }
+    Fill(ends[1]);
     std::thread late_reader([&] {
         std::this_thread::sleep_for(300ms);
         Drain(ends[0]);
@@ -484,6 +490,8 @@ void StickTerminalAndSocket(const std::string& path) {
     const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
     int sockets[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets), 0);
+    const int small = 4096;  // less than what is sent in one piece
+    setsockopt(sockets[0], SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
     std::thread socket([&] { EXPECT_EQ(DumpFileToFd(sockets[0], "T", path), -1); });
     EXPECT_EQ(DumpFileToFd(terminal, "T", path), -1);
     socket.join();
