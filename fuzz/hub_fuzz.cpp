@@ -19,10 +19,11 @@
 #include <cstdarg>
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fuzz_input.h"
-#include "host_protocol_common.h"
+#include "hub_messages.h"
 #include "sensor_black_box_client.h"
 
 // Records are formatted, as what they show comes from the hub, and go nowhere.
@@ -48,40 +49,21 @@ extern "C" const char* __asan_default_options() {
 
 namespace {
 
-namespace fbs = chre::fbs;
 using tev::dumpstate::SensorBlackBoxClient;
-
-constexpr uint64_t kBlackBox = 0x4E6F727665001025;
-constexpr uint16_t kEveryHostEndpoint = 0xFFFF;
 
 enum Kind : uint8_t { kDatagram, kNanoappList, kPrint, kPiece };
 
-void Receive(SensorBlackBoxClient& client, const uint8_t* data, size_t size) {
-    // A copy of its own: reading past it shows, and it is aligned as the receive buffer is.
-    const std::vector<uint8_t> datagram(data, data + size);
+// In a buffer of its own: reading past it shows, and it is aligned as the receive buffer is.
+void Receive(SensorBlackBoxClient& client, const Bytes& datagram) {
     client.onMessageReceived(datagram.data(), static_cast<uint32_t>(datagram.size()));
 }
 
 void ReceiveNanoappList(SensorBlackBoxClient& client, std::span<const uint8_t> nanoapps) {
-    flatbuffers::FlatBufferBuilder builder;
-    std::vector<flatbuffers::Offset<fbs::NanoappListEntry>> entries;
-    for (const uint8_t nanoapp : nanoapps) {
-        const uint64_t id = (nanoapp & 1) != 0 ? kBlackBox : nanoapp;
-        entries.push_back(fbs::CreateNanoappListEntry(builder, id, 1, (nanoapp & 2) != 0));
+    std::vector<std::pair<uint64_t, bool>> listed;
+    for (const uint8_t one : nanoapps) {
+        listed.emplace_back((one & 1) != 0 ? kBlackBox : one, (one & 2) != 0);
     }
-    const auto list = fbs::CreateNanoappListResponse(builder, builder.CreateVector(entries));
-    chre::HostProtocolCommon::finalize(builder, fbs::ChreMessage::NanoappListResponse, list.Union(),
-                                       0);
-    Receive(client, builder.GetBufferPointer(), builder.GetSize());
-}
-
-void ReceiveNanoappMessage(SensorBlackBoxClient& client, uint32_t type,
-                           std::span<const uint8_t> payload) {
-    flatbuffers::FlatBufferBuilder builder;
-    chre::HostProtocolCommon::encodeNanoappMessage(builder, kBlackBox, type, kEveryHostEndpoint,
-                                                   payload.data(), payload.size(), 0, 0, false,
-                                                   false, 0);
-    Receive(client, builder.GetBufferPointer(), builder.GetSize());
+    Receive(client, List(listed));
 }
 
 void ReceivePiece(SensorBlackBoxClient& client, FuzzInput piece) {
@@ -99,7 +81,7 @@ void ReceivePiece(SensorBlackBoxClient& client, FuzzInput piece) {
         payload.insert(payload.end(), 3, high ? 0xFF : 0);
     }
     payload.insert(payload.end(), data.begin(), data.end());
-    ReceiveNanoappMessage(client, kFragmentData, payload);
+    Receive(client, Message(kFragmentData, payload));
 }
 
 // What is printed is whole lines of plain text, whatever the hub has sent.
@@ -126,7 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const std::span<const uint8_t> bytes = input.Bytes(low | size_t{input.Byte()} << 8);
         switch (kind) {
             case kDatagram:
-                Receive(*client, bytes.data(), bytes.size());
+                Receive(*client, {bytes.begin(), bytes.end()});
                 break;
             case kNanoappList:
                 ReceiveNanoappList(*client, bytes);
@@ -138,7 +120,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 ReceivePiece(*client, FuzzInput(bytes.data(), bytes.size()));
                 break;
             default:
-                ReceiveNanoappMessage(*client, uint32_t{kind} - kPiece, bytes);
+                Receive(*client, Message(uint32_t{kind} - kPiece, {bytes.begin(), bytes.end()}));
         }
     }
     Print(*client);

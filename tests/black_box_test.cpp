@@ -32,7 +32,7 @@
 #include <vector>
 
 #include "expected_report.h"
-#include "host_messages_generated.h"
+#include "hub_messages.h"
 #include "processes.h"
 #include "recording_platform.h"
 #include "sensor_black_box_buffer.h"
@@ -118,79 +118,11 @@ static time_t SecondsOf(Action action) {
 namespace tev::dumpstate {
 namespace {
 
-constexpr uint64_t kNanoapp = 0x4E6F727665001025;
-constexpr uint16_t kEndpoint = 0x9023;
-
-using Bytes = std::vector<uint8_t>;
 using Strings = std::vector<std::string>;
-
-Bytes Le(uint64_t value, size_t width = 4) {
-    Bytes bytes;
-    for (size_t i = 0; i < width; ++i) bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
-    return bytes;
-}
-
-Bytes FromHex(std::string digits) {
-    std::erase(digits, ' ');
-    Bytes bytes;
-    for (size_t i = 0; i < digits.size(); i += 2) {
-        bytes.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
-    }
-    return bytes;
-}
-
-Bytes operator+(Bytes left, const Bytes& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
-Bytes Piece(uint8_t sensor, uint8_t cookie, uint32_t total, uint32_t offset, uint32_t length,
-            const Bytes& data) {
-    return Bytes{sensor, cookie} + Le(total) + Le(offset) + Le(length) + data;
-}
-
-template <typename Message>
-Bytes Datagram(Message&& message) {
-    fbs::MessageContainerT container;
-    container.message.Set(std::forward<Message>(message));
-    container.host_addr = std::make_unique<fbs::HostAddress>(0);
-    flatbuffers::FlatBufferBuilder builder;
-    builder.Finish(fbs::MessageContainer::Pack(builder, &container));
-    return {builder.GetBufferPointer(), builder.GetBufferPointer() + builder.GetSize()};
-}
-
-Bytes Message(uint32_t type, const Bytes& payload, uint16_t endpoint = kEndpoint,
-              uint64_t nanoapp = kNanoapp) {
-    fbs::NanoappMessageT message;
-    message.app_id = nanoapp;
-    message.message_type = type;
-    message.host_endpoint = endpoint;
-    message.message = payload;
-    return Datagram(std::move(message));
-}
-
-Bytes List(const std::vector<std::pair<uint64_t, bool>>& nanoapps) {
-    fbs::NanoappListResponseT list;
-    for (const auto& [id, enabled] : nanoapps) {
-        list.nanoapps.push_back(std::make_unique<fbs::NanoappListEntryT>());
-        list.nanoapps.back()->app_id = id;
-        list.nanoapps.back()->enabled = enabled;
-    }
-    return Datagram(std::move(list));
-}
-
-// Timestamps by sensor type.
-Bytes SnapshotReply(uint32_t fragments, uint8_t cookie,
-                    const std::vector<std::pair<uint8_t, uint64_t>>& timestamps) {
-    Bytes payload = Le(fragments) + Bytes{cookie};
-    for (const auto& [type, nanos] : timestamps) payload = payload + Bytes{type} + Le(nanos, 8);
-    return Message(2, payload);
-}
 
 // All there is to read, of a file from its beginning.
 std::string TextOf(int fd) {
-    std::ifstream file("/proc/self/fd/" + std::to_string(fd));
-    return {std::istreambuf_iterator<char>(file), {}};
+    return ReadFile("/proc/self/fd/" + std::to_string(fd));
 }
 
 // What is written into a memory file.
@@ -211,7 +143,7 @@ class BlackBoxTest : public testing::Test {
 
     void Restart() {
         ThePlatform() = {};
-        client_ = new SensorBlackBoxClient(kNanoapp);
+        client_ = new SensorBlackBoxClient(kBlackBox);
     }
 
     void Feed(const Bytes& datagram) {
@@ -252,13 +184,13 @@ TEST_F(BlackBoxTest, EveryMessageIsCheckedAndLoggedToTheLetter) {
     const std::pair<Bytes, Strings> envelopes[] = {
             {{1, 2, 3}, {"6 Failed to decode message from CHRE"}},
             {List({}), {"6 Sensor black box not found"}},
-            {List({{kNanoapp ^ 1, true}}), {"6 Sensor black box not found"}},
-            {List({{kNanoapp, false}, {kNanoapp, true}}), {"6 Sensor black box not enabled"}},
-            {List({{1, false}, {kNanoapp, true}}),
+            {List({{kBlackBox ^ 1, true}}), {"6 Sensor black box not found"}},
+            {List({{kBlackBox, false}, {kBlackBox, true}}), {"6 Sensor black box not enabled"}},
+            {List({{1, false}, {kBlackBox, true}}),
              {"4 Requesting black box sensor count",
               "6 Failed to send kSensorCountRequest message to sensor black box"}},
             {Message(9, {}, 0x1234), {}},
-            {Message(9, {}, kEndpoint, kNanoapp + 1), {}},
+            {Message(9, {}, kEndpoint, kBlackBox + 1), {}},
             {Message(9, {}, 0xFFFF), {"5 Ignoring unsupported message type 9 from black box"}},
     };
     for (const auto& [datagram, logs] : envelopes) {
@@ -534,7 +466,7 @@ class Hub {
         if (container->message_type() == fbs::ChreMessage::NanoappListRequest) return "list";
         const auto* const message = container->message_as_NanoappMessage();
         if (message == nullptr) return "unexpected";
-        if (message->app_id() != kNanoapp || message->host_endpoint() != kEndpoint ||
+        if (message->app_id() != kBlackBox || message->host_endpoint() != kEndpoint ||
             message->first_word() != ~0U || message->second_word() != ~0U ||
             message->first_flag() || message->second_flag() || message->third_word() != 0) {
             return "wrong envelope";
@@ -548,7 +480,7 @@ class Hub {
     void AcceptListAndCount(uint32_t sensors) {
         connection_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
         EXPECT_EQ(Receive(), "list");
-        Send(List({{kNanoapp, true}}));
+        Send(List({{kBlackBox, true}}));
         EXPECT_EQ(Receive(), "6:");
         Send(Message(7, Le(sensors)));
     }
@@ -563,7 +495,7 @@ TEST(BlackBoxExchange, FetchesFragmentByFragmentAndWakesTheReader) {
         ThePlatform() = {};
         if (with_id) ThePlatform().properties["dumpstate.last_id"] = "-2";
         Hub hub;
-        const auto client = SensorBlackBoxClient::start(kNanoapp, "chre");
+        const auto client = SensorBlackBoxClient::start(kBlackBox, "chre");
         const Report report;
         auto printing = std::async(std::launch::async, [&] {
             client->PrintToFd(report.fd(), std::chrono::seconds::max());
@@ -604,7 +536,7 @@ TEST(BlackBoxExchange, AStoppedDumpWakesTheReaderAndALateOneIsNotWaitedFor) {
         ThePlatform() = {};
         ThePlatform().properties["dumpstate.last_id"] = no_id;
         Hub hub;
-        const auto client = SensorBlackBoxClient::start(kNanoapp, "chre");
+        const auto client = SensorBlackBoxClient::start(kBlackBox, "chre");
         const Report report;
         auto printing =
                 std::async(std::launch::async, [&] { client->PrintToFd(report.fd(), 3600s); });
@@ -627,14 +559,14 @@ TEST(BlackBoxExchange, AStoppedDumpWakesTheReaderAndALateOneIsNotWaitedFor) {
 TEST(BlackBoxExchange, EndsFromEveryState) {
     const ProcessCensus census;
     ThePlatform() = {};
-    EXPECT_EQ(SensorBlackBoxClient::start(kNanoapp, std::string(64, 'x').c_str()).get(), nullptr);
+    EXPECT_EQ(SensorBlackBoxClient::start(kBlackBox, std::string(64, 'x').c_str()).get(), nullptr);
     EXPECT_TRUE(WaitForLog("6 tev-dumpstate Couldn't connect to CHRE socket"));
-    SensorBlackBoxClient::start(kNanoapp, "chre")->disconnect();
+    SensorBlackBoxClient::start(kBlackBox, "chre")->disconnect();
     for (const bool flooding : {false, true}) {
         ThePlatform() = {};
         Hub hub;
         std::future<void> flood;
-        const auto client = SensorBlackBoxClient::start(kNanoapp, "chre");
+        const auto client = SensorBlackBoxClient::start(kBlackBox, "chre");
         hub.AcceptListAndCount(7);
         // A snapshot under way, from a hub that sends for ever and reads nothing.
         hub.Send(SnapshotReply(~0U, 1, {}));

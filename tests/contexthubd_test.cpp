@@ -1,12 +1,10 @@
-// The wearable's context hub as a client of its socket meets it: every byte is written and read
-// here, through the schema alone.
+// The wearable's context hub as the service's own client meets it.
 
+#include <cutils/sockets.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,331 +12,181 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
-#include <memory>
-#include <set>
+#include <sstream>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
-#include "host_messages_generated.h"
+#include "hub_messages.h"
+#include "processes.h"
+#include "recording_platform.h"
+#include "sensor_black_box_client.h"
 
-namespace fbs = chre::fbs;
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-const std::string kSocket = "/tmp/hub.socket";
+const fs::path kSocket = "/dev/socket/hub";
 const std::string kLog = "/tmp/hub.log";
-constexpr uint64_t kBlackBox = 0x4E6F727665001025;
 
-const std::map<uint8_t, uint32_t> kRecordSizes = {{1, 16},  {6, 16},  {8, 16}, {10, 8},
-                                                  {196, 8}, {200, 8}, {214, 8}};
-
-uint32_t Get(const Bytes& bytes, size_t at) {
-    uint32_t value = 0;
-    for (size_t i = 0; i < sizeof value; ++i) value |= uint32_t{bytes.at(at + i)} << (8 * i);
-    return value;
-}
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-int Connect() {
-    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    const timeval patience{60, 0};  // only a hub that is broken takes that long
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    sockaddr_un address{AF_UNIX, {}};
-    kSocket.copy(address.sun_path, sizeof address.sun_path - 1);
-    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return fd;
-    close(fd);
-    return -1;
-}
-
-class Daemon {
-  public:
-    explicit Daemon(const std::string& options) {
-        std::string line = "exec contexthubd --socket " + kSocket + " " + options;
-        fs::remove(kLog);  // another daemon may be writing into it still
-        line += " >" + kLog + " 2>&1";
-        const char* const argv[] = {"sh", "-c", line.c_str(), nullptr};
-        EXPECT_EQ(posix_spawnp(&pid_, argv[0], nullptr, nullptr, const_cast<char**>(argv), environ),
-                  0);
-    }
-    ~Daemon() { End(SIGKILL); }
-    Daemon(const Daemon&) = delete;
-    Daemon& operator=(const Daemon&) = delete;
-
-    // Whether it serves; takes one connection to see.
-    bool Up() const {
-        for (siginfo_t end{};
-             waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-             end.si_pid == 0;) {
-            const int fd = Connect();
-            if (fd >= 0) return close(fd) == 0;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        return false;
-    }
-    // The exit status; with signal 0, once it ends by itself.
-    int End(int signal) {
-        int status = 0;
-        if (pid_ == 0) return -1;
-        if (signal != 0) kill(pid_, signal);
-        waitpid(std::exchange(pid_, 0), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-  private:
-    pid_t pid_ = 0;
+// Of how many sensors the data came whole, and a line for each record without its time.
+struct Snapshot {
+    int whole = 0;
+    std::vector<std::string> values;
 };
 
-// One client. Each step of its exchange gives the word for where it ended, "" when it can go on.
 class Client {
   public:
-    ~Client() { close(fd_); }
+    ~Client() { client_->disconnect(); }
 
-    bool Send(const Bytes& bytes) const {
-        return send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0;
-    }
-    template <typename Message>
-    bool SendMessage(Message message) const {
-        fbs::MessageContainerT container;
-        container.message.Set(std::move(message));
-        container.host_addr = std::make_unique<fbs::HostAddress>(uint16_t{7});
-        flatbuffers::FlatBufferBuilder builder;
-        builder.Finish(fbs::CreateMessageContainer(builder, &container));
-        return Send({builder.GetBufferPointer(), builder.GetBufferPointer() + builder.GetSize()});
-    }
-    bool Ask(uint32_t type, const Bytes& payload = {}, uint64_t app = kBlackBox) const {
-        fbs::NanoappMessageT message;
-        message.app_id = app;
-        message.message_type = type;
-        message.host_endpoint = 0x9023;
-        message.message = payload;
-        return SendMessage(message);
-    }
-    bool AskFragment(uint32_t index) const {
-        return Ask(3, {static_cast<uint8_t>(index), static_cast<uint8_t>(index >> 8), 0, 0, 1, 0, 0,
-                       0});
-    }
-    // The next message, past garbage, which is counted; null at the connection's end.
-    std::unique_ptr<fbs::MessageContainerT> Next() {
-        for (Bytes bytes(65536);;) {
-            const ssize_t size = recv(fd_, bytes.data(), bytes.size(), 0);
-            if (size <= 0) return nullptr;
-            EXPECT_LE(size, 32768);
-            flatbuffers::Verifier verifier(bytes.data(), static_cast<size_t>(size));
-            if (fbs::VerifyMessageContainerBuffer(verifier)) {
-                return fbs::UnPackMessageContainer(bytes.data());
-            }
-            wrong.insert("garbage");
+    // Everything that has come by then.
+    Snapshot After(std::chrono::seconds patience) const {
+        const int report = memfd_create("report", MFD_CLOEXEC);
+        client_->PrintToFd(report, patience);
+        std::istringstream lines(ReadFile("/proc/self/fd/" + std::to_string(report)));
+        close(report);
+        Snapshot snapshot;
+        for (std::string line; std::getline(lines, line);) {
+            if (line.starts_with("***")) ++snapshot.whole;
+            if (line.starts_with("Time: ")) snapshot.values.push_back(line.substr(line.find(',')));
         }
+        return snapshot;
     }
-    // The type and payload of the next message from the black box; 0 for anything else.
-    std::pair<uint32_t, Bytes> Hear() {
-        const auto container = Next();
-        const auto* message = container ? container->message.AsNanoappMessage() : nullptr;
-        if (message == nullptr || message->app_id != kBlackBox) return {};
-        EXPECT_EQ(message->host_endpoint, 0x9023);
-        return {message->message_type, message->message};
-    }
-    bool HearsNothing() const {
-        pollfd fd{fd_, POLLIN, 0};
-        return poll(&fd, 1, 0) == 0;
-    }
-
-    std::string List() {
-        const auto container = SendMessage(fbs::NanoappListRequestT()) ? Next() : nullptr;
-        const auto* list = container ? container->message.AsNanoappListResponse() : nullptr;
-        if (list == nullptr) return "no list";
-        EXPECT_GT(list->nanoapps.size(), 3U);
-        const auto entry = std::ranges::find(list->nanoapps, kBlackBox,
-                                             [](const auto& one) { return one->app_id; });
-        if (entry == list->nanoapps.end()) return "absent";
-        return (*entry)->enabled ? "" : "disabled";
-    }
-    std::string Snapshot(const Bytes& id = {}) {
-        Ask(6);
-        const auto [count_type, count] = Hear();
-        if (count_type != 7 || count.size() != 4) return "no count";
-        if (Get(count, 0) != kRecordSizes.size())
-            return "sensors: " + std::to_string(Get(count, 0));
-        Ask(1, id);
-        const auto [type, reply] = Hear();
-        if (type != 2 || reply.size() != 5 + 9 * kRecordSizes.size()) return "no snapshot";
-        fragments = Get(reply, 0);
-        cookie = reply[4];
-        return "";
-    }
-    std::string Fragment(uint32_t index) {
-        AskFragment(index);
-        std::set<uint8_t> types;
-        for (auto [type, payload] = Hear(); type != 4; std::tie(type, payload) = Hear()) {
-            if (type != 5) return "no fragment";
-            const std::string word = Take(payload);
-            if (!word.empty()) wrong.insert(word);
-            types.insert(payload[0]);
-        }
-        if (types.size() > 1) ++mixed;
-        return "";
-    }
-    std::string Exchange() {
-        std::string end = List();
-        if (end.empty()) end = Snapshot();
-        for (uint32_t i = 0; i < fragments && end.empty(); ++i) end = Fragment(i);
-        return end.empty() ? Verdict() : end;
-    }
-    // "whole", or all that was wrong.
-    std::string Verdict() {
-        if (buffers.size() < kRecordSizes.size()) wrong.insert("lost");
-        for (const auto& [type, buffer] : buffers) {
-            if (std::ranges::count(buffer.second, false) != 0) wrong.insert("lost");
-        }
-        std::string all;
-        for (const std::string& one : wrong) all += (all.empty() ? "" : " ") + one;
-        return all.empty() ? "whole" : all;
-    }
-
-    uint32_t fragments = 0;
-    uint8_t cookie = 0;
-    std::map<uint8_t, std::pair<Bytes, std::vector<bool>>> buffers;  // and what has come
-    std::set<std::string> wrong;
-    int mixed = 0;      // fragments with several sensors' data
-    int backwards = 0;  // pieces that came after a later one
+    int Whole() const { return After(60s).whole; }
 
   private:
-    std::string Take(const Bytes& piece) {
-        const uint8_t type = piece.at(0);
-        const uint32_t total = Get(piece, 2), offset = Get(piece, 6), length = Get(piece, 10);
-        if (piece.size() == 14) return "short";
-        if (piece[1] != cookie) return "cookie";
-        if (!kRecordSizes.contains(type)) return "type";
-        if (total > 200'000'000 || total % kRecordSizes.at(type) != 0) return "total";
-        if (offset >= total || length > total - offset) return "bounds";
-        if (length != piece.size() - 14) return "truncated";
-        auto& [bytes, come] = buffers[type];
-        bytes.resize(total);
-        come.resize(total);
-        if (offset < std::exchange(last_[type], offset)) ++backwards;
-        if (come[offset]) return "duplicate";
-        std::copy(piece.begin() + 14, piece.end(), bytes.begin() + offset);
-        std::fill_n(come.begin() + offset, length, true);
-        return "";
-    }
-
-    const int fd_ = Connect();
-    std::map<uint8_t, uint32_t> last_;
+    const android::sp<tev::dumpstate::SensorBlackBoxClient> client_ =
+            tev::dumpstate::SensorBlackBoxClient::start(kBlackBox, "hub");
 };
 
-TEST(Contexthubd, TellsEachClientWhatSevenSensorsSaw) {
-    Daemon daemon("");
-    ASSERT_TRUE(daemon.Up());
-    Client one, other;
-    EXPECT_TRUE(one.AskFragment(0));  // of no snapshot yet: no answer
-    ASSERT_EQ(one.Snapshot({42, 0, 0, 0}) + other.Snapshot(), "");
-    EXPECT_NE(one.cookie, other.cookie);
-    for (uint32_t i = 0; i < one.fragments; ++i) {
-        ASSERT_EQ(one.Fragment(i) + other.Fragment(other.fragments - 1 - i), "");
-    }
-    EXPECT_EQ(one.Verdict() + other.Verdict(), "wholewhole");
-    EXPECT_EQ(one.buffers, other.buffers);
-    EXPECT_GT(one.mixed, 0);
-    EXPECT_GT(one.backwards, 0);
-    EXPECT_TRUE(one.AskFragment(one.fragments));  // one too many: no answer
-    const uint8_t before = one.cookie;
-    ASSERT_EQ(one.Snapshot(), "");
-    EXPECT_NE(one.cookie, before);
+class ContexthubdTest : public testing::Test {
+  protected:
+    ~ContexthubdTest() override { End(SIGKILL); }
 
-    daemon.End(SIGKILL);
-    Daemon large("--records 100000");
-    ASSERT_TRUE(large.Up());
-    Client client;
-    EXPECT_EQ(client.Exchange(), "whole");
-    size_t records = 0;
-    for (const auto& [type, buffer] : client.buffers) {
-        records += buffer.first.size() / kRecordSizes.at(type);
+    void Start(const std::string& options) {
+        End(SIGTERM);
+        ThePlatform() = {};
+        fs::remove(kLog);
+        std::istringstream words("contexthubd --socket /dev/socket/hub " + options);
+        daemon_ = Spawn({std::istream_iterator<std::string>(words), {}}, kLog);
+        Await([] { return ReadFile(kLog).find("listening at") != std::string::npos; });
     }
-    EXPECT_EQ(records, 100000U);
+    int End(int signal) { return EndChild(daemon_, signal); }
+
+    // What the daemon and its clients said so far.
+    static std::string Said() {
+        std::string said = ReadFile(kLog);
+        for (const char* tag : {"tev-dumpstate", "CHRE"}) {
+            for (const std::string& record : LogsOf(tag)) said += record + "\n";
+        }
+        return said;
+    }
+    static void AwaitWord(const std::string& word) {
+        Await([&] { return Said().find(word) != std::string::npos; });
+        EXPECT_NE(Said().find(word), std::string::npos) << word << "\n" << Said();
+    }
+
+  private:
+    pid_t daemon_ = -1;
+};
+
+TEST_F(ContexthubdTest, TellsEachClientWhatSevenSensorsSaw) {
+    Start("--records 100000");
+    const Client one, other;
+    const Snapshot snapshot = one.After(60s);
+    EXPECT_EQ(snapshot.whole, 7);
+    EXPECT_EQ(snapshot.values.size(), 99'995U);  // on-wrist records make periods, of two each
+    EXPECT_EQ(other.After(60s).values, snapshot.values);
+    AwaitWord("cookie = 1)");
+    AwaitWord("cookie = 2)");
+    // In any order, so that no sensor is whole long before the others.
+    EXPECT_LT(Said().find("Fully received black box data for sensor 214"),
+              Said().find("Fully received black box data for sensor 1 "));
 }
 
-TEST(Contexthubd, MisbehavesAsTold) {
-    const std::pair<const char*, const char*> cases[] = {
-            {"--absent", "absent"},
-            {"--disabled", "disabled"},
-            {"--no-sensors", "sensors: 0"},
-            {"--lose 3", "lost"},
-            {"--duplicate 3", "duplicate"},
-            {"--wrong-cookie 3", "cookie lost"},
-            {"--unsupported-type 3", "lost type"},
-            {"--short 3", "lost short"},
-            {"--truncate 3", "lost truncated"},
-            {"--huge-length 3", "bounds lost"},
-            {"--huge-offset 3", "bounds lost"},
-            {"--huge-total 3", "lost total"},
-            {"--odd-total 3", "lost total"},
-            {"--garbage 2 --lose 2", "garbage lost"},
-            {"--delay 3 --records 100", "whole"},
-            {"--hang-up-at list-request", "no list"},
-            {"--hang-up-at received:2", "no count"},
-            {"--hang-up-at snapshot-reply", "no snapshot"},
-            {"--hang-up-at fragment-done:2 --delay 1", "no fragment"},
+TEST_F(ContexthubdTest, MisbehavesAsToldAndHoldsUpNobodyElse) {
+    // The fewest records make 14 pieces in 4 fragments; every third is of three of the sensors.
+    const std::string until_the_end = " --hang-up-at fragment-done:4";
+    const std::string gone = "4 CHRE Socket disconnected on remote end";
+    const struct {
+        std::string options;
+        std::string word;  // what the hub or its client says of it
+        int whole;         // sensors; for fewer than all, once the next word is said
+        std::string last;
+    } cases[] = {
+            {"--absent", "Sensor black box not found", 0, ""},
+            {"--disabled", "Sensor black box not enabled", 0, ""},
+            {"--no-sensors", "Sensor black box has no sensors configured.", 0, ""},
+            {"--lose 3" + until_the_end, "hanging up", 4, gone},
+            {"--duplicate 3" + until_the_end, "Duplicated byte received", 7, ""},
+            {"--wrong-cookie 3", "incorrect cookie value", 0, "Stopping black box dump"},
+            {"--unsupported-type 3" + until_the_end, "unsupported sensor type 255", 4, gone},
+            {"--short 3", "null message data, stopping", 0, ""},
+            {"--truncate 3" + until_the_end, "Incomplete black box data buffer", 4, gone},
+            {"--huge-length 3" + until_the_end, "box data out of bound", 4, gone},
+            {"--huge-offset 3" + until_the_end, "Received: 4294967295 - ", 4, gone},
+            {"--huge-total 3" + until_the_end, "4294967280", 4, gone},
+            {"--odd-total 3" + until_the_end, "Unexpected size of buffer for sensor", 4, gone},
+            {"--garbage 2", "Failed to decode message from CHRE", 7, ""},
+            {"--delay 3", "Fully received", 7, ""},
+            {"--hang-up-at list-request", "hanging up at list-request", 7, ""},
+            {"--hang-up-at received:2", "hanging up at received", 7, ""},
+            {"--hang-up-at snapshot-reply", "hanging up at snapshot-reply", 0, gone},
+            {"--hang-up-at fragment-done:2 --delay 1", "hanging up at fragment-done", 2, gone},
+            {"--hang-at count-reply", "hanging at count-reply", 0, ""},
+            {"--hang-at snapshot-request", "hanging at snapshot-request", 0, ""},
+            {"--delay 600000", "client 1: connected", 0, ""},
     };
-    for (const auto& [options, end] : cases) {
+    for (const auto& [options, word, whole, last] : cases) {
         SCOPED_TRACE(options);
-        Daemon daemon(std::string(options) + " --faulty-clients 2");  // Up() is the first
-        ASSERT_TRUE(daemon.Up());
-        Client faulty, other;
-        EXPECT_EQ(faulty.Exchange(), end) << ReadFile(kLog);
-        EXPECT_EQ(other.Exchange(), "whole");
+        Start(options + " --records 25 --faulty-clients 1");
+        const Client faulty;
+        AwaitWord(word);
+        AwaitWord(last);
+        EXPECT_EQ(faulty.After(whole == 7 ? 60s : 0s).whole, whole) << Said();
+        EXPECT_EQ(Client().Whole(), 7);
     }
 }
 
-TEST(Contexthubd, NoClientHoldsUpAnother) {
-    for (const char* options :
-         {"--hang-at count-reply", "--hang-at count-request", "--delay 600000"}) {
-        Daemon daemon(std::string(options) + " --faulty-clients 2");
-        ASSERT_TRUE(daemon.Up());
-        Client hung, other;
-        EXPECT_TRUE(hung.Ask(6) && hung.Ask(6));
-        EXPECT_EQ(other.Exchange(), "whole");
-        EXPECT_TRUE(hung.HearsNothing()) << options;
+TEST_F(ContexthubdTest, IgnoresWhatItCannotReadAndSaysSo) {
+    Start("");
+    for (int client = 0; client < 2; ++client) {  // one that stays and one that is gone
+        const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+        ASSERT_GE(socket_local_client_connect(fd, "hub", ANDROID_SOCKET_NAMESPACE_RESERVED,
+                                              SOCK_SEQPACKET),
+                  0);
+        for (const Bytes& datagram :
+             {Datagram(chre::fbs::Request2T()), Message(6, {}, kEndpoint, kBlackBox + 1),
+              Message(8, {}), Message(3, {0, 0, 0, 0}), Message(3, Le(0) + Le(1)),
+              Message(1, {1, 2, 3}), Bytes(), Bytes(64, 0xFF), Bytes(40000, 0xFF), List({}),
+              Datagram(chre::fbs::NanoappListRequestT()), Message(1, Le(42)),
+              Message(3, Le(99) + Le(1))}) {
+            EXPECT_EQ(send(fd, datagram.data(), datagram.size(), MSG_NOSIGNAL),
+                      static_cast<ssize_t>(datagram.size()));
+        }
+        if (client == 1) close(fd);
     }
-}
-
-TEST(Contexthubd, IgnoresWhatItCannotReadAndSaysSo) {
-    Daemon daemon("");
-    ASSERT_TRUE(daemon.Up());
-    Client client;
-    EXPECT_TRUE(client.SendMessage(fbs::Request2T()) && client.Ask(6, {}, kBlackBox + 1) &&
-                client.Ask(8) && client.Ask(3, {0, 0, 0, 0}) && client.Ask(1, {1, 2, 3}));
-    for (const size_t size : {0U, 1U, 7U, 64U, 40000U}) EXPECT_TRUE(client.Send(Bytes(size, 0xFF)));
-    EXPECT_TRUE(Client().SendMessage(fbs::NanoappListRequestT()));  // and it is gone
-    EXPECT_EQ(client.Exchange(), "whole");
-    const std::string log = ReadFile(kLog);
+    EXPECT_EQ(Client().Whole(), 7);
     for (const char* line :
          {"of union number 2,", "to nanoapp 0x4E6F727665001026,", "no message of type 8;",
           "type 3 to the black box with 4 bytes, not 8;", "with 3 bytes, not 4;",
+          "1 fragments from 0 on, of 0", "1 fragments from 99 on, of 17", "for id 42",
           "a datagram of 0 bytes", "a datagram of 64 bytes that holds no message; ignored",
           "a datagram of 40000 bytes, of which 32768 are the most"}) {
-        EXPECT_NE(log.find(line), std::string::npos) << line << "\n" << log;
+        AwaitWord(line);
     }
 }
 
-TEST(Contexthubd, LeavesNothingBehindAndTakesNothingAway) {
-    const auto refused = [](const char* options, int status, const char* sentence) {
-        EXPECT_EQ(Daemon(options).End(0), status) << options;
+TEST_F(ContexthubdTest, LeavesNothingBehindAndTakesNothingAway) {
+    const auto refused = [](const std::string& options, int status, const char* sentence) {
+        const std::string line = "contexthubd " + options + " >" + kLog + " 2>&1";
+        EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), status) << options;
         EXPECT_NE(ReadFile(kLog).find(sentence), std::string::npos) << ReadFile(kLog);
     };
+    const std::string here = "--socket " + kSocket.native();
     fs::remove(kSocket);
     std::ofstream(kSocket) << "precious";
-    refused("", 1, "cannot listen at /tmp/hub.socket: there is something else than a socket");
+    refused(here, 1, "cannot listen at /dev/socket/hub: there is something else than a socket");
     EXPECT_EQ(ReadFile(kSocket), "precious");
     fs::remove(kSocket);
     refused("--socket /none/chre", 1, "cannot listen at /none/chre: No such file or directory");
@@ -348,22 +196,21 @@ TEST(Contexthubd, LeavesNothingBehindAndTakesNothingAway) {
     std::ofstream(property) << " --records  40 --order up";
     refused("", 2, "--order: up not in");
     std::ofstream(property) << "--absent";
+    Start("");
     {
-        Daemon daemon("--records 40");
-        EXPECT_TRUE(daemon.Up());
-        EXPECT_EQ(Client().Exchange(), "absent");
+        const Client client;
+        AwaitWord("Sensor black box not found");
     }
     fs::remove(property);
-    EXPECT_TRUE(fs::exists(kSocket));  // left by a daemon that was killed: the next one replaces it
-    Daemon daemon("--records 40");
-    ASSERT_TRUE(daemon.Up());
-    refused("", 1, "a daemon is listening there already; end it, or choose another path");
-    Client client;
-    EXPECT_EQ(client.Exchange(), "whole");
-    EXPECT_EQ(daemon.End(SIGTERM), 0);
-    EXPECT_EQ(client.Next(), nullptr);
-    for (const auto& entry : fs::directory_iterator("/tmp")) {
-        EXPECT_FALSE(entry.path().filename().native().starts_with("hub.socket")) << entry;
+    End(SIGKILL);
+    EXPECT_TRUE(fs::exists(kSocket));  // the next one replaces it
+    Start("--order sorted");
+    const Client client;
+    EXPECT_EQ(client.Whole(), 7);
+    refused(here, 1, "a daemon is listening there already; end it, or choose another path");
+    EXPECT_EQ(End(SIGTERM), 0);
+    for (const auto& entry : fs::directory_iterator("/dev/socket")) {
+        EXPECT_FALSE(entry.path().filename().native().starts_with("hub")) << entry;
     }
     fs::remove(kLog);
 }

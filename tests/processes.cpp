@@ -13,7 +13,9 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <thread>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -64,6 +66,11 @@ std::string ProcessCensus::Newcomers() const {
     return newcomers;
 }
 
+std::string ReadFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 pid_t Spawn(const std::vector<std::string>& command, const std::string& errors,
             const std::string& output) {
     std::vector<char*> argv;
@@ -80,11 +87,12 @@ pid_t Spawn(const std::vector<std::string>& command, const std::string& errors,
     return child;
 }
 
-void EndChild(pid_t& child, int signal) {
-    if (child <= 0) return;
+int EndChild(pid_t& child, int signal) {
+    int status = -1;
+    if (child <= 0) return status;
     kill(child, signal);
-    waitpid(child, nullptr, 0);
-    child = -1;
+    waitpid(std::exchange(child, -1), &status, 0);
+    return status;
 }
 
 void Await(const std::function<bool()>& condition) {

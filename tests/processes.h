@@ -29,11 +29,15 @@ class ProcessCensus {
     std::set<std::string> before_;
 };
 
+// What is there now, "" where nothing can be read.
+std::string ReadFile(const std::string& path);
+
 // Starts a program with files for what it prints. What can't be started fails the running test.
 pid_t Spawn(const std::vector<std::string>& command, const std::string& errors,
             const std::string& output = "/dev/null");
-// Sends the signal, waits for the end, and forgets the child. Nothing where there is none.
-void EndChild(pid_t& child, int signal);
+// Sends the signal, 0 for none, waits for the end, and forgets the child. How it ended, as
+// waitpid(2) tells; -1 where there is none.
+int EndChild(pid_t& child, int signal);
 
 // Looks until the condition holds; a minute without fails the running test.
 void Await(const std::function<bool()>& condition);

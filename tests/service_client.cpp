@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <regex>
 
@@ -124,11 +123,6 @@ sd_bus_message* ServiceClient::GetReply(const char* method) {
 
 void ServiceClient::Fail(const char* method) {
     ADD_FAILURE() << method << " replied with something else";
-}
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 static std::vector<std::string> Matches(const std::string& text, const std::regex& regex) {

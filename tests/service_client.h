@@ -53,8 +53,6 @@ class ServiceClient {
     static void Fail(const char* method);
 };
 
-std::string ReadFile(const std::string& path);
-
 // What the pattern's first group matched, each time.
 std::vector<std::string> Matches(const std::string& text, const char* pattern);
 // The titles of a report's sections.
