@@ -478,7 +478,7 @@ class Hub {
 
     // What every connection begins with.
     void AcceptListAndCount(uint32_t sensors) {
-        connection_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        connection_ = Bounded(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
         EXPECT_EQ(Receive(), "list");
         Send(List({{kBlackBox, true}}));
         EXPECT_EQ(Receive(), "6:");
@@ -486,7 +486,7 @@ class Hub {
     }
 
   private:
-    const int listener_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    const int listener_ = Bounded(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     int connection_ = -1;
 };
 

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -101,6 +102,12 @@ void Await(const std::function<bool()>& condition) {
         ASSERT_LT(std::chrono::steady_clock::now(), deadline);
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
+}
+
+int Bounded(int socket) {
+    const timeval patience{60, 0};
+    EXPECT_EQ(setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), 0);
+    return socket;
 }
 
 void BeAnOrdinaryUser(const std::vector<std::string>& belongings) {

@@ -42,6 +42,9 @@ int EndChild(pid_t& child, int signal);
 // Looks until the condition holds; a minute without fails the running test.
 void Await(const std::function<bool()>& condition);
 
+// The socket, of which no receive and no accept waits for longer than a minute.
+int Bounded(int socket);
+
 // From here on this process has no rights that an ordinary user has not. What it needs to write to
 // is given to it before.
 void BeAnOrdinaryUser(const std::vector<std::string>& belongings);
