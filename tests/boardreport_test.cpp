@@ -8,9 +8,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <regex>
 #include <string>
+
+#include "processes.h"
 
 namespace fs = std::filesystem;
 
@@ -30,11 +31,6 @@ Result Shell(const std::string& command) {
     }
     result.status = WEXITSTATUS(pclose(pipe));
     return result;
-}
-
-std::string ReadFile(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 class BoardreportTest : public testing::Test {

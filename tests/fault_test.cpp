@@ -373,6 +373,40 @@ std::string ReaderPauses(Wearable& wearable) {
     return report;
 }
 
+int ToNobody() {
+    int ends[2];
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    return ends[1];
+}
+
+int ToAFullDisk() {
+    return open("/dev/full", O_WRONLY | O_CLOEXEC);
+}
+
+Fault ReportGoes(const char* name, int (*to)()) {
+    const auto strike = [=](Wearable& wearable) {
+        const int report = to();
+        EXPECT_EQ(wearable.client().Board({report}), "");
+        close(report);
+        return "";
+    };
+    return {name, strike, "", ""};
+}
+
+Fault BundleGoes(const char* name, int (*to)()) {
+    const auto strike = [=](Wearable& wearable) {
+        const int bundle = to();
+        const int report = memfd_create("report", MFD_CLOEXEC);
+        EXPECT_EQ(wearable.client().Board({report, bundle}), "");
+        std::string text = ReadFile("/proc/self/fd/" + std::to_string(report));
+        close(report);
+        close(bundle);
+        return text;
+    };
+    return {name, strike, "Failed to write"};
+}
+
 std::string NobodyReadsTheBundle(Wearable& wearable) {
     Call call(wearable, false);
     std::string report = call.Read();
@@ -436,6 +470,10 @@ std::vector<Fault> Faults() {
             {"nobody-reads-the-report", NobodyReadsTheReport, "The report is cut here", some},
             {"nobody-reads-standard-output", NobodyReadsStandardOutput, "the reader has stopped",
              AllTitles(), false},
+            ReportGoes("report-to-nobody", ToNobody),
+            ReportGoes("report-to-a-full-disk", ToAFullDisk),
+            BundleGoes("bundle-to-nobody", ToNobody),
+            BundleGoes("bundle-to-a-full-disk", ToAFullDisk),
             {"reader-pauses", ReaderPauses, "Modem SSR history", some},
             {"read-only-properties", ReadOnlyProperties, "Waited mdlog timeout"},
             {"no-properties", NoProperties, "getprop: cannot list"},

@@ -90,38 +90,6 @@ TEST_F(ServiceTest, RefusesWhatItCantServeAndGoesOn) {
     close(fd);
 }
 
-TEST_F(ServiceTest, FaultsCostTheirSectionAndNothingIsLeftOver) {
-    const std::string before = Holdings();
-    const ProcessCensus census;
-
-    // A tool that is gone, one that leaves a child, a directory and a FIFO for a file.
-    const fs::path bin = "/vendor/bin";
-    fs::rename(bin / "uptime", bin / "gone");
-    fs::rename(bin / "getprop", bin / "aside");
-    std::ofstream(bin / "getprop") << "#!/vendor/bin/sh\nsleep 1000 &\necho left\n";
-    fs::permissions(bin / "getprop", fs::perms::all);
-    const fs::path supply = "/sys/class/power_supply";
-    fs::rename(supply / "usb/uevent", supply / "aside");
-    fs::create_directory(supply / "usb/uevent");
-
-    EXPECT_EQ(Titles(Report()), ExpectedTitles(false, false));
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    close(ends[0]);
-    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-    for (const int fd : {ends[1], full}) {
-        EXPECT_EQ(Board({fd}), "");
-        close(fd);
-    }
-    EXPECT_EQ(Holdings(), before);
-    EXPECT_EQ(census.Newcomers(), "");
-
-    fs::remove(supply / "usb/uevent");
-    fs::rename(supply / "aside", supply / "usb/uevent");
-    fs::rename(bin / "aside", bin / "getprop");
-    fs::rename(bin / "gone", bin / "uptime");
-}
-
 // The sorted names of the archive's members.
 std::vector<std::string> Members(int bundle) {
     const std::string list = "/tmp/members";
@@ -178,55 +146,6 @@ TEST_F(ServiceTest, BundleHoldsEveryLogAndLeavesNothing) {
     EXPECT_FALSE(fs::exists("/data/vendor/log/dumpstate"));
     EXPECT_FALSE(fs::exists("/data/vendor/rfs/mpss/modem_efs"));
     EXPECT_EQ(ReadFile("/dev/__properties__/vendor.sys.modem.diag.mdlog"), "true");
-    EXPECT_EQ(Holdings(), before);
-    EXPECT_EQ(census.Newcomers(), "");
-}
-
-// A packer that is missing, one that hangs, and readers of all kinds: the temporary folder is gone
-// afterwards, and the report's last section has come.
-TEST_F(ServiceTest, BundleFaultsCostTheBundleOnly) {
-    const std::string before = Holdings();
-    const ProcessCensus census;
-    int gone[2];
-    int full[2];
-    ASSERT_EQ(pipe2(gone, O_CLOEXEC), 0);
-    close(gone[0]);
-    ASSERT_EQ(pipe2(full, O_CLOEXEC | O_NONBLOCK), 0);
-    while (write(full[1], "f", 1) == 1) {
-    }
-    const int no_space = open("/dev/full", O_WRONLY | O_CLOEXEC);
-    const fs::path tar = "/vendor/bin/tar";
-    const struct {
-        const char* packer;  // a script in tar's place, "" for none at all
-        int bundle;
-        const char* failure;
-    } faults[] = {
-            {nullptr, gone[1], "-"},
-            {nullptr, full[1], "-"},
-            {nullptr, no_space, "-"},
-            {"", memfd_create("bundle", MFD_CLOEXEC), "cannot run /vendor/bin/tar: "},
-            {"exit 3", memfd_create("bundle", MFD_CLOEXEC), "exit status 3\n"},
-    };
-    fs::rename(tar, "/tmp/tar");
-    for (const auto& fault : faults) {
-        if (fault.packer == nullptr) fs::copy_symlink("/tmp/tar", tar);
-        if (fault.packer != nullptr && *fault.packer != '\0') {
-            std::ofstream(tar) << "#!/vendor/bin/sh\n" << fault.packer << "\n";
-            fs::permissions(tar, fs::perms::all);
-        }
-        const int report = memfd_create("report", MFD_CLOEXEC);
-        EXPECT_EQ(Board({report, fault.bundle}), "");
-        const std::string text = ReadFile("/proc/self/fd/" + std::to_string(report));
-        EXPECT_EQ(Matches(text, "\n------ (.*) \\(.*\\) ------(?=\n)"),
-                  ExpectedTitles(false, true));
-        EXPECT_NE(text.find(fault.failure), std::string::npos);
-        EXPECT_FALSE(fs::exists("/data/vendor/log/dumpstate"));
-        close(report);
-        close(fault.bundle);
-        fs::remove(tar);
-    }
-    fs::rename("/tmp/tar", tar);
-    close(full[0]);
     EXPECT_EQ(Holdings(), before);
     EXPECT_EQ(census.Newcomers(), "");
 }
