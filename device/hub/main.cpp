@@ -31,6 +31,7 @@ struct Options {
     uint64_t seed = 1;
     uint32_t records = 7500;  // two minutes
     Order order = Order::kShuffled;
+    StuckSensor stuck;
     Server::Misbehaviour misbehaviour;
 };
 
@@ -108,6 +109,21 @@ void AddMisbehaviour(CLI::App& app, Server::Misbehaviour& misbehaviour) {
     }
 }
 
+// What a stuck sensor leaves is in the recording, which all clients share.
+void AddStuckSensor(CLI::App& app, StuckSensor& stuck) {
+    const char* const group = "Misbehaviour of a sensor, which every client sees";
+    std::vector<std::string> types;
+    for (const uint32_t type : SensorTypes()) types.push_back(std::to_string(type));
+    app.add_option("--freeze", stuck.type, "That sensor's records go on, their values stand still")
+            ->type_name("TYPE")
+            ->check(CLI::IsMember(types))
+            ->group(group);
+    app.add_option("--freeze-after", stuck.after, "They do once it has recorded so many seconds")
+            ->type_name("S")
+            ->capture_default_str()
+            ->group(group);
+}
+
 std::string Footer() {
     std::string footer = "MESSAGE is one of";
     size_t column = footer.size();
@@ -135,7 +151,7 @@ android::base::unique_fd OpenSignals() {
 
 int Serve(const Options& options) {
     const android::base::unique_fd stop = OpenSignals();
-    Hub hub{Recording(options.seed, options.records, options.order)};
+    Hub hub{Recording(options.seed, options.records, options.order, options.stuck)};
     ListeningSocket socket;
     std::string sentence = socket.Open(options.socket);
     if (sentence.empty()) {
@@ -154,6 +170,7 @@ int Run(int argc, char** argv) {
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     AddBasics(app, options);
     AddMisbehaviour(app, options.misbehaviour);
+    AddStuckSensor(app, options.stuck);
     app.footer(Footer());
     app.get_formatter()->column_width(34);
 

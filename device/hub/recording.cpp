@@ -21,8 +21,8 @@ void Cut(uint32_t sensor, uint32_t size, std::mt19937_64& random,
 
 }  // namespace
 
-Recording::Recording(uint64_t seed, uint32_t records, Order order)
-    : random_(seed), sensors_(RecordSensors(random_, records)) {
+Recording::Recording(uint64_t seed, uint32_t records, Order order, const StuckSensor& stuck)
+    : random_(seed), sensors_(RecordSensors(random_, records, stuck)) {
     for (uint32_t sensor = 0; sensor < sensors_.size(); ++sensor) {
         Cut(sensor, static_cast<uint32_t>(sensors_[sensor].bytes.size()), random_, pieces_);
     }

@@ -20,7 +20,7 @@ class Recording {
         uint32_t length;
     };
 
-    Recording(uint64_t seed, uint32_t records, Order order);
+    Recording(uint64_t seed, uint32_t records, Order order, const StuckSensor& stuck);
 
     std::span<const SensorBuffer> sensors() const { return sensors_; }
     // A fragment holds a few pieces. Together, the fragments hold every byte of every sensor once.

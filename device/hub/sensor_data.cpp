@@ -5,6 +5,7 @@
 #include <bit>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <numbers>
 #include <numeric>
 
@@ -155,16 +156,20 @@ void PutU32(std::vector<uint8_t>& bytes, uint32_t value) {
     }
 }
 
-SensorBuffer Record(const Sensor& sensor, uint32_t count, const Walk& walk, Random& random) {
+// The values stand still once `moving_ns` have been recorded.
+SensorBuffer Record(const Sensor& sensor, uint32_t count, uint64_t moving_ns, const Walk& walk,
+                    Random& random) {
     SensorBuffer buffer{sensor.type, 0, 0, {}};
     buffer.bytes.reserve(count * (1 + sensor.values) * sizeof(uint32_t));
     std::uniform_int_distribution<uint32_t> interval(sensor.shortest, sensor.longest);
+    Values values{};
     for (uint32_t number = 0; number < count; ++number) {
         const uint32_t delta = interval(random);
         buffer.span_ns += delta * sensor.unit_ns;
         PutU32(buffer.bytes, delta);
-        const Values values =
+        const Values sampled =
                 sensor.sample({walk, static_cast<double>(buffer.span_ns) / 1e9, number, random});
+        if (number == 0 || buffer.span_ns < moving_ns) values = sampled;
         for (size_t i = 0; i < sensor.values; ++i) {
             PutU32(buffer.bytes, std::bit_cast<uint32_t>(static_cast<float>(values.at(i))));
         }
@@ -178,13 +183,23 @@ SensorBuffer Record(const Sensor& sensor, uint32_t count, const Walk& walk, Rand
 
 const uint32_t kFewestRecords = Sum(&Sensor::events);
 
-std::vector<SensorBuffer> RecordSensors(std::mt19937_64& random, uint32_t records) {
+std::vector<uint32_t> SensorTypes() {
+    std::vector<uint32_t> types;
+    for (const Sensor& sensor : kSensors) types.push_back(sensor.type);
+    return types;
+}
+
+std::vector<SensorBuffer> RecordSensors(std::mt19937_64& random, uint32_t records,
+                                        const StuckSensor& stuck) {
     const Walk walk(random);
     const auto counts = Share(records);
     std::vector<SensorBuffer> buffers;
     buffers.reserve(kSensors.size());
     for (size_t i = 0; i < kSensors.size(); ++i) {
-        buffers.push_back(Record(kSensors[i], counts.at(i), walk, random));
+        const uint64_t moving_ns = kSensors[i].type == stuck.type
+                                           ? uint64_t{stuck.after} * 1'000'000'000
+                                           : std::numeric_limits<uint64_t>::max();
+        buffers.push_back(Record(kSensors[i], counts.at(i), moving_ns, walk, random));
     }
     return buffers;
 }

@@ -13,9 +13,19 @@ struct SensorBuffer {
     std::vector<uint8_t> bytes;
 };
 
+// A sensor that got stuck: its records go on, their values stand still.
+struct StuckSensor {
+    uint32_t type = 0;   // 0: none is
+    uint32_t after = 0;  // seconds of its recording
+};
+
+// The types of the black box's sensors.
+std::vector<uint32_t> SensorTypes();
+
 // The fewest records that RecordSensors() can make.
 extern const uint32_t kFewestRecords;
 
 // So many records in all, of someone who walks and stands by turns: all seven sensors of the black
 // box, every one with a record at least. The same random numbers make the same bytes.
-std::vector<SensorBuffer> RecordSensors(std::mt19937_64& random, uint32_t records);
+std::vector<SensorBuffer> RecordSensors(std::mt19937_64& random, uint32_t records,
+                                        const StuckSensor& stuck);
