@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "report.h"
+
+namespace reader {
+
+struct PageOptions {
+    bool whole = false;                 // show all of every text, however large
+    std::optional<std::string> bundle;  // the archive that came with the first report
+    // How long the first report took to make, where this is known; what its sections don't account
+    // for is shown too.
+    std::optional<double> total_seconds;
+};
+
+// Takes the next bytes of the page; false when they can't be written, which ends it.
+using PageSink = std::function<bool(std::string_view)>;
+
+// Writes one HTML file that shows the report, or several beside one another, the first being what
+// the others are compared with. They have been read with their texts. Returns "" or a sentence that
+// says what is wrong, other than with the sink.
+std::string WritePage(std::span<const Report> reports, const PageOptions& options,
+                      const PageSink& sink);
+
+}  // namespace reader
