@@ -23,11 +23,11 @@ struct Report {
     std::optional<BlackBox> black_box;  // nothing when the report has no such block
     std::vector<TextRange> outside;     // lines outside of sections and black box
     std::vector<Fact> facts;
+    bool cut = false;  // the last line lacks its end
     std::shared_ptr<Source> source;
 
-    size_t failed() const;     // sections with a failure
-    bool complete() const;     // every section that begins ends, and the last line too
-    bool ends_in_line = true;  // the last byte is a newline
+    size_t failed() const;  // sections with a failure
+    bool complete() const;  // it has sections, they all end, and so does the last line
     // "" when nothing is wrong with the black box.
     std::string BlackBoxTrouble() const;
     // Null when the report doesn't say.
@@ -37,11 +37,26 @@ struct Report {
     std::optional<int64_t> BootSeconds() const;
 };
 
+// Fills a report, which outlives it, with what a parser tells.
+class ReportBuilder {
+  public:
+    explicit ReportBuilder(Report& report) : report_(report) {}
+
+    ReportParser::Listener Listener();
+    void Add(Section&& section);
+    void Add(BlackBox&& black_box);
+    // After the parser's Finish(): the facts, and what else can be said only at the end.
+    void Finish(const ReportParser& parser);
+    // "", or the sentence for a file of that name in which the parser found nothing.
+    std::string WhyNoReport(const std::string& name) const;
+
+  private:
+    Report& report_;
+    bool says_verbose_ = false;
+};
+
 // Reads the file, "-" for standard input, to its end. With `texts` its source can be read again.
 // Returns "" or a sentence: it can't be read, is empty, or is no board report.
 std::string ReadReport(const std::string& file, bool texts, Report& report);
-
-// "2026-11-25 07:31:58.250", of seconds since 1970 and nanoseconds after them.
-std::string FormatTime(int64_t seconds, uint64_t nanoseconds);
 
 }  // namespace reader

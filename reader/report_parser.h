@@ -8,15 +8,10 @@
 #include <string_view>
 #include <vector>
 
-namespace reader {
+#include "black_box.h"
+#include "text_range.h"
 
-// Bytes of a report, by offset.
-struct TextRange {
-    uint64_t begin = 0;
-    uint64_t end = 0;
-    uint64_t size() const { return end - begin; }
-    bool operator==(const TextRange&) const = default;
-};
+namespace reader {
 
 struct Section {
     enum class Kind { kCommand, kFile };
@@ -39,29 +34,6 @@ struct Section {
     }
 };
 
-// One sensor of the black box. Column c of record i is values[c][i]: three columns, one, or none
-// when there is no record. Of the on-wrist sensor a record is a period: its start, and its seconds.
-struct Sensor {
-    unsigned number = 0;
-    std::string name;
-    std::string skipped;  // why there are no records: "Incomplete buffer"; "" if not skipped
-    std::vector<uint64_t> times;              // nanoseconds since boot
-    std::vector<std::vector<double>> values;  // as printed, infinities and NaN among them
-    std::optional<double> total_worn;         // seconds; only of the on-wrist sensor
-    TextRange text;                           // heading and records, or the line that skips it
-};
-
-// The block outside of the sections that holds what the sensors recorded.
-struct BlackBox {
-    std::vector<Sensor> sensors;  // as they stand in the report
-    std::string failure;          // what a line of asterisks in it says; "" if none does
-    TextRange text;               // from its heading on
-
-    // What is wrong with the block, as one sentence: what it says itself, "no data" for a bare
-    // heading, which sensors were skipped. "" when nothing is.
-    std::string Trouble() const;
-};
-
 // Reads a board report while it arrives.
 //
 //   ------ TITLE (argv or path) ------
@@ -75,14 +47,14 @@ struct BlackBox {
 // the report ends is told as unfinished, and what was taken for its content is read by the same
 // rules and told after it.
 //
-// Memory: the records of the black box, 8 bytes a time and 8 a value, and what was asked to be
-// captured; else bounded whatever arrives. One thread.
+// Memory: the records of the black box, 8 bytes a time and 8 a value; all else is bounded, whatever
+// arrives. One thread.
 class ReportParser {
   public:
     // What is told while the report is fed. Everything comes in the report's order and once.
     struct Listener {
-        // A section has begun; its title may turn out longer. Only of those that are told as soon
-        // as they end, for showing what is going on.
+        // A section has begun; its title may turn out longer. Not of those that were first taken
+        // for content.
         std::function<void(std::string_view title)> on_begin;
         std::function<void(Section&&)> on_section;
         std::function<void(BlackBox&&)> on_black_box;
@@ -100,15 +72,70 @@ class ReportParser {
     // No more bytes will come. Once.
     void Finish();
 
-    // The first byte that something still to be told may lie on.
-    uint64_t NeededFrom() const;
+    // No section that is still to be told has text before this.
+    uint64_t NeededFrom() const { return items_.empty() ? fed_ : items_.front().begin; }
     uint64_t size() const { return fed_; }
     // From the first line; nothing when it says neither.
     std::optional<bool> verbose() const { return verbose_; }
 
+    // Whether the last line lacks its end. After Finish().
+    bool cut() const { return cut_; }
+
   private:
+    // What has begun and may turn out to be told: a section, or the black box.
+    struct Item {
+        uint64_t begin;      // of the header's line
+        uint64_t after = 0;  // the end of the footer's line; 0 while it is open
+        std::string header;  // "TITLE (argv or path)": where the title ends, the footer tells
+        Section section;
+        std::optional<BlackBox> black_box;  // then it is that
+    };
+    struct Line {
+        std::string_view text;
+        uint64_t begin;
+        uint64_t end;  // behind its newline
+    };
+    struct Footer {
+        std::string_view title;
+        double seconds;
+    };
+
+    bool MayMatter(char first) const;
+    size_t FindLine(std::string_view bytes) const;
+    void Capture(std::string_view bytes);
+
+    void TakeLine(const Line& line);
+    void TakeRule(const Line& line);
+    void TakeHeader(const Line& line, std::string_view header);
+    void TakeFooter(const Line& line, const Footer& footer);
+    void CloseSection(Item& item, const Line& line, const Footer& footer) const;
+    void TakeStars(const Line& line);
+    void TakeBlackBoxLine(const Line& line);
+    void BeginBlackBox(const Line& line);
+    void EndBlackBox(uint64_t at);
+    static std::optional<Footer> ParseFooter(std::string_view line);
+    Item* AddItem(uint64_t begin, std::string_view header);
+    void Tell(Item&& item, uint64_t end);
+    void TellOutside(uint64_t until);
+
+    const Listener listener_;
     uint64_t fed_ = 0;
     std::optional<bool> verbose_;
+    bool cut_ = false;
+
+    bool line_start_ = true;  // else within a line that doesn't matter
+    std::string partial_;     // the beginning of a line that may
+    std::string failure_;     // the last failure line, and where it stands
+    TextRange failure_line_;
+
+    // The first is told as soon as it ends; what follows it, as in the report, has begun within it.
+    std::vector<Item> items_;
+    std::vector<size_t> open_;         // the sections that are open, outermost first
+    bool in_black_box_ = false;        // the last item is the black box, and open
+    size_t pending_bytes_ = 0;         // of the items' headers and captured texts
+    size_t pending_records_ = 0;       // of black boxes that have begun within a section
+    std::optional<size_t> capturing_;  // the item that the text goes to
+    uint64_t told_ = 0;                // what is before this has been told
 };
 
 }  // namespace reader

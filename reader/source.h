@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "report_parser.h"
+#include "text_range.h"
 
 namespace reader {
 
@@ -26,16 +26,17 @@ class Source {
     // error() tells.
     std::string_view Read();
     const std::string& error() const { return error_; }
+    const std::string& name() const { return name_; }  // for messages
 
     // The bytes of the range that there are, appended to `bytes`. Only after Read() has come to the
     // end. False when they can't be read.
     bool ReadAt(TextRange range, std::string& bytes) const;
 
   private:
-    std::string path_;
+    std::string name_;
     int fd_ = -1;
-    int again_fd_ = -1;  // what ReadAt() reads from: fd_, or the temporary file
-    bool spool_ = false;
+    uint64_t begin_ = 0;  // where in fd_ the report begins
+    int spool_fd_ = -1;   // the temporary file, if there is one
     std::vector<char> buffer_;
     std::string error_;
 };

@@ -1,0 +1,344 @@
+#include "report_parser.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <cstring>
+#include <utility>
+
+namespace reader {
+namespace {
+
+constexpr std::string_view kRule = "------ ";
+constexpr std::string_view kRuleEnd = " ------";
+constexpr std::string_view kStars = "*** ";
+constexpr std::string_view kDuration = "s was the duration of '";
+constexpr std::string_view kBlackBox = "------ Sensor Black Box ------";
+constexpr std::string_view kNoBlackBox = "*** no sensor black box";
+constexpr std::string_view kVerbose = "verbose logging: ";
+
+// Longer lines are content; a header holds at most a script.
+constexpr size_t kLongestLine = 8192;
+// A section whose footer was lost may hold a log of headers. So many are waited for at once.
+constexpr size_t kMostOpen = 64;
+// What is remembered of what has begun within a section, so that hostile content fills no memory.
+constexpr size_t kMostItems = 65536;
+constexpr size_t kMostPendingBytes = size_t{16} << 20;
+constexpr size_t kMostPendingRecords = 1'000'000;
+constexpr size_t kMostCaptured = size_t{256} << 10;
+
+constexpr std::array<std::string_view, 6> kFailures = {
+        "cannot run ",  "cannot open ",      "cannot read ",
+        "exit status ", "killed by signal ", "timed out after ",
+};
+
+// "TITLE (argv or path)"
+std::optional<std::string_view> ParseHeader(std::string_view line) {
+    if (!line.starts_with(kRule) || !line.ends_with(kRuleEnd)) return {};
+    if (line.size() < kRule.size() + kRuleEnd.size()) return {};
+    line.remove_prefix(kRule.size());
+    line.remove_suffix(kRuleEnd.size());
+    const size_t detail = line.find(" (");
+    if (!line.ends_with(')') || detail == std::string_view::npos || detail == 0) return {};
+    return line;
+}
+
+std::string_view ApparentTitle(std::string_view header) {
+    return header.substr(0, header.find(" ("));
+}
+
+bool IsTitle(std::string_view title, std::string_view header) {
+    return header.starts_with(title) && header.substr(title.size()).starts_with(" (");
+}
+
+// What the header says beside the title: programs are called by their path in some bin folder.
+void SetDetail(Section& section, std::string_view header) {
+    std::string_view detail = header.substr(section.title.size() + 2);
+    detail.remove_suffix(1);
+    section.detail = detail;
+    const std::string_view program = detail.substr(0, detail.find(' '));
+    const bool command = program.find("bin/") != std::string_view::npos ||
+                         (!program.empty() && !program.starts_with('/'));
+    section.kind = command ? Section::Kind::kCommand : Section::Kind::kFile;
+}
+
+// The failures that tell the kind by themselves.
+void CorrectKind(Section& section) {
+    const std::string_view failure = section.failure;
+    if (failure.starts_with("cannot open ") || failure.starts_with("cannot read ")) {
+        section.kind = Section::Kind::kFile;
+    } else if (failure.starts_with("cannot run ") || failure.starts_with("exit status ") ||
+               failure.starts_with("killed by ")) {
+        section.kind = Section::Kind::kCommand;
+    }
+}
+
+// Whether a line begins in the 64 bytes behind `at` with one of the two. Without a branch, so that
+// it becomes a few vector instructions.
+bool MayHoldLine(const char* at) {
+    unsigned char found = 0;
+    for (size_t i = 0; i < 64; ++i) {
+        const bool end = at[i] == '\n';
+        const bool matters = (at[i + 1] == '-') | (at[i + 1] == '*');
+        found = static_cast<unsigned char>(found | (end & matters));
+    }
+    return found != 0;
+}
+
+}  // namespace
+
+ReportParser::ReportParser(Listener listener) : listener_(std::move(listener)) {}
+
+bool ReportParser::MayMatter(char first) const {
+    return first == '-' || first == '*' || (in_black_box_ && (first == 'T' || first == 'S')) ||
+           (first == 'v' && fed_ == 0);
+}
+
+// Where the next line begins that may matter; the size when none does.
+size_t ReportParser::FindLine(std::string_view bytes) const {
+    size_t at = 0;
+    while (at < bytes.size()) {
+        if (!in_black_box_) {
+            while (at + 64 < bytes.size() && !MayHoldLine(&bytes[at])) at += 64;
+        }
+        const void* const end = std::memchr(&bytes[at], '\n', bytes.size() - at);
+        if (end == nullptr) return bytes.size();
+        at = static_cast<size_t>(static_cast<const char*>(end) - bytes.data()) + 1;
+        if (at < bytes.size() && MayMatter(bytes[at])) return at;
+    }
+    return at;
+}
+
+void ReportParser::Feed(std::string_view bytes) {
+    const uint64_t base = fed_;
+    size_t at = 0;
+    while (at < bytes.size()) {
+        const std::string_view rest = bytes.substr(at);
+        size_t used = 0;
+        if (line_start_ && (!partial_.empty() || MayMatter(rest[0]))) {
+            const size_t end = std::min(rest.find('\n'), rest.size());
+            const std::string_view piece = rest.substr(0, end);
+            if (partial_.size() + end > kLongestLine) {
+                Capture(std::exchange(partial_, {}));
+                line_start_ = false;
+                continue;
+            }
+            if (end == rest.size()) {
+                partial_ += piece;
+                at = bytes.size();
+                break;
+            }
+            used = end + 1;
+            const uint64_t after = base + at + used;
+            if (partial_.empty()) {
+                TakeLine({piece, base + at, after});
+            } else {
+                partial_ += piece;
+                const std::string line = std::exchange(partial_, {});
+                TakeLine({line, after - 1 - line.size(), after});
+            }
+        } else {
+            used = FindLine(rest);
+            Capture(rest.substr(0, used));
+            line_start_ = used < rest.size() || rest.back() == '\n';
+        }
+        fed_ = base + at + used;
+        at += used;
+    }
+    fed_ = base + bytes.size();
+}
+
+void ReportParser::Finish() {
+    cut_ = !line_start_ || !partial_.empty();
+    const std::string line = std::exchange(partial_, {});
+    // Nothing but its newline may lack from a rule. A record would be wrong without its last digit.
+    if (line.starts_with('-')) {
+        TakeLine({line, fed_ - line.size(), fed_});
+        if (ParseFooter(line)) cut_ = false;
+    } else {
+        Capture(line);
+    }
+    EndBlackBox(fed_);
+    std::vector<Item> items = std::exchange(items_, {});
+    for (size_t i = 0; i < items.size(); ++i) {
+        Item& item = items[i];
+        const bool open = item.after == 0;
+        const uint64_t end = i + 1 < items.size() ? items[i + 1].begin : fed_;
+        if (open) item.section.text.end = end;
+        Tell(std::move(item), open ? end : item.after);
+    }
+    TellOutside(fed_);
+}
+
+void ReportParser::Capture(std::string_view bytes) {
+    if (!capturing_) return;
+    std::string& captured = items_[*capturing_].section.captured;
+    const std::string_view taken = bytes.substr(0, kMostCaptured - captured.size());
+    captured += taken;
+    pending_bytes_ += taken.size();
+    if (captured.size() == kMostCaptured) capturing_.reset();
+}
+
+void ReportParser::TakeLine(const Line& line) {
+    if (capturing_) {
+        Capture(line.text);
+        if (line.end - line.begin > line.text.size()) Capture("\n");
+    }
+    if (line.text.starts_with('-')) return TakeRule(line);
+    if (line.begin == 0 && line.text.starts_with(kVerbose)) {
+        verbose_ = line.text.substr(kVerbose.size()) == "enabled";
+        told_ = line.end;
+    }
+    if (line.text.starts_with(kStars)) TakeStars(line);
+    if (in_black_box_) TakeBlackBoxLine(line);
+}
+
+void ReportParser::TakeRule(const Line& line) {
+    if (!line.text.starts_with("------")) return;
+    EndBlackBox(line.begin);
+    if (const auto footer = ParseFooter(line.text)) {
+        TakeFooter(line, *footer);
+    } else if (const auto header = ParseHeader(line.text)) {
+        TakeHeader(line, *header);
+    } else if (line.text == kBlackBox) {
+        BeginBlackBox(line);
+    }
+}
+
+std::optional<ReportParser::Footer> ReportParser::ParseFooter(std::string_view line) {
+    if (!line.starts_with(kRule) || !line.ends_with(kRuleEnd)) return {};
+    line.remove_prefix(kRule.size());
+    const size_t duration = line.find(kDuration);
+    if (duration == std::string_view::npos) return {};
+    const std::string_view seconds = line.substr(0, duration);
+    line.remove_prefix(duration + kDuration.size());
+    if (line.size() <= kRuleEnd.size()) return {};
+    line.remove_suffix(kRuleEnd.size());
+    if (!line.ends_with('\'')) return {};
+    line.remove_suffix(1);
+    const size_t point = seconds.find('.');
+    const bool is_number = point != 0 && point + 4 == seconds.size() &&
+                           std::ranges::count_if(seconds, [](unsigned char c) {
+                               return std::isdigit(c) == 0;
+                           }) == 1;
+    if (!is_number) return {};
+    Footer footer{line, 0};
+    std::from_chars(seconds.data(), seconds.data() + seconds.size(), footer.seconds);
+    return footer;
+}
+
+// Null when too much is pending: then what begins here stays content.
+ReportParser::Item* ReportParser::AddItem(uint64_t begin, std::string_view header) {
+    if (items_.size() == kMostItems || pending_bytes_ > kMostPendingBytes) return nullptr;
+    capturing_.reset();
+    pending_bytes_ += header.size();
+    items_.push_back({begin, 0, std::string(header), {}, {}});
+    return &items_.back();
+}
+
+void ReportParser::TakeHeader(const Line& line, std::string_view header) {
+    if (open_.empty()) TellOutside(line.begin);
+    Item* const item = AddItem(line.begin, header);
+    if (item == nullptr) return;
+    item->section.title = ApparentTitle(header);
+    item->section.text = {line.end, line.end};
+    SetDetail(item->section, header);
+    if (open_.size() == kMostOpen) open_.pop_back();
+    open_.push_back(items_.size() - 1);
+    const std::string& title = item->section.title;
+    if (items_.size() == 1 && listener_.on_begin) listener_.on_begin(title);
+    if (listener_.wants_text && listener_.wants_text(title)) capturing_ = items_.size() - 1;
+}
+
+void ReportParser::TakeFooter(const Line& line, const Footer& footer) {
+    const auto closed = std::ranges::find_if(
+            open_, [&](size_t index) { return IsTitle(footer.title, items_[index].header); });
+    if (closed == open_.end()) return;
+    items_.resize(*closed + 1);
+    open_.erase(closed, open_.end());
+    capturing_.reset();
+    CloseSection(items_.back(), line, footer);
+    if (!open_.empty()) return;
+    Item item = std::move(items_.back());
+    items_.clear();
+    pending_bytes_ = pending_records_ = 0;
+    Tell(std::move(item), line.end);
+}
+
+void ReportParser::CloseSection(Item& item, const Line& line, const Footer& footer) const {
+    Section& section = item.section;
+    section.title = footer.title;
+    SetDetail(section, item.header);
+    section.seconds = footer.seconds;
+    section.complete = true;
+    section.text.end = line.begin;
+    if (failure_line_.end == line.begin && failure_line_.begin >= section.text.begin) {
+        section.failure = failure_;
+        section.text.end = failure_line_.begin;
+        CorrectKind(section);
+    }
+    if (section.kind == Section::Kind::kCommand && section.text.size() > 0) --section.text.end;
+    item.after = line.end;
+}
+
+void ReportParser::TakeStars(const Line& line) {
+    const std::string_view text = line.text.substr(kStars.size());
+    const bool known = std::ranges::any_of(
+            kFailures, [text](std::string_view form) { return text.starts_with(form); });
+    if (known) {
+        failure_ = text;
+        failure_line_ = {line.begin, line.end};
+    }
+    if (!in_black_box_ && line.text.starts_with(kNoBlackBox)) BeginBlackBox(line);
+}
+
+void ReportParser::TakeBlackBoxLine(const Line& line) {
+    BlackBox& black_box = *items_.back().black_box;
+    const bool within = items_.size() > 1;
+    if (within && line.text.starts_with('T') && ++pending_records_ > kMostPendingRecords) {
+        if (black_box.failure.empty()) black_box.failure = "more records than can be kept";
+        return;
+    }
+    black_box.TakeLine(line.text, {line.begin, line.end});
+}
+
+void ReportParser::BeginBlackBox(const Line& line) {
+    if (open_.empty()) TellOutside(line.begin);
+    Item* const item = AddItem(line.begin, {});
+    if (item == nullptr) return;
+    item->black_box.emplace().text.begin = line.begin;
+    in_black_box_ = true;
+}
+
+void ReportParser::EndBlackBox(uint64_t at) {
+    if (!in_black_box_) return;
+    in_black_box_ = false;
+    items_.back().black_box->text.end = at;
+    items_.back().after = at;
+    if (!open_.empty()) return;
+    Item item = std::move(items_.back());
+    items_.clear();
+    Tell(std::move(item), at);
+}
+
+void ReportParser::Tell(Item&& item, uint64_t end) {
+    TellOutside(item.begin);
+    told_ = end;
+    if (item.black_box) {
+        if (listener_.on_black_box) listener_.on_black_box(std::move(*item.black_box));
+        return;
+    }
+    Section& section = item.section;
+    if (section.captured.size() > section.text.size()) {
+        section.captured.resize(static_cast<size_t>(section.text.size()));
+    }
+    if (listener_.on_section) listener_.on_section(std::move(section));
+}
+
+void ReportParser::TellOutside(uint64_t until) {
+    if (told_ < until && listener_.on_outside) listener_.on_outside({told_, until});
+    told_ = until;
+}
+
+}  // namespace reader
