@@ -138,7 +138,7 @@ size_t BlackBox::records() const {
 
 std::string BlackBox::Trouble() const {
     if (!failure.empty()) return failure;
-    if (sensors.empty()) return "no data";
+    if (sensors.empty()) return kNoData;
     std::string trouble;
     for (const Sensor& sensor : sensors) {
         if (sensor.skipped.empty()) continue;

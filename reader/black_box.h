@@ -29,6 +29,8 @@ struct BlackBox {
     std::string failure;          // what a line of asterisks in it says; "" if none does
     TextRange text;               // from its heading on
 
+    static constexpr char kNoData[] = "no data";
+
     // What is wrong with the block, as one sentence: what it says itself, "no data" for a bare
     // heading, which sensors were skipped. "" when nothing is.
     std::string Trouble() const;

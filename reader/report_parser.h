@@ -26,7 +26,7 @@ struct Section {
     // bytes as they stand before the failure line or the footer. Of a section without a footer,
     // what there is before the next section.
     TextRange text;
-    std::string captured;  // the beginning of the text, for sections that were asked for
+    std::string captured;  // the text's beginning, if asked for, up to what looks like a section
 
     // Why it is no good: the failure or "not finished"; "" when it is good.
     std::string_view Trouble() const {

@@ -21,9 +21,15 @@
 #include "dumpstate_client.h"
 #include "output_file.h"
 #include "progress.h"
-#include "report_reader.h"
+#include "read_reports.h"
+#include "report_parser.h"
+#include "summary.h"
 
 namespace {
+
+using reader::BlackBox;
+using reader::HumanSize;
+using reader::Section;
 
 constexpr int kRedrawMillis = 500;
 constexpr size_t kBuffer = size_t{256} * 1024;
@@ -50,7 +56,7 @@ class Stream {
     // "" or the sentence.
     std::string Open() {
         if (file_.error() != 0) {
-            return "cannot write " + file_.path() + ": " + Reason(file_.error()) +
+            return "cannot write " + file_.name() + ": " + Reason(file_.error()) +
                    "; -o and -b choose other files";
         }
         std::array<int, 2> ends{};
@@ -106,17 +112,24 @@ class BoardCall {
   public:
     explicit BoardCall(const BoardOptions& options)
         : mode_(options.mode),
+          page_(options.page),
           report_(options.report),
-          reader_([this](std::string_view title) { progress_.Begin(title); },
-                  [this](const ReportReader::Section& section) { progress_.End(section); }) {
+          parser_({.on_begin = [this](std::string_view title) { progress_.Begin(title); },
+                   .on_section = [this](const Section& section) { progress_.End(section); },
+                   .on_black_box = [this](const BlackBox& box) { progress_.End(box); },
+                   .on_outside = {},
+                   .wants_text = {}}) {
         if (!options.no_bundle) bundle_.emplace(options.bundle);
     }
 
     // "" or the sentence for what keeps the call from being made.
     std::string Start() {
         if (bundle_ && SameFile(report_.file(), bundle_->file())) {
-            return "the report and the bundle can't both go to " + report_.file().path() +
+            return "the report and the bundle can't both go to " + report_.file().name() +
                    "; -o and -b choose other files";
+        }
+        if (!page_.empty() && report_.file().is_standard_output()) {
+            return "a page is made of a report in a file; -o names one";
         }
         std::string sentence = report_.Open();
         if (sentence.empty() && bundle_) sentence = bundle_->Open();
@@ -139,8 +152,19 @@ class BoardCall {
         // All that the service wrote is in the pipes by now. Their end is not waited for: a process
         // that the service left behind may hold it open for ever.
         Receive();
-        reader_.Finish();
+        parser_.Finish();
         progress_.Clear();
+    }
+
+    // Shows what came of the report, whole or not; true when that is done or not wanted.
+    bool MakePage() const {
+        if (page_.empty() || report_.file().size() == 0) return true;
+        reader::PageOptions options;
+        options.total_seconds = Seconds();
+        if (bundle_ && bundle_->file().size() > 0 && !bundle_->file().is_standard_output()) {
+            options.bundle = bundle_->file().path();
+        }
+        return WritePageFile({report_.file().path()}, options, page_) == 0;
     }
 
     // Says how it went; true when all is well.
@@ -157,7 +181,7 @@ class BoardCall {
             return false;
         } else if (!progress_.all_finished()) {
             Complain("the report has sections that never ended; it is kept in " +
-                     report_.file().path());
+                     report_.file().name());
         } else if (report_.file().size() == 0 && report_.file().error() == 0) {
             Complain("the call was accepted, but no report came");
         } else {
@@ -173,6 +197,7 @@ class BoardCall {
     }
 
     static bool SameFile(const OutputFile& one, const OutputFile& other) {
+        if (one.is_standard_output()) return other.is_standard_output();
         std::error_code neither;
         return std::filesystem::is_regular_file(one.path(), neither) &&
                std::filesystem::equivalent(one.path(), other.path(), neither);
@@ -187,7 +212,7 @@ class BoardCall {
     }
 
     void Receive() {
-        report_.Receive(buffer_, [this](std::string_view bytes) { reader_.Feed(bytes); });
+        report_.Receive(buffer_, [this](std::string_view bytes) { parser_.Feed(bytes); });
         if (bundle_) bundle_->Receive(buffer_, [](std::string_view) {});
         progress_.Redraw(bundle_ ? bundle_->file().size() : 0);
     }
@@ -197,7 +222,7 @@ class BoardCall {
         if (file.error() == 0) return true;
         const std::string kept =
                 file.size() > 0 ? "; the first " + HumanSize(file.size()) + " are kept in it" : "";
-        Complain("cannot write " + file.path() + ": " + Reason(file.error()) + kept);
+        Complain("cannot write " + file.name() + ": " + Reason(file.error()) + kept);
         return false;
     }
 
@@ -208,39 +233,42 @@ class BoardCall {
             Complain("the service sent no bundle; its log says why, and --no-bundle asks for none");
             return false;
         }
+        if (file.is_standard_output()) return true;  // gone, and can't be read again
         const ArchiveCheck check = CheckArchive(file.path());
         if (check.fault.empty()) return true;
         Complain("the bundle is not whole: " + check.fault + "; what came is kept in " +
-                 file.path() + " (" + std::to_string(check.entries) + " entries, " +
+                 file.name() + " (" + std::to_string(check.entries) + " entries, " +
                  HumanSize(file.size()) + ")");
         return false;
     }
 
     std::string Partial() const {
-        return "the partial report is kept in " + report_.file().path() + " (" +
+        return "the partial report is kept in " + report_.file().name() + " (" +
                std::to_string(progress_.sections()) + " sections, " +
                HumanSize(report_.file().size()) + ")";
     }
 
+    double Seconds() const {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    }
+
     void Summarize() const {
-        const double seconds =
-                std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-        const std::string bundle =
-                bundle_ && bundle_->file().size() > 0
-                        ? ", " + HumanSize(bundle_->file().size()) + " in " + bundle_->file().path()
-                        : "";
-        std::printf("%d sections, %d failed or timed out; %s in %s%s; %.1f s\n",
-                    progress_.sections(), progress_.failed(),
-                    HumanSize(report_.file().size()).c_str(), report_.file().path().c_str(),
-                    bundle.c_str(), seconds);
+        const bool has_bundle = bundle_ && bundle_->file().size() > 0;
+        const std::string bundle = has_bundle ? ", " + HumanSize(bundle_->file().size()) + " in " +
+                                                        bundle_->file().name()
+                                              : "";
+        std::fprintf(stderr, "%s; %s in %s%s; %.1f s\n", progress_.Verdict().c_str(),
+                     HumanSize(report_.file().size()).c_str(), report_.file().name().c_str(),
+                     bundle.c_str(), Seconds());
     }
 
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     const int mode_;
+    const std::string page_;
     Stream report_;
     std::optional<Stream> bundle_;
     Progress progress_;
-    ReportReader reader_;
+    reader::ReportParser parser_;
     DumpstateClient client_;
     const int signals_ = OpenSignals();
     std::vector<char> buffer_ = std::vector<char>(kBuffer);
@@ -257,5 +285,6 @@ int RunBoardReport(const BoardOptions& options) {
         return 1;
     }
     call.Run();
-    return call.Conclude() ? 0 : 1;
+    const bool page = call.MakePage();
+    return call.Conclude() && page ? 0 : 1;
 }

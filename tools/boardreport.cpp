@@ -2,14 +2,15 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "board_call.h"
 #include "dumpstate_client.h"
+#include "read_reports.h"
 
 namespace {
-
-constexpr int kBadUsage = 2;
 
 int Verbose(const std::string& word) {
     DumpstateClient client;
@@ -30,30 +31,87 @@ int Verbose(const std::string& word) {
     return 1;
 }
 
+// The words that read finished reports, and what they are given.
+struct ReadingWords {
+    explicit ReadingWords(CLI::App& app);
+    // The exit status, once one of them was said.
+    std::optional<int> Run() const;
+
+    std::vector<std::string> files;
+    std::string output = "report.html";
+    std::string bundle;
+    bool whole = false;
+    CLI::App* summary;
+    CLI::App* page;
+    CLI::App* json;
+};
+
+ReadingWords::ReadingWords(CLI::App& app)
+    : summary(app.add_subcommand("summary",
+                                 "Print what is wrong with a finished report, or what differs "
+                                 "between it and others")),
+      page(app.add_subcommand("page",
+                              "Write a page for a browser that shows a finished report, or several "
+                              "beside one another")),
+      json(app.add_subcommand("json", "Print finished reports as one JSON object a line")) {
+    for (CLI::App* const word : {summary, page, json}) {
+        word->add_option("REPORT", files, "The reports; - is standard input")
+                ->type_name("FILE")
+                ->required();
+    }
+    summary->footer(
+            "Exit status: 0 when nothing failed and nothing differs, else 1; 2 for bad usage, 3 "
+            "when "
+            "a report can't be read.");
+    json->footer("Exit status: 0; 2 for bad usage, 3 when a report can't be read.");
+    page->add_option("-o", output, "The page; - is standard output")
+            ->type_name("FILE")
+            ->capture_default_str();
+    page->add_option("-b", bundle, "The log bundle that came with the first report, to be listed")
+            ->type_name("FILE");
+    page->add_flag("--whole", whole, "Show all of every section, however long");
+}
+
+std::optional<int> ReadingWords::Run() const {
+    if (summary->parsed()) return PrintSummary(files);
+    if (json->parsed()) return PrintRecords(files);
+    if (!page->parsed()) return {};
+    reader::PageOptions options;
+    options.whole = whole;
+    if (!bundle.empty()) options.bundle = bundle;
+    return WritePageFile(files, options, output);
+}
+
 int Run(int argc, char** argv) {
     BoardOptions options;
-    std::string word;
-    CLI::App app("Asks the dumpstate service for a board report.", "boardreport");
-    app.add_option("-o", options.report, "The file that receives the report")
+    std::string state;
+    CLI::App app("Asks the dumpstate service for a board report, and reads finished ones.",
+                 "boardreport");
+    app.add_option("-o", options.report, "The file that receives the report; - is standard output")
             ->type_name("FILE")
             ->capture_default_str();
     app.add_option("-b", options.bundle, "The file that receives the log bundle")
             ->type_name("FILE")
             ->capture_default_str();
     app.add_flag("--no-bundle", options.no_bundle, "Ask for no log bundle");
+    app.add_option("--page", options.page, "Make a page for a browser that shows the report")
+            ->type_name("FILE");
     app.add_option("--mode", options.mode, "What the report is for, 0 to 7; all give the same")
             ->type_name("N")
             ->capture_default_str();
+    const ReadingWords words(app);
     CLI::App* const verbose = app.add_subcommand("verbose", "Show or change verbose logging");
-    verbose->add_option("STATE", word, "on, off or show")
+    verbose->add_option("STATE", state, "on, off or show")
             ->required()
             ->check(CLI::IsMember({"on", "off", "show"}));
+    app.require_subcommand(0, 1);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : kBadUsage;
     }
-    return verbose->parsed() ? Verbose(word) : RunBoardReport(options);
+    if (const std::optional<int> status = words.Run()) return *status;
+    return verbose->parsed() ? Verbose(state) : RunBoardReport(options);
 }
 
 }  // namespace

@@ -8,6 +8,11 @@
 #include <utility>
 
 OutputFile::OutputFile(std::string path) : path_(std::move(path)) {
+    if (path_ == "-") {
+        fd_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+        if (fd_ < 0) error_ = errno;
+        return;
+    }
     constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NOCTTY;
     fd_ = open(path_.c_str(), kFlags | O_CREAT | O_EXCL, 0644);
     created_ = fd_ >= 0;

@@ -9,6 +9,7 @@
 // is refused costs no older file. One that was made here and received nothing is removed again.
 class OutputFile {
   public:
+    // "-" is standard output.
     explicit OutputFile(std::string path);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
@@ -18,6 +19,9 @@ class OutputFile {
     int error() const { return error_; }
     bool Write(std::string_view bytes);
 
+    bool is_standard_output() const { return path_ == "-"; }
+    // For messages.
+    std::string name() const { return is_standard_output() ? "standard output" : path_; }
     const std::string& path() const { return path_; }
     uint64_t size() const { return size_; }
 

@@ -2,99 +2,86 @@
 
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
+#include "summary.h"
+#include "utf8.h"
+
+using reader::Printable;
+
 namespace {
 
-// The length of the character at the front of a text that a terminal may be shown: a printable one
-// of ASCII, or a UTF-8 sequence beyond the control characters; 0 where there is none.
-size_t PrintableLength(std::string_view text) {
-    const auto byte = [text](size_t i) {
-        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
-    };
-    const unsigned lead = byte(0);
-    if (lead >= 0x20 && lead < 0x7f) return 1;
-    const size_t length = lead < 0xc2 || lead > 0xf4 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
-    // The second byte's bounds keep controls, overlong forms, surrogates and what is beyond
-    // U+10FFFF out.
-    const unsigned least = lead == 0xc2 || lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
-    const unsigned most = lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
-    if (length == 0 || byte(1) < least || byte(1) > most) return 0;
-    for (size_t i = 2; i < length; ++i) {
-        if ((byte(i) & 0xc0) != 0x80) return 0;
-    }
-    return length;
-}
-
-// What a section prints must not steer the terminal; headers are escaped by the service, but who
-// knows what has answered.
-std::string Printable(std::string_view text) {
-    std::string printable;
-    while (!text.empty()) {
-        const size_t length = PrintableLength(text);
-        printable += length > 0 ? text.substr(0, length) : "?";
-        text.remove_prefix(length > 0 ? length : 1);
-    }
-    return printable;
-}
+// The closing line names no more of what failed.
+constexpr size_t kMostNamed = 5;
 
 }  // namespace
 
 Progress::Progress()
-    : live_(isatty(STDOUT_FILENO) == 1), colour_(live_ && std::getenv("NO_COLOR") == nullptr) {}
+    : live_(isatty(STDERR_FILENO) == 1), colour_(live_ && std::getenv("NO_COLOR") == nullptr) {}
 
 void Progress::Begin(std::string_view title) {
     running_ = Printable(title);
     since_ = std::chrono::steady_clock::now();
 }
 
-void Progress::End(const ReportReader::Section& section) {
+void Progress::End(const reader::Section& section) {
+    ++sections_;
+    if (!section.complete) {
+        ++unfinished_;
+    } else if (!section.failure.empty()) {
+        failed_.push_back(Printable(section.title));
+    }
+    Line(section.seconds, section.title, std::string(section.Trouble()));
+}
+
+// It has no footer: it took from the end of what came before it until now.
+void Progress::End(const reader::BlackBox& black_box) {
+    black_box_ = reader::DescribeBlackBox(&black_box);
+    const bool good = black_box.Trouble().empty();
+    Line(SecondsSince(), good ? "Sensor Black Box: " + black_box_ : "Sensor Black Box",
+         good ? "" : black_box_);
+}
+
+void Progress::Line(double seconds, const std::string& what, const std::string& trouble) {
     Clear();
     running_.clear();
-    ++sections_;
-    std::string note;
-    if (!section.finished) {
-        ++unfinished_;
-        note = "not finished";
-    } else if (!section.failure.empty()) {
-        ++failed_;
-        note = Printable(section.failure);
-    }
-    const char* const on = colour_ && !note.empty() ? "\x1b[31m" : "";
-    const char* const off = colour_ && !note.empty() ? "\x1b[0m" : "";
-    std::printf("%8.3f s  %s%s%s%s%s\n", section.seconds, on, Printable(section.title).c_str(),
-                note.empty() ? "" : ": ", note.c_str(), off);
-    std::fflush(stdout);
+    since_ = std::chrono::steady_clock::now();
+    const bool coloured = colour_ && !trouble.empty();
+    std::fprintf(stderr, "%8.3f s  %s%s%s%s%s\n", seconds, coloured ? "\x1b[31m" : "",
+                 Printable(what).c_str(), trouble.empty() ? "" : ": ", Printable(trouble).c_str(),
+                 coloured ? "\x1b[0m" : "");
+}
+
+double Progress::SecondsSince() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - since_).count();
 }
 
 void Progress::Redraw(uint64_t bundle_size) {
     if (!live_) return;
-    const double seconds =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - since_).count();
-    const std::string bundle = bundle_size > 0 ? "  [bundle " + HumanSize(bundle_size) + "]" : "";
+    const std::string bundle =
+            bundle_size > 0 ? "  [bundle " + reader::HumanSize(bundle_size) + "]" : "";
     if (running_.empty()) {
-        std::printf("\r\x1b[K%s", bundle.c_str());
+        std::fprintf(stderr, "\r\x1b[K%s", bundle.c_str());
     } else {
-        std::printf("\r\x1b[K%8.0f s  %s ...%s", seconds, running_.c_str(), bundle.c_str());
+        std::fprintf(stderr, "\r\x1b[K%8.0f s  %s ...%s", SecondsSince(), running_.c_str(),
+                     bundle.c_str());
     }
-    std::fflush(stdout);
 }
 
 void Progress::Clear() {
-    if (live_) std::fputs("\r\x1b[K", stdout);
+    if (live_) std::fputs("\r\x1b[K", stderr);
 }
 
-std::string HumanSize(uint64_t bytes) {
-    constexpr std::array<const char*, 4> kUnits = {"bytes", "KiB", "MiB", "GiB"};
-    size_t unit = 0;
-    auto size = static_cast<double>(bytes);
-    while (size >= 1024 && unit + 1 < kUnits.size()) {
-        size /= 1024;
-        ++unit;
+std::string Progress::Verdict() const {
+    std::string names;
+    const size_t named = std::min(failed_.size(), kMostNamed);
+    for (size_t i = 0; i < named; ++i) names += (i == 0 ? " (" : ", ") + failed_[i];
+    if (named < failed_.size()) {
+        names += " and " + std::to_string(failed_.size() - named) + " more";
     }
-    std::array<char, 32> text;
-    std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", size, kUnits[unit]);
-    return text.data();
+    if (named > 0) names += ")";
+    return std::to_string(sections_) + " sections, " + std::to_string(failed_.size()) +
+           " failed or timed out" + names + "; black box: " + Printable(black_box_);
 }

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "report.h"
+
+namespace reader {
+
+struct Summary {
+    std::string text;  // lines of at most 80 columns, without control characters but colours
+    bool good;         // nothing failed, and nothing differs
+};
+
+// What is wrong with the report, the most important first; with others, what differs from it.
+Summary Summarize(std::span<const Report> reports, bool colour);
+
+// "7 sensors, 7495 records" and what is wrong with them; null is none in the report.
+std::string DescribeBlackBox(const BlackBox* black_box);
+
+// "1.5 MiB"
+std::string HumanSize(uint64_t bytes);
+
+}  // namespace reader

@@ -1,0 +1,492 @@
+// What a finished report says, from bytes to records and summaries. No device is needed.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "comparison.h"
+#include "json.h"
+#include "report.h"
+#include "sensor_statistics.h"
+#include "summary.h"
+#include "utf8.h"
+
+namespace reader {
+namespace {
+
+std::string Header(const std::string& title, const std::string& detail = "/x") {
+    return "------ " + title + " (" + detail + ") ------\n";
+}
+std::string Footer(const std::string& title, const std::string& seconds = "1.250") {
+    return "------ " + seconds + "s was the duration of '" + title + "' ------\n";
+}
+std::string File(const std::string& title, const std::string& content = "") {
+    return Header(title) + content + Footer(title);
+}
+std::string Command(const std::string& title, const std::string& output) {
+    return Header(title, "/vendor/bin/x -y") + output + "\n" + Footer(title);
+}
+const std::string kBox = "------ Sensor Black Box ------\n";
+
+// Everything that is told, a line each, of the report cut into pieces of the given size.
+std::string Told(const std::string& report, size_t piece = std::string::npos) {
+    std::ostringstream told;
+    const auto bytes = [&report](TextRange range) {
+        return "[" + report.substr(range.begin, range.size()) + "]";
+    };
+    ReportParser parser(
+            {.on_begin = [&](std::string_view title) { told << "> " << title << "\n"; },
+             .on_section =
+                     [&](Section&& section) {
+                         told << "< " << section.title << " " << section.detail
+                              << (section.kind == Section::Kind::kCommand ? "()" : "") << " "
+                              << section.seconds << " " << section.Trouble() << " "
+                              << bytes(section.text) << "\n";
+                         // What looks like a section ends what is captured.
+                         const std::string text = bytes(section.text);
+                         const size_t header = text.find("------ X");
+                         EXPECT_TRUE(text.starts_with("[" + section.captured));
+                         EXPECT_GE(section.captured.size() + 2, std::min(header, text.size()));
+                     },
+             .on_black_box =
+                     [&](BlackBox&& box) {
+                         told << "black box " << box.Trouble() << "\n";
+                         for (const Sensor& sensor : box.sensors) {
+                             told << "  " << sensor.number << " " << sensor.name;
+                             for (size_t i = 0; i < sensor.times.size(); ++i) {
+                                 told << " " << sensor.times[i] << ":";
+                                 for (const auto& column : sensor.values) told << column[i] << ",";
+                             }
+                             if (sensor.total_worn) told << " worn " << *sensor.total_worn;
+                             told << "\n";
+                         }
+                     },
+             .on_outside = [&](TextRange range) { told << "outside " << bytes(range) << "\n"; },
+             .wants_text = [](std::string_view) { return true; }});
+    for (size_t at = 0; at < report.size(); at += std::min(piece, report.size())) {
+        parser.Feed(std::string_view(report).substr(at, piece));
+    }
+    parser.Finish();
+    return told.str();
+}
+
+TEST(ReportParser, TellsTheSameHoweverItIsCut) {
+    const std::string binary("\0\x80 binary\r\n----", 14);
+    const std::string report =
+            "verbose logging: enabled\n" + File("A") + Command("B (b) 'b'", binary) + kBox +
+            "*** Sensor 1 (A (b)) ***\nTime: 18446744073709551615, Value: (-0.500000, 2.000000, "
+            "nan)\nnoise\nTime: 7, Value: 1.000000\nTime: 8, Value: (inf, 340282346638528859811704"
+            "183484516925440.000000, 0.000001)\n*** Sensor 196 (Wear) ***\n"
+            "Time: 5, Time On Wrist: 2.500000s\nTotal Time On Wrist: 2.500000 seconds\n"
+            "Skipping Sensor 6 (Gyroscope): Incomplete buffer\n-------\nstray\n" +
+            Command("C", "half") + Header("D") + "*** exit status 3\nmore\n" + Footer("D") + "end";
+    const std::string expected =
+            "> A\n< A /x 1.25  []\n"
+            "> B\n< B (b) 'b' /vendor/bin/x -y() 1.25  [" +
+            binary +
+            "]\n"
+            "black box Gyroscope skipped: Incomplete buffer\n"
+            "  1 A (b) 18446744073709551615:-0.5,2,nan, 8:inf,3.40282e+38,1e-06,\n"
+            "  196 Wear 5:2.5, worn 2.5\n  6 Gyroscope\n"
+            "outside [-------\nstray\n]\n"
+            "> C\n< C /vendor/bin/x -y() 1.25  [half]\n"
+            "> D\n< D /x 1.25  [*** exit status 3\nmore\n]\noutside [end]\n";
+    // The title that a header seems to have is its shortest.
+    for (size_t piece = 1; piece < report.size() + 1; ++piece) {
+        EXPECT_EQ(Told(report, piece), expected) << piece;
+    }
+}
+
+TEST(ReportParser, WhatIsASectionAndWhatItsContent) {
+    const std::string old = Header("X") + "*** exit status 1\n" + Footer("X") + Header("Y") + kBox +
+                            "*** Sensor 1 (A) ***\n" + Footer("Z");
+    const std::string odd =
+            "------ (/x) ------\n ------ A (/x) ------\n------ A (/x) ------ \n"
+            "------ 1.25s was the duration of 'A' ------\n------ .250s was the duration of 'A' "
+            "------\n------ 1x250s was the duration of 'A' ------\n------ ------\n";
+    // Longer than any header, and without an end.
+    const std::string endless = "------ " + std::string(1 << 16, 'x');
+    const struct {
+        const char* what;
+        std::string report;
+        std::string told;
+    } cases[] = {
+            {"a report within a log", File("A", old) + File("B"),
+             "> A\n< A /x 1.25  [" + old + "]\n> B\n< B /x 1.25  []\n"},
+            {"lines that only look alike", odd, "outside [" + odd + "]\n"},
+            {"the same within a section", File("A", odd), "> A\n< A /x 1.25  [" + odd + "]\n"},
+            {"a line without an end", File("A", endless + " (/x) ------\n") + endless,
+             "> A\n< A /x 1.25  [" + endless + " (/x) ------\n]\noutside [" + endless + "]\n"},
+            {"lost footers",
+             Header("B") + "cut\n" + File("C", "*** exit status 1\n") + "between\n" + kBox +
+                     Header("D") + File("E", old) + Header("F") + "last",
+             "> B\n< B /x 0 not finished [cut\n]\n< C /x() 1.25 exit status 1 []\n"
+             "outside [between\n]\nblack box no data\n< D /x 0 not finished []\n"
+             "< E /x 1.25  [" +
+                     old + "]\n< F /x 0 not finished [last]\n"},
+            {"a footer that lacks its newline",
+             Header("A") + "x\n" + Footer("A").substr(0, Footer("A").size() - 1),
+             "> A\n< A /x 1.25  [x\n]\n"},
+            {"a record that was cut", kBox + "*** Sensor 10 (B) ***\nTime: 5, Value: 1.25",
+             "black box \n  10 B\n"},
+            {"a black box that was never begun", "*** no sensor black box: no socket\n" + File("A"),
+             "black box no sensor black box: no socket\n> A\n< A /x 1.25  []\n"},
+            {"no path", Header("A", "") + Footer("A"), "> A\n< A  1.25  []\n"},
+    };
+    for (const auto& test : cases) {
+        for (const size_t piece : {std::string::npos, size_t{1}, size_t{4096}}) {
+            EXPECT_EQ(Told(test.report, piece), test.told) << test.what << ", by " << piece;
+        }
+    }
+    for (const char* failure :
+         {"cannot run /x: no", "killed by signal 9", "timed out after 2 s, stopped",
+          "cannot open /x: no", "cannot read /x: no"}) {
+        const std::string line = "*** " + std::string(failure) + "\n";
+        const std::string told = Told(File("A", "a\n" + line));
+        EXPECT_NE(told.find(std::string(" 1.25 ") + failure + " [a"), std::string::npos) << told;
+        EXPECT_EQ(Told(File("A", line + "\n")), "> A\n< A /x 1.25  [" + line + "\n]\n");
+    }
+}
+
+// A report in a file of its own, for as long as the test runs.
+class ReportFile {
+  public:
+    explicit ReportFile(const std::string& content) {
+        const int fd = mkstemp(path_.data());
+        EXPECT_EQ(write(fd, content.data(), content.size()), static_cast<ssize_t>(content.size()));
+        close(fd);
+    }
+    ~ReportFile() { unlink(path_.c_str()); }
+    ReportFile(const ReportFile&) = delete;
+    ReportFile& operator=(const ReportFile&) = delete;
+
+    const std::string& path() const { return path_; }
+    Report Read() const {
+        Report report;
+        EXPECT_EQ(ReadReport(path_, true, report), "");
+        return report;
+    }
+
+  private:
+    std::string path_ = testing::TempDir() + "reader_test.XXXXXX";
+};
+
+TEST(Facts, AreFoundHoweverTheyAreSpelt) {
+    const struct {
+        const char* section;
+        const char* text;
+        const char* key;
+        const char* value;  // null is absent
+    } cases[] = {
+            {"VENDOR PROPERTIES", "[ro.product.model]: [Tarn [2]]\n", "device", "Tarn [2]"},
+            {"VENDOR PROPERTIES", "[x.ro.product.model]: [A]\n[ro.product.models]: [A]", "device",
+             nullptr},
+            {"VENDOR PROPERTIES", "[ro.boot.serialno]: [B]\n[ro.serialno]: [A]\n", "serial", "A"},
+            {"Power Stats Times", "boot:2026-02-28 23:59:59\r\n", "boot.time",
+             "2026-02-28 23:59:59"},
+            {"Power Stats Times", "Boot: 2026-02-30 01:00:00\n", "boot.time", nullptr},
+            {"Power Stats Times", "Now: Sun Mar  1 00:00:01 UTC 2026\n", "report.time",
+             "2026-03-01 00:00:01"},
+            {"Power Stats Times", "Now: Sun 01 Mar 2026 12:00:01 AM CET\n", "report.time",
+             "2026-03-01 00:00:01"},
+            {"Power Stats Times", "Now: 2026-03-01T00:00:01+01:00\n", "report.time", nullptr},
+            {"Power Stats Times", "Boot: 2026-02-28 23:59:59\nNow: 2026-03-01 00:00:01\n", "uptime",
+             "2"},
+            {"Power supply property battery", "POWER_SUPPLY_CAPACITY=64\n", "battery.level", "64"},
+            {"Power supply property battery", "POWER_SUPPLY_CAPACITY=much\n", "battery.level",
+             nullptr},
+            {"Power supply property bms", "POWER_SUPPLY_CAPACITY=64\n", "battery.level", nullptr},
+            {"Power supply property battery", "POWER_SUPPLY_TEMP=-5\n", "battery.temperature",
+             "-0.5"},
+            {"Power supply property battery", "POWER_SUPPLY_VOLTAGE_NOW=4000000\n",
+             "battery.voltage", "4"},
+            {"Power supply property battery", "POWER_SUPPLY_CURRENT_NOW=-41809\n",
+             "battery.current", "-41.809"},
+            {"nvotables", "CHG_DISABLE: any, result 0 by none\nCHG_FCC: min, result 150000 by T\n",
+             "charging.limit", "at most 150 mA by T"},
+            {"nvotables", "CHG_FCC: min, result 290000 by PROFILE\n", "charging.limit", "none"},
+            {"nvotables", "nothing\n", "charging.limit", nullptr},
+            {"Modem SSR history", "/d/ssr_log0\n a /d/ssr_log\n/d/ssr_log1\n", "modem.restarts",
+             "2"},
+            {"Modem SSR history", "ls: /d/ssr_log*: no\n", "modem.restarts", "0"},
+            {"Modem SSR history", "/d/ssr_log0\n*** timed out after 2 s, stopped\n",
+             "modem.restarts", nullptr},
+            {"A", "", "slowest", "A (1.250 s)"},
+            {"A", "", "worn", nullptr},
+    };
+    for (const auto& test : cases) {
+        const Report report = ReportFile(File(test.section, test.text)).Read();
+        const Fact* const fact = report.FindFact(test.key);
+        EXPECT_EQ(fact == nullptr ? "absent" : fact->value,
+                  test.value == nullptr ? "absent" : test.value)
+                << test.key << ": " << test.text;
+    }
+}
+
+// Records every 100 ms with a value that `value` makes, or none where that gives infinity.
+template <typename Value>
+Sensor Recorded(unsigned number, size_t count, Value value) {
+    Sensor sensor;
+    sensor.number = number;
+    sensor.values.resize(1);
+    for (size_t i = 0; i < count; ++i) {
+        const double one = value(i);
+        if (std::isinf(one)) continue;
+        sensor.times.push_back(i * 100'000'000);
+        sensor.values[0].push_back(one);
+    }
+    return sensor;
+}
+
+TEST(SensorStatistics, TellWhatStoodStillAndWhen) {
+    const auto moves = [](size_t i) { return static_cast<double>(i % 7); };
+    const auto none = std::numeric_limits<double>::infinity();
+    const struct {
+        const char* what;
+        Sensor sensor;
+        std::string trouble;
+    } cases[] = {
+            {"good", Recorded(1, 100, moves), ""},
+            {"one record", Recorded(1, 1, moves), ""},
+            {"still", Recorded(1, 100, [](size_t) { return 3.0; }),
+             "stood still, all values equal"},
+            {"frozen", Recorded(1, 100, [&](size_t i) { return i < 50 ? moves(i) : 9; }),
+             "froze at 1970-01-02 00:00:05.000"},
+            {"frozen for a while",
+             Recorded(1, 100, [&](size_t i) { return i > 50 && i < 80 ? 9 : moves(i); }),
+             "froze at 1970-01-02 00:00:05.100 for 2.80 s"},
+            {"too short", Recorded(1, 100, [&](size_t i) { return i < 85 ? moves(i) : 9; }), ""},
+            {"gap", Recorded(1, 100, [&](size_t i) { return i > 9 && i < 20 ? none : moves(i); }),
+             "a gap of 1.10 s at 1970-01-02 00:00:00.900"},
+            {"ten steps are none",
+             Recorded(1, 100, [&](size_t i) { return i > 9 && i < 19 ? none : moves(i); }), ""},
+            {"silent", Recorded(1, 80, moves), "silent for the last 2.00 s"},
+            {"gestures", Recorded(200, 100, [](size_t i) { return i > 9 && i < 90 ? 1.0 : 1.0; }),
+             ""},
+    };
+    for (const auto& test : cases) {
+        BlackBox box;
+        box.sensors = {test.sensor, Recorded(8, 100, moves)};
+        const SensorStatistics statistics = Measure(box, box.sensors[0]);
+        EXPECT_EQ(SensorTrouble(box.sensors[0], statistics, 86400), test.trouble) << test.what;
+    }
+    BlackBox box;
+    box.sensors = {Recorded(1, 101, moves)};
+    const SensorStatistics statistics = Measure(box, box.sensors[0]);
+    EXPECT_EQ(statistics.records, 101U);
+    EXPECT_DOUBLE_EQ(statistics.span, 10);
+    EXPECT_DOUBLE_EQ(statistics.rate, 10);
+}
+
+const std::string kTimes = Command(
+        "Power Stats Times", "Boot: 2026-11-25 07:29:07\nNow: Wed Nov 25 07:32:01 UTC 2026\n");
+
+std::string Moving(const std::string& sensor, bool moves) {
+    std::string text = "*** Sensor " + sensor + " ***\n";
+    for (int i = 0; i < 50; ++i) {
+        text += "Time: " + std::to_string(5'000'000'000 + i * 100'000'000LL) +
+                ", Value: " + std::to_string(moves || i < 20 ? i % 7 : 3) + ".000000\n";
+    }
+    return text;
+}
+
+TEST(Comparison, PutsThreeReportsSideBySide) {
+    const ReportFile files[] = {
+            ReportFile(kTimes + File("A", "1\n") + File("S") + File("A", "2\n") + File("B") + kBox +
+                       Moving("1 (Accelerometer)", true) + Moving("10 (Barometer)", true) +
+                       File("T")),
+            ReportFile(kTimes + File("A", "1\n") + Header("S") + Footer("S", "2.600") +
+                       File("A", "3\n") + File("N") + File("B", "*** cannot open /x: no\n") + kBox +
+                       Moving("1 (Accelerometer)", false) + Moving("10 (Barometer)", true) +
+                       Header("T") + Footer("T", "1.300")),
+            ReportFile(File("F") + kTimes + File("A", "1\n") + File("S") + kBox +
+                       "Skipping Sensor 1 (Accelerometer): Incomplete buffer\n" +
+                       Moving("10 (Barometer)", true) + File("T"))};
+    std::vector<Report> reports;
+    for (const ReportFile& file : files) reports.push_back(file.Read());
+    const Comparison comparison = Compare(reports, true);
+    std::string lines;
+    for (const auto& line : comparison.sections) {
+        lines += line.title + (line.missing_in_some ? " missing" : "") +
+                 (line.trouble_differs ? " trouble" : "") + (line.time_differs ? " time" : "") +
+                 (line.text_differs ? " text" : "") + "\n";
+    }
+    EXPECT_EQ(lines,
+              "F missing\nPower Stats Times\nA\nS time\nA missing text\nN missing\n"
+              "B missing trouble\nT\n");
+    ASSERT_EQ(comparison.sensors.size(), 2U);
+    EXPECT_EQ(comparison.sensors[0].stopped, (std::vector<bool>{false, true, true}));
+    EXPECT_EQ(comparison.sensors[1].stopped, (std::vector<bool>{false, false, false}));
+
+    const Summary summary = Summarize(reports, false);
+    EXPECT_FALSE(summary.good);
+    for (const char* part :
+         {"Sections that fail in only some\n  B  [0] good  [1] cannot open /x: no  [2] none\n",
+          "\n  S  [0] 1.250 s  [1] 2.600 s  [2] 1.250 s\n", "[1] froze at 2026-11-25 07:29:14.000",
+          "[2] skipped: Incomplete buffer", "  Failed  [0] 0  [1] 1  [2] 0\n"}) {
+        EXPECT_NE(summary.text.find(part), std::string::npos) << part << "\n" << summary.text;
+    }
+    const std::vector<Report> same = {files[0].Read(), files[0].Read()};
+    EXPECT_TRUE(Summarize(same, false).good);
+    EXPECT_NE(Summarize(same, false).text.find("Nothing differs"), std::string::npos);
+}
+
+TEST(Summary, FitsATerminalAndDoesNotSteerIt) {
+    const std::string hostile = "\x1b[2J\xC2\x9B\x80 </script>" + std::string(300, 'w') + "é";
+    const Report bad =
+            ReportFile("verbose logging: enabled\n" +
+                       File("VENDOR PROPERTIES", "[ro.product.model]: [" + hostile + "]\n") +
+                       File(hostile, "*** exit status 4\n") + kBox + Header("cut") + "x")
+                    .Read();
+    const Summary summary = Summarize({&bad, 1}, false);
+    EXPECT_FALSE(summary.good);
+    std::istringstream lines(summary.text);
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_LE(Columns(line), 80U) << line;
+        EXPECT_EQ(Printable(line), line);
+    }
+    for (const char* part : {"</script>", "exit status 4", "cut: not finished", "no data came",
+                             "NOT complete", "3 sections, 1 failed, 1 not finished"}) {
+        EXPECT_NE(summary.text.find(part), std::string::npos) << part << "\n" << summary.text;
+    }
+    EXPECT_EQ(summary.text.find('\x1b'), std::string::npos);
+    EXPECT_NE(Summarize({&bad, 1}, true).text.find("\x1b[31m"), std::string::npos);
+
+    const Report good =
+            ReportFile(kTimes + kBox + Moving("1 (Accelerometer)", true) + kTimes).Read();
+    EXPECT_TRUE(Summarize({&good, 1}, false).good);
+    EXPECT_NE(
+            Summarize({&good, 1}, false)
+                    .text.find("\n  Accelerometer           50 records       4.9 s    10.00 Hz\n"),
+            std::string::npos)
+            << Summarize({&good, 1}, false).text;
+}
+
+std::string Json(const std::string& file) {
+    std::string text;
+    EXPECT_EQ(WriteJson(file,
+                        [&](std::string_view bytes) {
+                            text += bytes;
+                            return true;
+                        }),
+              "");
+    return text;
+}
+
+TEST(Json, HoldsAnyBytesAndAnyNumber) {
+    // The steps are those that Unicode recommends: ED A0 80 is three.
+    const ReportFile file(
+            "verbose logging: enabled\n" + Command("A \"q\"", std::string("\0\x1f\x7f\\\t\n", 6)) +
+            File("B", "é\xE2\x82\xAC\xF0\x9F\x98\x80\xED\xA0\x80\xF0\x9F\n\xC3\n") + kBox +
+            "*** Sensor 1 (Accelerometer) ***\n"
+            "Time: 18446744073709551615, Value: (0.100000, -nan, -12345.678901)\n"
+            "*** Sensor 196 (W) ***\nTime: 9007199254740993, Time On Wrist: 2.500000s\n"
+            "Skipping Sensor 6 (G): No timestamp info\n" +
+            Header("C"));
+    // One line each; in the text, the file's name is F, and U+FFFD is ?.
+    std::string expected = R"x({"type":"section","file":"F","index":0,"title":"A \"q\"",
+"kind":"command","detail":"/vendor/bin/x -y","seconds":1.25,"failure":null,"complete":true,
+"text":"\u0000\u001f.\\\t\n","lossy":false}
+{"type":"section","file":"F","index":1,"title":"B","kind":"file","detail":"/x",
+"seconds":1.25,"failure":null,"complete":true,"text":"é€😀????\n?\n","lossy":true}
+{"type":"sensor","file":"F","sensor":1,"name":"Accelerometer","skipped":null,
+"times":[18446744073709551615],"values":[[0.1,null,-12345.678901]]}
+{"type":"sensor","file":"F","sensor":196,"name":"W","skipped":null,
+"times":[9007199254740993],"values":[[2.5]]}
+{"type":"sensor","file":"F","sensor":6,"name":"G","skipped":"No timestamp info",
+"times":[],"values":[]}
+{"type":"section","file":"F","index":2,"title":"C","kind":"file","detail":"/x",
+"seconds":0.0,"failure":null,"complete":false,"text":"","lossy":false}
+{"type":"report","file":"F","verbose":true,"facts":{"sections":3,"failed":0,
+"slowest":"A \"q\" (1.250 s)"},"black_box":"G skipped: No timestamp info",
+"sections":3,"failed":0,"complete":false}
+)x";
+    const std::pair<std::string, std::string> stands_for[] = {{",\n", ","},
+                                                              {"?", "\uFFFD"},
+                                                              {".\\\\", "\x7f\\\\"},
+                                                              {"\"F\"", '"' + file.path() + '"'}};
+    for (const auto& [shown, meant] : stands_for) {
+        for (size_t at = 0; (at = expected.find(shown, at)) != std::string::npos;
+             at += meant.size()) {
+            expected.replace(at, shown.size(), meant);
+        }
+    }
+    EXPECT_EQ(Json(file.path()), expected);
+}
+
+TEST(Json, TellsASectionBeforeTheInputEnds) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    const std::string begin = File("A", "text\n") + Header("B") + "half";
+    ASSERT_EQ(write(ends[1], begin.data(), begin.size()), static_cast<ssize_t>(begin.size()));
+    std::string text;
+    bool open = true;
+    const std::string path = "/dev/fd/" + std::to_string(ends[0]);
+    EXPECT_EQ(WriteJson(path,
+                        [&](std::string_view bytes) {
+                            text += bytes;
+                            // Only now does the input go on and end.
+                            const std::string rest = " of it\n" + Footer("B");
+                            if (open) {
+                                EXPECT_GT(write(ends[1], rest.data(), rest.size()), 0);
+                                close(ends[1]);
+                            }
+                            open = false;
+                            return true;
+                        }),
+              "");
+    close(ends[0]);
+    EXPECT_NE(text.find("\"text\":\"half of it\\n\""), std::string::npos) << text;
+}
+
+TEST(Json, CutsATextBeforeItFillsTheMemory) {
+    constexpr size_t kMost = size_t{64} << 20;
+    // The last character lies across the limit.
+    const std::string text = std::string(kMost - 1, 'x') + "é and more\n";
+    const std::string json = Json(ReportFile(File("A", text) + File("B", "whole\n")).path());
+    const size_t begin = json.find("\"text\":\"") + 8;
+    EXPECT_EQ(json.find('"', begin) - begin, kMost - 1);
+    EXPECT_NE(json.find("\",\"lossy\":false,\"cut\":true}\n", begin), std::string::npos);
+    EXPECT_NE(json.find("\"whole\\n\",\"lossy\":false}\n"), std::string::npos);
+}
+
+TEST(Source, SaysWhatIsNoReportAndReadsAPipeTwice) {
+    const struct {
+        std::string path;
+        std::string sentence;
+    } cases[] = {{"/none/x", "cannot read /none/x: No such file or directory"},
+                 {"/", "/ is a folder; name the report in it"},
+                 {"/dev/null", "/dev/null is empty"},
+                 {"/proc/self/exe", "/proc/self/exe is no board report: no section begins in it"}};
+    for (const auto& test : cases) {
+        Report report;
+        EXPECT_EQ(ReadReport(test.path, false, report), test.sentence);
+    }
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    std::thread writer([&] {
+        const std::string bytes = File("A", std::string(200'000, 'a')) + File("B", "b\n");
+        EXPECT_EQ(write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        close(ends[1]);
+    });
+    Report report;
+    EXPECT_EQ(ReadReport("/dev/fd/" + std::to_string(ends[0]), true, report), "");
+    writer.join();
+    close(ends[0]);
+    std::string text;
+    ASSERT_EQ(report.sections.size(), 2U);
+    EXPECT_TRUE(report.source->ReadAt(report.sections[1].text, text));
+    EXPECT_EQ(text, "b\n");
+}
+
+}  // namespace
+}  // namespace reader

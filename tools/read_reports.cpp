@@ -1,0 +1,101 @@
+#include "read_reports.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include "json.h"
+#include "output_file.h"
+#include "report.h"
+#include "summary.h"
+
+namespace {
+
+void Complain(const std::string& sentence) {
+    std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
+}
+
+// 0, or the exit status after it has said what is wrong.
+int Read(const std::vector<std::string>& files, bool texts, std::vector<reader::Report>& reports) {
+    if (std::ranges::count(files, "-") > 1) {
+        Complain("standard input is one report; name the others by their files");
+        return kBadUsage;
+    }
+    reports.resize(files.size());
+    int status = 0;
+    for (size_t i = 0; i < files.size(); ++i) {
+        const std::string sentence = reader::ReadReport(files[i], texts, reports[i]);
+        if (sentence.empty()) continue;
+        Complain(sentence);
+        status = kUnreadable;
+    }
+    return status;
+}
+
+// Whether all was written. Who reads a pipe no longer has had enough, which is nothing to tell.
+bool Written(const OutputFile& file) {
+    if (file.error() == 0) return true;
+    if (file.error() != EPIPE) {
+        Complain("cannot write " + file.name() + ": " +
+                 std::generic_category().message(file.error()));
+    }
+    return false;
+}
+
+bool IsOneOf(const std::string& output, const std::vector<std::string>& files) {
+    std::error_code neither;
+    return std::ranges::any_of(files, [&](const std::string& file) {
+        return file != "-" && std::filesystem::equivalent(file, output, neither);
+    });
+}
+
+}  // namespace
+
+int PrintSummary(const std::vector<std::string>& files) {
+    std::vector<reader::Report> reports;
+    if (const int status = Read(files, false, reports); status != 0) return status;
+    const char* const no_colour = std::getenv("NO_COLOR");
+    const bool colour = isatty(STDOUT_FILENO) == 1 && (no_colour == nullptr || *no_colour == '\0');
+    const reader::Summary summary = reader::Summarize(reports, colour);
+    OutputFile output("-");
+    output.Write(summary.text);
+    return Written(output) && summary.good ? 0 : 1;
+}
+
+int PrintRecords(const std::vector<std::string>& files) {
+    OutputFile output("-");
+    const reader::Sink sink = [&output](std::string_view bytes) { return output.Write(bytes); };
+    int status = 0;
+    for (const std::string& file : files) {
+        const std::string sentence = reader::WriteJson(file, sink);
+        if (!Written(output)) return 1;
+        if (sentence.empty()) continue;
+        Complain(sentence);
+        status = kUnreadable;
+    }
+    return status;
+}
+
+int WritePageFile(const std::vector<std::string>& files, const reader::PageOptions& options,
+                  const std::string& output) {
+    if (IsOneOf(output, files)) {
+        Complain("the page can't take the place of the report " + output +
+                 "; -o chooses another file");
+        return kBadUsage;
+    }
+    std::vector<reader::Report> reports;
+    if (const int status = Read(files, true, reports); status != 0) return status;
+    OutputFile file(output);
+    const std::string sentence = reader::WritePage(
+            reports, options, [&file](std::string_view bytes) { return file.Write(bytes); });
+    if (!Written(file)) return 1;
+    if (sentence.empty()) return 0;
+    Complain(sentence);
+    return kUnreadable;
+}

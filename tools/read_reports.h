@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "page.h"
+
+// What boardreport does with finished reports. Each returns the exit status and says on standard
+// error what is wrong. "-" is standard input, or output.
+
+inline constexpr int kBadUsage = 2;
+inline constexpr int kUnreadable = 3;
+
+// Prints what is wrong with the report, or what differs between several: 0 when nothing is.
+int PrintSummary(const std::vector<std::string>& files);
+
+// Prints each report as records.
+int PrintRecords(const std::vector<std::string>& files);
+
+// Writes the page that shows the reports.
+int WritePageFile(const std::vector<std::string>& files, const reader::PageOptions& options,
+                  const std::string& output);
