@@ -55,18 +55,51 @@ class BoardreportTest : public testing::Test {
 TEST_F(BoardreportTest, ShowsEachSectionAndKeepsTheReport) {
     const Result result = Shell("boardreport --no-bundle");
     EXPECT_EQ(result.status, 0) << result.output;
-    const std::string sections =
-            std::to_string(std::ranges::count(result.output, '\n') - 1) + " sections";
     EXPECT_TRUE(std::regex_search(
             result.output,
-            std::regex(R"(^ +\d+\.\d{3} s  VENDOR PROPERTIES\n( +\d+\.\d{3} s  .*\n)+)" + sections +
-                       R"(, 1 failed or timed out; [\d.]+ KiB in report.txt; [\d.]+ s\n$)")))
+            std::regex(
+                    R"(^ +\d+\.\d{3} s  VENDOR PROPERTIES\n( +\d+\.\d{3} s  .*\n)+)"
+                    R"(\d+ sections, 1 failed or timed out \(Power supply property sw5100_bms\); )"
+                    R"(black box: 7 sensors, \d+ records; )"
+                    R"([\d.]+ KiB in report.txt; [\d.]+ s\n$)")))
             << result.output;
     EXPECT_NE(result.output.find("sw5100_bms: cannot open /sys"), std::string::npos);
     EXPECT_TRUE(ReadFile("/tmp/out/report.txt").starts_with("verbose logging: disabled\n------ "));
     EXPECT_EQ(Shell("boardreport verbose on && boardreport verbose show; boardreport verbose off")
                       .output,
               "verbose logging: enabled\nverbose logging: enabled\nverbose logging: disabled\n");
+}
+
+TEST_F(BoardreportTest, ReadsWhatItMade) {
+    FirstTool("echo '[ro.product.model]: [Tarn]'; exit 3");
+    const Result made = Shell("boardreport --no-bundle -o - --mode 1 2>progress >piped");
+    EXPECT_EQ(made.status, 0) << made.output;
+    EXPECT_EQ(made.output, "");
+    EXPECT_TRUE(ReadFile("/tmp/out/piped").starts_with("verbose logging: disabled\n------ "));
+    EXPECT_NE(ReadFile("/tmp/out/progress").find(" in standard output; "), std::string::npos);
+
+    const Result summary = Shell("boardreport summary - <piped");
+    EXPECT_EQ(summary.status, 1);
+    EXPECT_NE(summary.output.find("\n  VENDOR PROPERTIES: exit status 3\n"), std::string::npos)
+            << summary.output;
+    EXPECT_EQ(Shell("boardreport summary piped piped | grep -c 'Nothing differs'").output, "1\n");
+    const Result json = Shell("boardreport json piped ./piped | grep -c '\"device\":\"Tarn\"'");
+    EXPECT_EQ(json.output, "2\n");
+    const Result full = Shell("boardreport json piped >/dev/full");
+    EXPECT_EQ(full.status, 1);
+    EXPECT_EQ(full.output, "boardreport: cannot write standard output: No space left on device\n");
+    EXPECT_EQ(Shell("boardreport json piped | head -c 1").output, "{");
+}
+
+TEST_F(BoardreportTest, ALostBlackBoxIsNamed) {
+    const Result result =
+            Shell("pkill -STOP -x contexthubd; boardreport --no-bundle; pkill -CONT -x contexthubd;"
+                  "boardreport summary report.txt");
+    for (const char* part :
+         {" s  Sensor Black Box: no data came; ", "; black box: no data came; ",
+          "\nBlack box: no data came; the device's system log says why (tag tev-dumpstate)\n"}) {
+        EXPECT_NE(result.output.find(part), std::string::npos) << part << result.output;
+    }
 }
 
 TEST_F(BoardreportTest, ChecksThatTheBundleIsWhole) {
@@ -115,7 +148,15 @@ TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
             {"boardreport -o same -b ./same", 1, "can't both go to same"},
             {"boardreport --mode x", 2, "--mode"},
             {"boardreport --nonsense", 2, "--nonsense"},
+            {"boardreport -o - -b - >/dev/null", 1, "can't both go to standard output"},
+            {"boardreport -o - --page x >/dev/null", 1, "a page is made of a report in a file"},
             {"boardreport verbose", 2, "STATE"},
+            {"boardreport summary", 2, "REPORT is required"},
+            {"boardreport summary - -", 2, "standard input is one report"},
+            {"boardreport summary /none", 3, "cannot read /none: No such file or directory"},
+            {"boardreport json /tmp", 3, "/tmp is a folder"},
+            {"boardreport page report.txt", 3, "report.txt is no board report"},
+            {"boardreport page report.txt -o ./report.txt", 2, "can't take the place of"},
             {"boardreport verbose maybe", 2, "on,off,show"},
     };
     for (const Case& wrong : cases) {
