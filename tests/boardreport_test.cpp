@@ -89,6 +89,9 @@ TEST_F(BoardreportTest, ReadsWhatItMade) {
     EXPECT_EQ(full.status, 1);
     EXPECT_EQ(full.output, "boardreport: cannot write standard output: No space left on device\n");
     EXPECT_EQ(Shell("boardreport json piped | head -c 1").output, "{");
+    // What stands in a file before is left there.
+    EXPECT_EQ(Shell("{ echo before; boardreport json piped; } >both; head -n 1 both").output,
+              "before\n");
 }
 
 TEST_F(BoardreportTest, ALostBlackBoxIsNamed) {

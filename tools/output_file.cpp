@@ -26,7 +26,8 @@ OutputFile::~OutputFile() {
 }
 
 bool OutputFile::Write(std::string_view bytes) {
-    if (error_ == 0 && size_ == 0 && !bytes.empty()) {
+    // Standard output may hold what others wrote before.
+    if (error_ == 0 && size_ == 0 && !bytes.empty() && !is_standard_output()) {
         struct stat status {};
         if (fstat(fd_, &status) == 0 && S_ISREG(status.st_mode) && ftruncate(fd_, 0) != 0) {
             error_ = errno;

@@ -1,0 +1,105 @@
+#!/usr/bin/python3
+"""Makes a report like the service's, of any size and with any fault: make_report.py --help"""
+import argparse
+import random
+import sys
+
+FAULTS = ('failed', 'slow', 'timeout', 'unfinished', 'hot', 'limited', 'modem', 'frozen', 'gap',
+          'skipped', 'no-data', 'hostile')
+HOSTILE = (b'</script><script>document.title="obeyed"</script><img src=x onerror=alert(1)> ]]> <!--\n'
+           b'\xe2\x80\xa8\xe2\x80\xae \x00\x1b[31m\x80\xff \xed\xa0\x80 data-section="x"\n'
+           b"------ 0.001s was the duration of 'nobody' ------\n*** exit status 9\n")
+
+
+def section(title, text, detail, seconds=0.004, failure=None, end=True):
+    command = '/bin/' in detail
+    out = b'------ %s (%s) ------\n' % (title.encode(), detail.encode()) + text
+    out += b'\n' if command else b''
+    out += b'*** %s\n' % failure.encode() if failure else b''
+    return out + (b"------ %.3fs was the duration of '%s' ------\n" % (seconds, title.encode())
+                  if end else b'')
+
+
+def sensor(number, name, records, rate, faults, rng, values=3):
+    if name in faults.get('skipped', ()):
+        return b'Skipping Sensor %d (%s): Incomplete buffer\n' % (number, name.encode())
+    time, lines, at = 49130995926, [], [rng.uniform(-5, 5) for _ in range(values)]
+    frozen = name in faults.get('frozen', ())
+    gap = name in faults.get('gap', ())
+    for i in range(records):
+        time += int(1e9 / rate * rng.uniform(0.99, 1.01)) + (int(60e9 / rate)
+                                                             if gap and i == records // 2 else 0)
+        if not (frozen and i > records * 2 // 3):
+            at = [v + rng.gauss(0, 0.1) for v in at]
+        text = ', '.join('%.6f' % v for v in at)
+        lines.append('Time: %d, Value: %s\n' % (time, '(%s)' % text if values > 1 else text))
+    return b'*** Sensor %d (%s) ***\n' % (number, name.encode()) + ''.join(lines).encode()
+
+
+def black_box(records, faults, rng):
+    out = b'------ Sensor Black Box ------\n'
+    if 'no-data' in faults:
+        return out
+    shares = ((1, 'Accelerometer', 25, 3), (6, 'Gyroscope', 25, 3), (8, 'Magnetometer', 10, 3),
+              (10, 'Barometer', 1, 1))
+    for number, name, rate, values in shares:
+        out += sensor(number, name, records * rate // 61, rate, faults, rng, values)
+    return out + (b'*** Sensor 196 (LowLatencyOffBody) ***\n'
+                  b'Time: 737075000000, Time On Wrist: 382.110016s\n'
+                  b'Total Time On Wrist: 382.110016 seconds\n') + b'-' * 55 + b'\n'
+
+
+def write(out, args):
+    rng = random.Random(args.seed)
+    faults = {name: ('Accelerometer',) for name in args.fault}
+    has = faults.__contains__
+    out.write(b'verbose logging: disabled\n')
+    build = 'norvel/tarn/tarn:14/NWB1.%d/1:userdebug/dev-keys' % (rng.randrange(3))
+    out.write(section('VENDOR PROPERTIES', (
+        '[ro.boot.bootreason]: [reboot]\n[ro.build.fingerprint]: [%s]\n'
+        '[ro.build.type]: [userdebug]\n[ro.product.model]: [Norvel Tarn]\n'
+        '[ro.serialno]: [NVW%06d]\n' % (build, args.seed)).encode(), '/vendor/bin/getprop'))
+    out.write(black_box(args.records, faults, rng))
+    out.write(section('USF stat', b'queue: depth 3\n', '/vendor/bin/usf_stats get -a',
+                      failure='exit status 1' if has('failed') else None))
+    out.write(section('TEV Metrics', b'wakeups_total: 7930\n', '/vendor/bin/tev GetMetrics',
+                      3.0 if has('timeout') else 0.004,
+                      'timed out after 3 s, stopped' if has('timeout') else None))
+    out.write(section('Power Stats Times', b'Boot: 2026-11-25 07:29:07\n'
+                      b'Now: Wed Nov 25 07:32:01 UTC 2026\n', '/vendor/bin/sh -c uptime'))
+    out.write(section('Power supply property battery', (
+        'POWER_SUPPLY_STATUS=Discharging\nPOWER_SUPPLY_HEALTH=%s\nPOWER_SUPPLY_CAPACITY=%d\n'
+        'POWER_SUPPLY_TEMP=%d\n' % ('Overheat' if has('hot') else 'Good', rng.randrange(5, 100),
+                                    rng.randrange(250, 330) + 200 * has('hot'))).encode(),
+        '/sys/class/power_supply/battery/uevent'))
+    out.write(section('nvotables', b'CHG_FCC: min, result %s\n' % (
+        b'150000 by BD_TEMP' if has('limited') else b'290000 by PROFILE'),
+        '/vendor/bin/sh -c cat', 0.250 if has('slow') else 0.012))
+    if has('hostile'):
+        out.write(section('Hostile "<b>&\'', HOSTILE, '/x'))
+    line = b'[ %12.6f] some_driver 4a88000.i2c: transfer of %5d bytes in %5d us, status 0x0000\n'
+    block = b''.join(line % (i / 7, i % 4096, i % 997) for i in range(12000))
+    out.write(section('Kernel log', b'', '/dev/log', end=False))
+    for left in range(args.size, 0, -len(block)):
+        out.write(block[:left] if left > len(block) else block[:left - 1] + b'\n')
+    if not has('unfinished'):
+        out.write(b"------ 0.120s was the duration of 'Kernel log' ------\n")
+    logs = '/d/ssr_log0\n/d/ssr_log1\n' if has('modem') else ''
+    out.write(section('Modem Stat', b'state=online\n', '/data/vendor/modem_stat/debug.txt'))
+    out.write(section('Modem SSR history', logs.encode(), '/vendor/bin/sh -c ls'))
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument('--size', type=int, default=100000, help='bytes of its longest section')
+    parser.add_argument('--records', type=int, default=7500, help='of all sensors together')
+    parser.add_argument('--fault', action='append', default=[], choices=FAULTS,
+                        help='several may be given')
+    parser.add_argument('--seed', type=int, default=1, help='the same gives the same report')
+    parser.add_argument('-o', metavar='FILE', help='standard output unless given')
+    args = parser.parse_args()
+    with open(args.o, 'wb') if args.o else sys.stdout.buffer as out:
+        write(out, args)
+
+
+main()
