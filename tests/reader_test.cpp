@@ -76,7 +76,7 @@ std::string Told(const std::string& report, size_t piece = std::string::npos) {
         parser.Feed(std::string_view(report).substr(at, piece));
     }
     parser.Finish();
-    return told.str();
+    return told.str() + (parser.cut() ? "cut\n" : "");
 }
 
 TEST(ReportParser, TellsTheSameHoweverItIsCut) {
@@ -99,7 +99,7 @@ TEST(ReportParser, TellsTheSameHoweverItIsCut) {
             "  196 Wear 5:2.5, worn 2.5\n  6 Gyroscope\n"
             "outside [-------\nstray\n]\n"
             "> C\n< C /vendor/bin/x -y() 1.25  [half]\n"
-            "> D\n< D /x 1.25  [*** exit status 3\nmore\n]\noutside [end]\n";
+            "> D\n< D /x 1.25  [*** exit status 3\nmore\n]\noutside [end]\ncut\n";
     // The title that a header seems to have is its shortest.
     for (size_t piece = 1; piece < report.size() + 1; ++piece) {
         EXPECT_EQ(Told(report, piece), expected) << piece;
@@ -125,19 +125,21 @@ TEST(ReportParser, WhatIsASectionAndWhatItsContent) {
             {"lines that only look alike", odd, "outside [" + odd + "]\n"},
             {"the same within a section", File("A", odd), "> A\n< A /x 1.25  [" + odd + "]\n"},
             {"a line without an end", File("A", endless + " (/x) ------\n") + endless,
-             "> A\n< A /x 1.25  [" + endless + " (/x) ------\n]\noutside [" + endless + "]\n"},
+             "> A\n< A /x 1.25  [" + endless + " (/x) ------\n]\noutside [" + endless + "]\ncut\n"},
+            {"a title beyond reason", endless + " (/x) ------\n",
+             "outside [" + endless + " (/x) ------\n]\n"},
             {"lost footers",
              Header("B") + "cut\n" + File("C", "*** exit status 1\n") + "between\n" + kBox +
                      Header("D") + File("E", old) + Header("F") + "last",
              "> B\n< B /x 0 not finished [cut\n]\n< C /x() 1.25 exit status 1 []\n"
              "outside [between\n]\nblack box no data\n< D /x 0 not finished []\n"
              "< E /x 1.25  [" +
-                     old + "]\n< F /x 0 not finished [last]\n"},
+                     old + "]\n< F /x 0 not finished [last]\ncut\n"},
             {"a footer that lacks its newline",
              Header("A") + "x\n" + Footer("A").substr(0, Footer("A").size() - 1),
              "> A\n< A /x 1.25  [x\n]\n"},
             {"a record that was cut", kBox + "*** Sensor 10 (B) ***\nTime: 5, Value: 1.25",
-             "black box \n  10 B\n"},
+             "black box \n  10 B\ncut\n"},
             {"a black box that was never begun", "*** no sensor black box: no socket\n" + File("A"),
              "black box no sensor black box: no socket\n> A\n< A /x 1.25  []\n"},
             {"no path", Header("A", "") + Footer("A"), "> A\n< A  1.25  []\n"},
@@ -151,7 +153,7 @@ TEST(ReportParser, WhatIsASectionAndWhatItsContent) {
          {"cannot run /x: no", "killed by signal 9", "timed out after 2 s, stopped",
           "cannot open /x: no", "cannot read /x: no"}) {
         const std::string line = "*** " + std::string(failure) + "\n";
-        const std::string told = Told(File("A", "a\n" + line));
+        const std::string told = Told(File("A", "a" + std::string(200, '\n') + line));
         EXPECT_NE(told.find(std::string(" 1.25 ") + failure + " [a"), std::string::npos) << told;
         EXPECT_EQ(Told(File("A", line + "\n")), "> A\n< A /x 1.25  [" + line + "\n]\n");
     }
@@ -264,6 +266,9 @@ TEST(SensorStatistics, TellWhatStoodStillAndWhen) {
             {"frozen for a while",
              Recorded(1, 100, [&](size_t i) { return i > 50 && i < 80 ? 9 : moves(i); }),
              "froze at 1970-01-02 00:00:05.100 for 2.80 s"},
+            {"frozen twice",
+             Recorded(1, 100, [&](size_t i) { return (i > 9 && i < 50) || i > 70 ? 9 : moves(i); }),
+             "froze at 1970-01-02 00:00:07.100"},
             {"too short", Recorded(1, 100, [&](size_t i) { return i < 85 ? moves(i) : 9; }), ""},
             {"gap", Recorded(1, 100, [&](size_t i) { return i > 9 && i < 20 ? none : moves(i); }),
              "a gap of 1.10 s at 1970-01-02 00:00:00.900"},
@@ -303,14 +308,14 @@ TEST(Comparison, PutsThreeReportsSideBySide) {
     const ReportFile files[] = {
             ReportFile(kTimes + File("A", "1\n") + File("S") + File("A", "2\n") + File("B") + kBox +
                        Moving("1 (Accelerometer)", true) + Moving("10 (Barometer)", true) +
-                       File("T")),
+                       Header("T") + Footer("T", "0.010")),
             ReportFile(kTimes + File("A", "1\n") + Header("S") + Footer("S", "2.600") +
                        File("A", "3\n") + File("N") + File("B", "*** cannot open /x: no\n") + kBox +
                        Moving("1 (Accelerometer)", false) + Moving("10 (Barometer)", true) +
-                       Header("T") + Footer("T", "1.300")),
+                       Header("T") + Footer("T", "0.050")),
             ReportFile(File("F") + kTimes + File("A", "1\n") + File("S") + kBox +
                        "Skipping Sensor 1 (Accelerometer): Incomplete buffer\n" +
-                       Moving("10 (Barometer)", true) + File("T"))};
+                       Moving("10 (Barometer)", true) + Header("T") + Footer("T", "0.010"))};
     std::vector<Report> reports;
     for (const ReportFile& file : files) reports.push_back(file.Read());
     const Comparison comparison = Compare(reports, true);
