@@ -73,7 +73,9 @@ class ReportParser {
     void Finish();
 
     // No section that is still to be told has text before this.
-    uint64_t NeededFrom() const { return items_.empty() ? fed_ : items_.front().begin; }
+    uint64_t NeededFrom() const {
+        return items_.empty() || items_.front().black_box ? fed_ : items_.front().begin;
+    }
     uint64_t size() const { return fed_; }
     // From the first line; nothing when it says neither.
     std::optional<bool> verbose() const { return verbose_; }

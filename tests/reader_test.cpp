@@ -150,8 +150,10 @@ TEST(ReportParser, WhatIsASectionAndWhatItsContent) {
         }
     }
     for (const char* failure :
-         {"cannot run /x: no", "killed by signal 9", "timed out after 2 s, stopped",
-          "cannot open /x: no", "cannot read /x: no"}) {
+         {"cannot run /x: for a reason that is longer than what is looked at in one step, which "
+          "is 64 bytes, and as long again",
+          "killed by signal 9", "timed out after 2 s, stopped", "cannot open /x: no",
+          "cannot read /x: no"}) {
         const std::string line = "*** " + std::string(failure) + "\n";
         const std::string told = Told(File("A", "a" + std::string(200, '\n') + line));
         EXPECT_NE(told.find(std::string(" 1.25 ") + failure + " [a"), std::string::npos) << told;
