@@ -1,5 +1,6 @@
 #include "black_box.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -8,6 +9,21 @@ namespace reader {
 namespace {
 
 constexpr size_t kMostValues = 3;
+
+// What the hub of a wearable records. A device may have fewer, but a block that has most of them
+// has lost the others: of a sensor of which no piece has come, the service knows nothing to say.
+struct KnownSensor {
+    unsigned number;
+    const char* name;
+};
+constexpr std::array<KnownSensor, 7> kKnownSensors = {{{1, "Accelerometer"},
+                                                       {6, "Gyroscope"},
+                                                       {8, "Magnetometer"},
+                                                       {10, "Barometer"},
+                                                       {196, "LowLatencyOffBody"},
+                                                       {200, "TiltToWake"},
+                                                       {214, "RaiseToTalk"}}};
+constexpr size_t kMostSensors = 5;
 
 // Takes apart a line from its front; each says whether that was there.
 class Cursor {
@@ -140,10 +156,20 @@ std::string BlackBox::Trouble() const {
     if (!failure.empty()) return failure;
     if (sensors.empty()) return kNoData;
     std::string trouble;
+    const auto add = [&trouble](const std::string& what) {
+        trouble += (trouble.empty() ? "" : "; ") + what;
+    };
     for (const Sensor& sensor : sensors) {
-        if (sensor.skipped.empty()) continue;
-        trouble += (trouble.empty() ? "" : "; ") + sensor.name + " skipped: " + sensor.skipped;
+        if (!sensor.skipped.empty()) add(sensor.name + " skipped: " + sensor.skipped);
     }
+    std::vector<const char*> lost;
+    for (const KnownSensor& known : kKnownSensors) {
+        if (std::ranges::find(sensors, known.number, &Sensor::number) == sensors.end()) {
+            lost.push_back(known.name);
+        }
+    }
+    if (kKnownSensors.size() - lost.size() < kMostSensors) return trouble;
+    for (const char* const name : lost) add(std::string(name) + " is missing");
     return trouble;
 }
 

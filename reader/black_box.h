@@ -32,7 +32,7 @@ struct BlackBox {
     static constexpr char kNoData[] = "no data";
 
     // What is wrong with the block, as one sentence: what it says itself, "no data" for a bare
-    // heading, which sensors were skipped. "" when nothing is.
+    // heading, which sensors were skipped or are missing. "" when nothing is.
     std::string Trouble() const;
 
     // The next line of the block, without its end: a heading, a record, a skip. Others are left to

@@ -44,6 +44,8 @@ def black_box(records, faults, rng):
               (10, 'Barometer', 1, 1))
     for number, name, rate, values in shares:
         out += sensor(number, name, records * rate // 61, rate, faults, rng, values)
+    for number, name in ((200, 'TiltToWake'), (214, 'RaiseToTalk')):
+        out += b'*** Sensor %d (%s) ***\nTime: 72741057606, Value: 1.000000\n' % (number, name.encode())
     return out + (b'*** Sensor 196 (LowLatencyOffBody) ***\n'
                   b'Time: 737075000000, Time On Wrist: 382.110016s\n'
                   b'Total Time On Wrist: 382.110016 seconds\n') + b'-' * 55 + b'\n'

@@ -140,6 +140,11 @@ TEST(ReportParser, WhatIsASectionAndWhatItsContent) {
              "> A\n< A /x 1.25  [x\n]\n"},
             {"a record that was cut", kBox + "*** Sensor 10 (B) ***\nTime: 5, Value: 1.25",
              "black box \n  10 B\ncut\n"},
+            {"a sensor of which nothing came",
+             kBox + "*** Sensor 1 (A) ***\n*** Sensor 6 (G) ***\n*** Sensor 10 (B) ***\n"
+                    "*** Sensor 196 (L) ***\n*** Sensor 200 (T) ***\n*** Sensor 214 (R) ***\n",
+             "black box Magnetometer is missing\n  1 A\n  6 G\n  10 B\n  196 L\n  200 T\n  214 "
+             "R\n"},
             {"a black box that was never begun", "*** no sensor black box: no socket\n" + File("A"),
              "black box no sensor black box: no socket\n> A\n< A /x 1.25  []\n"},
             {"no path", Header("A", "") + Footer("A"), "> A\n< A  1.25  []\n"},
