@@ -1,0 +1,365 @@
+// The sensors' plots: one time axis, zoomed and panned together.
+//
+// An x is in milliseconds: since 1970 in the device's local time (kept as if it were UTC) where the
+// report tells when the device booted, else from the newest record. Reports that are compared are
+// aligned at their newest records.
+'use strict';
+window.boardreport = {ready: false, plots: []};
+(() => {
+    const area = document.querySelector('#plots');
+    if (!area) return;
+
+    const kLeastSpan = 0.01;  // ms
+    const figures = [...area.querySelectorAll('figure')].map(element => ({
+        element,
+        shape: element.dataset.shape,
+        readout: element.querySelector('.readout'),
+        sets: [...element.querySelectorAll('script')].map(readRecords),
+    })).filter(figure => figure.sets.length > 0);
+    const compared = Number(area.dataset.reports) > 1;
+    const boot = area.dataset.boot === undefined ? null : 1000 * Number(area.dataset.boot);
+
+    // --- x of a time ---------------------------------------------------------------------------
+
+    const newestOf = ({first, times}) => first + BigInt(Math.round(times[times.length - 1]));
+    const newest = [];  // by report; what was worn is told later than the rest and doesn't count
+    for (const figure of figures) {
+        for (const set of figure.sets) {
+            if (figure.shape === 'wear' && figures.some(one => one.shape !== 'wear')) continue;
+            const time = newestOf(set);
+            if (newest[set.report] === undefined || time > newest[set.report]) newest[set.report] = time;
+        }
+    }
+    for (const figure of figures) {
+        for (const set of figure.sets) {
+            const zero = newest[set.report] ?? newestOf(set);
+            set.start = boot === null ? Number(set.first - zero) / 1e6 : boot + Number(set.first) / 1e6;
+        }
+    }
+    const xOf = (set, i) => set.start + set.times[i] / 1e6;
+    const timeOf = (set, x) => (x - set.start) * 1e6;
+    // Where the i-th period of the on-wrist sensor ends.
+    const endOf = (set, i) => xOf(set, i) + 1000 * set.columns[0][i];
+
+    const two = number => String(number).padStart(2, '0');
+    function label(x, precision) {  // precision: what a step is worth, in ms
+        if (boot === null) return `${(x / 1000).toFixed(precision < 1 ? 6 : precision < 1000 ? 3 : 0)} s`;
+        const time = new Date(x);
+        if (Number.isNaN(time.getTime())) return '';
+        const clock = `${two(time.getUTCHours())}:${two(time.getUTCMinutes())}`;
+        if (precision >= 86400e3) return time.toISOString().slice(0, 10);
+        if (precision >= 60e3) return clock;
+        const seconds = `${clock}:${two(time.getUTCSeconds())}`;
+        if (precision >= 1000) return seconds;
+        return `${seconds}.${String(time.getUTCMilliseconds()).padStart(3, '0')}`;
+    }
+
+    // --- what is seen --------------------------------------------------------------------------
+
+    const extent = of => {
+        let from = Infinity, to = -Infinity;
+        for (const figure of of) {
+            for (const set of figure.sets) {
+                from = Math.min(from, xOf(set, 0));
+                to = Math.max(to, xOf(set, set.times.length - 1));
+                if (figure.shape === 'wear') to = Math.max(to, endOf(set, set.times.length - 1));
+            }
+        }
+        const margin = Math.max((to - from) * 0.01, 1);
+        return [from - margin, to + margin];
+    };
+    const lines = figures.filter(({shape}) => shape === 'vector' || shape === 'scalar');
+    const everything = extent(figures);
+    // Wear goes back for hours, where what is measured all the time covers minutes.
+    const home = lines.length > 0 ? extent(lines) : everything;
+    let view = home;
+
+    // --- colours -------------------------------------------------------------------------------
+
+    let colour = {};
+    function readColours() {
+        const style = getComputedStyle(document.documentElement);
+        const value = name => style.getPropertyValue(name).trim();
+        colour = {
+            lines: [1, 2, 3, 4, 5].map(i => value(`--line-${i}`)),
+            grid: value('--grid'), axis: value('--rule'), band: value('--band'), mark: value('--mark'),
+        };
+    }
+    const colourOf = i => colour.lines[i % colour.lines.length];
+
+    // --- plots ---------------------------------------------------------------------------------
+
+    // A plot's lines are the columns of its sets: of one report, or one column of several.
+    const plots = [];
+    const wear = figures.filter(({shape}) => shape === 'wear').flatMap(({sets}) => sets);
+    const events = figures.filter(({shape}) => shape === 'event').flatMap(({sets}) => sets);
+    const axes = ['x', 'y', 'z'];
+
+    function linesOf(sets, column) {
+        if (column !== null) {
+            return sets.map(set => ({set, columns: [column], names: [reportName(set.report)], colours: [set.report]}));
+        }
+        return sets.map(set => ({
+            set,
+            columns: set.columns.map((_, i) => i),
+            names: set.columns.length === 3 ? axes : ['value'],
+            colours: set.columns.map((_, i) => i),
+        }));
+    }
+    const reportName = report => String.fromCharCode(65 + report % 26);
+
+    function rowsOf(plot) {
+        const [from, to] = view;
+        const pixels = Math.max(100, Math.floor(plot.element.clientWidth - kAxisWidth));
+        const width = plot.lines.reduce((sum, {columns}) => sum + columns.length, 0);
+        const rows = [];
+        let before = 1;
+        for (const {set, columns} of plot.lines) {
+            const some = {times: set.times, gap: set.gap, columns: columns.map(i => set.columns[i])};
+            for (const [time, ...values] of thin(some, timeOf(set, from), timeOf(set, to), pixels)) {
+                const row = new Array(1 + width).fill(null);
+                row[0] = set.start + time / 1e6;
+                values.forEach((value, i) => { row[before + i] = plot.level ?? value; });
+                if (plot.level) row[before] = plot.lines.length - set.report;
+                rows.push(row);
+            }
+            before += columns.length;
+        }
+        if (plot.lines.length > 1) rows.sort((a, b) => a[0] - b[0]);
+        return rows.length > 0 ? rows : [[from, ...new Array(width).fill(null)]];
+    }
+
+    const kAxisWidth = 56;
+    function appearance(plot) {
+        return {
+            colors: plot.lines.flatMap(({colours}) => colours).map(colourOf),
+            gridLineColor: colour.grid,
+            axisLineColor: colour.axis,
+        };
+    }
+
+    function add(figure, lines, name) {
+        const element = document.createElement('div');
+        element.className = `plot ${figure.shape}`;
+        figure.element.querySelector('.plots').append(element);
+        const lane = figure.shape === 'event' || figure.shape === 'wear';
+        const plot = {figure, element, lines, name, lane, level: figure.shape === 'event' ? 1 : undefined};
+        const drawn = figure.shape === 'wear' ? {...plot, lines: lines.map(one => ({...one, columns: [0]}))} : plot;
+        const levels = Math.max(...figure.sets.map(set => set.report)) + 1;
+        plot.graph = new Dygraph(element, rowsOf(drawn), {
+            ...appearance(plot),
+            labels: ['time', ...lines.flatMap(({names}) => names)],
+            dateWindow: view,
+            plugins: [],
+            legend: 'never',
+            connectSeparatedPoints: true,
+            strokeWidth: lane ? 0 : 1.2,
+            drawPoints: figure.shape === 'event',
+            pointSize: 4,
+            highlightCircleSize: lane ? 0 : 3,
+            axisLabelFontSize: 11,
+            labelsUTC: true,
+            xAxisHeight: 20,
+            axes: {
+                x: {
+                    ticker: boot === null ? Dygraph.numericTicks : Dygraph.dateTicker,
+                    axisLabelFormatter: x => label(Number(x), stepFor(view)),
+                    axisLabelWidth: 70,
+                    pixelsPerLabel: 80,
+                },
+                y: {
+                    axisLabelWidth: kAxisWidth - 6,
+                    pixelsPerLabel: 28,
+                    ...(lane ? {ticker: () => [], valueRange: [0.4, levels + 0.6]} : {}),
+                },
+            },
+            interactionModel: {...Dygraph.defaultInteractionModel, dblclick: reset},
+            underlayCallback: (canvas, where, graph) => drawBands(canvas, where, graph, plot),
+            drawCallback: graph => follow(graph),
+        });
+        plots.push(plot);
+    }
+    const stepFor = ([from, to]) => {
+        const seconds = (to - from) / 1000;
+        if (seconds > 6 * 86400) return 86400e3;
+        return seconds > 900 ? 60e3 : seconds > 5 ? 1000 : seconds > 0.02 ? 1 : 0.001;
+    };
+
+    // Behind the lines: when it was worn, as bands; in the lane of wear, as bars. Gestures are marks
+    // at the upper edge.
+    function drawBands(canvas, where, graph, plot) {
+        const left = x => Math.max(where.x, Math.min(where.x + where.w, graph.toDomXCoord(x)));
+        const ownLane = plot.figure.shape === 'wear';
+        for (const set of wear) {
+            for (let i = 0; i < set.times.length; ++i) {
+                const from = left(xOf(set, i)), to = left(endOf(set, i));
+                if (to <= from) continue;
+                canvas.fillStyle = ownLane ? colourOf(compared ? set.report : 0) : colour.band;
+                const height = ownLane ? where.h / (2 * wear.length) : where.h;
+                const top = ownLane ? where.y + where.h * (wear.indexOf(set) + 0.25) / wear.length : where.y;
+                canvas.fillRect(from, top, to - from, height);
+            }
+        }
+        if (plot.lane) return;
+        canvas.fillStyle = colour.mark;
+        for (const set of events) {
+            const begin = firstNotBefore(set.times, timeOf(set, view[0]));
+            const end = firstNotBefore(set.times, timeOf(set, view[1]));
+            const every = Math.max(1, Math.ceil((end - begin) / where.w));
+            for (let i = begin; i < end; i += every) {
+                const x = graph.toDomXCoord(xOf(set, i));
+                canvas.beginPath();
+                canvas.moveTo(x - 4, where.y);
+                canvas.lineTo(x + 4, where.y);
+                canvas.lineTo(x, where.y + 6);
+                canvas.fill();
+            }
+        }
+    }
+
+    // --- zoom and pan --------------------------------------------------------------------------
+
+    let showing = false;
+    function show(from, to, more = {}) {
+        if (!(to - from >= kLeastSpan)) {
+            const middle = (from + to) / 2;
+            [from, to] = [middle - kLeastSpan / 2, middle + kLeastSpan / 2];
+        }
+        view = [from, to];
+        showing = true;
+        for (const plot of plots) {
+            plot.graph.updateOptions({file: rowsOf(plot), dateWindow: view, ...more});
+        }
+        showing = false;
+        area.dataset.from = from;
+        area.dataset.to = to;
+        hideCursor();
+    }
+
+    // What was done to one plot with the mouse or a finger is done to all, once a frame.
+    let waiting = null;
+    function follow(graph) {
+        if (showing || plots.length === 0 || !window.boardreport.ready) return;
+        const range = graph.xAxisRange();
+        if (range[0] === view[0] && range[1] === view[1]) return;
+        if (waiting === null) {
+            requestAnimationFrame(() => {
+                const [from, to] = waiting;
+                waiting = null;
+                show(from, to);
+            });
+        }
+        waiting = range;
+    }
+
+    function reset() {
+        show(...home);
+        for (const plot of plots) {  // and upright again
+            if (!plot.lane) plot.graph.updateOptions({axes: {y: {valueRange: null}}});
+        }
+    }
+    function move(by, zoom) {
+        const [from, to] = view, span = to - from, middle = (from + to) / 2 + by * span;
+        show(middle - span * zoom / 2, middle + span * zoom / 2);
+    }
+    const actions = {
+        in: () => move(0, 0.5), out: () => move(0, 2),
+        left: () => move(-0.25, 1), right: () => move(0.25, 1),
+        reset, all: () => show(...everything),
+        back: () => step(-1), forth: () => step(1),
+    };
+    const keys = {'+': 'in', '=': 'in', '-': 'out', ArrowLeft: 'left', ArrowRight: 'right', 0: 'reset', a: 'all', ',': 'back', '.': 'forth'};
+    for (const button of document.querySelectorAll('[data-action]')) {
+        button.addEventListener('click', () => actions[button.dataset.action]());
+    }
+    area.addEventListener('keydown', event => {
+        const action = keys[event.key];
+        if (!action || event.ctrlKey || event.metaKey || event.altKey) return;
+        event.preventDefault();
+        actions[action]();
+    });
+
+    // --- what is under the cursor --------------------------------------------------------------
+
+    let cursor = null;
+    function pointAt(x) {
+        cursor = x;
+        for (const plot of plots) {
+            plot.line ??= plot.element.appendChild(Object.assign(document.createElement('div'), {className: 'cursor'}));
+            const at = plot.graph.toDomXCoord(x);
+            plot.line.hidden = at < kAxisWidth;
+            plot.line.style.transform = `translateX(${at}px)`;
+        }
+        for (const figure of figures) tell(figure, x);
+    }
+    function hideCursor() {
+        cursor = null;
+        for (const plot of plots) if (plot.line) plot.line.hidden = true;
+        for (const figure of figures) tell(figure, null);
+    }
+    // The keys go through the records of the first plot.
+    function step(by) {
+        const set = (lines[0] ?? figures[0]).sets[0];
+        const x = cursor ?? (view[0] + view[1]) / 2;
+        const i = Math.max(0, Math.min(set.times.length - 1, nearest(set.times, timeOf(set, x)) + by));
+        pointAt(xOf(set, i));
+    }
+
+    // Without a cursor it is the legend.
+    function tell(figure, x) {
+        const parts = [];
+        const part = (text, className) => {
+            const span = document.createElement('span');
+            span.textContent = text;
+            span.className = className;
+            parts.push(span);
+        };
+        for (const set of figure.sets) {
+            const i = x === null ? 0 : nearest(set.times, timeOf(set, x));
+            if (compared) part(reportName(set.report), `key line-${set.report % 5 + 1}`);
+            if (x !== null) {
+                part(label(xOf(set, i), 1), 'clock');
+                part(`${set.first + BigInt(Math.round(set.times[i]))} ns`, 'raw');
+            }
+            const keyed = set.columns.length === 3;
+            set.columns.forEach((column, c) => {
+                const value = x === null ? '' : ` ${column[i].toFixed(figure.shape === 'wear' ? 1 : 6)}`;
+                if (keyed) part(axes[c] + value, compared ? 'value' : `key line-${c + 1}`);
+                else if (x !== null && figure.shape !== 'event') part(figure.shape === 'wear' ? `worn${value} s` : value, 'value');
+            });
+        }
+        figure.readout.replaceChildren(...parts);
+    }
+    area.addEventListener('pointermove', event => {
+        const element = event.target.closest('.plot');
+        const plot = plots.find(one => one.element === element);
+        if (!plot || event.buttons !== 0) return;
+        const at = event.clientX - element.getBoundingClientRect().left;
+        pointAt(plot.graph.toDataXCoord(at));
+    });
+    area.addEventListener('pointerleave', hideCursor);
+
+    // --- begin ---------------------------------------------------------------------------------
+
+    Dygraph.PLUGINS = Dygraph.PLUGINS.filter(plugin => plugin !== Dygraph.Plugins.Legend);
+    readColours();
+    for (const figure of figures) {
+        const columns = Math.max(...figure.sets.map(set => set.columns.length));
+        if (compared && columns === 3) {
+            axes.forEach((name, column) => add(figure, linesOf(figure.sets.filter(set => set.columns.length === 3), column), name));
+        } else {
+            add(figure, linesOf(figure.sets, compared ? 0 : null), '');
+        }
+        tell(figure, null);
+    }
+    for (const query of ['(prefers-color-scheme: dark)', 'print']) {
+        matchMedia(query).addEventListener('change', () => {
+            readColours();
+            for (const plot of plots) plot.graph.updateOptions(appearance(plot));
+        });
+    }
+    area.dataset.from = view[0];
+    area.dataset.to = view[1];
+    window.boardreport.plots = plots.map(({graph}) => graph);
+})();
+window.boardreport.ready = true;

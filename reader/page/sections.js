@@ -1,0 +1,134 @@
+// The sections: links that open them, the search box, the buttons that copy their text.
+'use strict';
+(() => {
+    const sections = [...document.querySelectorAll('[data-section]')];
+    const search = document.querySelector('input[type=search]');
+    const found = document.querySelector('#found');
+
+    const textOf = section =>
+        [...section.querySelectorAll('pre')].map(pre => pre.textContent).join('');
+
+    // A link to a section opens it, wherever the link came from.
+    function openTarget() {
+        const target = document.getElementById(decodeURIComponent(location.hash.slice(1)));
+        if (!target || target.tagName !== 'DETAILS') return;
+        if (target.hidden) clearSearch();
+        target.open = true;
+        target.scrollIntoView({block: 'start'});
+        target.querySelector('summary').focus({preventScroll: true});
+    }
+    addEventListener('hashchange', openTarget);
+    document.addEventListener('click', event => {
+        const link = event.target.closest('a[href^="#"]');
+        // Following a link to where one already is changes no hash.
+        if (link && link.getAttribute('href') === location.hash) openTarget();
+    });
+
+    // Lower-case texts, made when somebody first searches.
+    const lower = new Map();
+    function contains(section, words) {
+        if (!lower.has(section)) {
+            lower.set(section, (section.dataset.section + '\n' + textOf(section)).toLowerCase());
+        }
+        return lower.get(section).includes(words);
+    }
+
+    let last = '';
+    function filter() {
+        const words = search.value.toLowerCase();
+        // More of the same word can't be where less of it was not.
+        const narrower = last !== '' && words.includes(last);
+        let matches = 0;
+        for (const section of sections) {
+            if (!narrower || !section.hidden) section.hidden = !contains(section, words);
+            if (!section.hidden) ++matches;
+        }
+        last = words;
+        found.textContent = words === '' ? '' : `${matches} of ${sections.length}`;
+        mark();
+    }
+    function clearSearch() {
+        search.value = '';
+        filter();
+    }
+
+    // Marks what was searched for in the sections that are open, without touching their elements.
+    const kMostMarks = 2000;
+    function mark() {
+        if (!window.CSS || !CSS.highlights) return;
+        const ranges = [];
+        if (last !== '') {
+            for (const section of sections.filter(one => one.open && !one.hidden)) {
+                const walker = document.createTreeWalker(section, NodeFilter.SHOW_TEXT);
+                while (walker.nextNode() && ranges.length < kMostMarks) {
+                    const text = walker.currentNode.data.toLowerCase();
+                    if (text.length !== walker.currentNode.length) continue;
+                    let at = text.indexOf(last);
+                    for (; at >= 0 && ranges.length < kMostMarks; at = text.indexOf(last, at + 1)) {
+                        const range = new StaticRange({
+                            startContainer: walker.currentNode, startOffset: at,
+                            endContainer: walker.currentNode, endOffset: at + last.length,
+                        });
+                        ranges.push(range);
+                    }
+                }
+            }
+        }
+        CSS.highlights.set('found', new Highlight(...ranges));
+    }
+
+    if (search) {
+        search.addEventListener('input', filter);
+        search.addEventListener('keydown', event => {
+            const first = sections.find(section => !section.hidden);
+            if (event.key === 'Enter' && search.value !== '' && first) {
+                first.open = true;
+                first.querySelector('summary').focus();
+            } else if (event.key === 'Escape') {
+                clearSearch();
+            }
+        });
+        document.addEventListener('keydown', event => {
+            const typing = /^(INPUT|TEXTAREA|SELECT)$/.test(document.activeElement.tagName);
+            if (event.key !== '/' || typing || event.ctrlKey || event.metaKey) return;
+            event.preventDefault();
+            search.focus();
+        });
+        for (const section of sections) {
+            section.addEventListener('toggle', () => last !== '' && mark());
+        }
+    }
+
+    const all = document.querySelector('#open-all');
+    if (all) {
+        all.addEventListener('click', () => {
+            const open = all.getAttribute('aria-pressed') !== 'true';
+            for (const section of sections) section.open = open;
+            all.setAttribute('aria-pressed', open);
+            all.textContent = open ? 'Close all' : 'Open all';
+        });
+    }
+
+    // file: has a clipboard in some browsers, in others only a selection can be copied.
+    async function copy(section) {
+        try {
+            await navigator.clipboard.writeText(textOf(section));
+            return true;
+        } catch {
+            const pre = section.querySelectorAll('pre');
+            const selection = getSelection();
+            selection.setBaseAndExtent(pre[0], 0, pre[pre.length - 1],
+                                       pre[pre.length - 1].childNodes.length);
+            return document.execCommand('copy');
+        }
+    }
+    document.addEventListener('click', async event => {
+        const button = event.target.closest('button.copy');
+        if (!button) return;
+        const copied = await copy(button.closest('[data-section]'));
+        button.textContent = copied ? 'Copied' : 'Selected';
+        setTimeout(() => { button.textContent = 'Copy'; }, 1500);
+    });
+
+    openTarget();
+})();

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "comparison.h"
+#include "page.h"
+#include "page_html.h"
+
+namespace reader {
+
+// What the parts of a page are written from.
+struct PageContent {
+    PageContent(std::span<const Report> all, const PageOptions& chosen);
+
+    bool compared() const { return reports.size() > 1; }
+    // Where the section stands in comparison.sections.
+    size_t LineOf(const Section& section) const { return lines.at(&section); }
+
+    std::span<const Report> reports;
+    const PageOptions& options;
+    Comparison comparison;
+
+  private:
+    std::unordered_map<const Section*, size_t> lines;
+};
+
+// "A" for the first report: what it is called on a page that shows several.
+std::string ReportName(size_t report);
+// ` <b class="chip chip-1">A</b> `, when there are several.
+void WriteChip(Html& html, const PageContent& page, size_t report);
+// The id that a line of comparison.sections has.
+std::string SectionId(size_t line);
+
+// The parts, in the page's order.
+void WriteOverview(Html& html, const PageContent& page);  // what it is, what failed, the facts
+void WriteTimeline(Html& html, const PageContent& page);
+void WriteSensors(Html& html, const PageContent& page);
+std::string WriteSections(Html& html, const PageContent& page);  // "" or what can't be read
+void WriteBundle(Html& html, const std::string& path);
+
+}  // namespace reader

@@ -1,0 +1,148 @@
+// Which section took how long: a strip a report, all to one scale, and the slowest in words.
+
+#include <algorithm>
+#include <functional>
+
+#include "page_parts.h"
+
+namespace reader {
+namespace {
+
+constexpr size_t kSlowest = 5;
+
+double SecondsInSections(const Report& report) {
+    double seconds = 0;
+    for (const Section& section : report.sections) seconds += section.seconds;
+    return seconds;
+}
+
+// What no footer accounts for: the black box, pauses, the way there and back.
+double SecondsBesides(const PageContent& page, size_t report) {
+    if (report != 0 || !page.options.total_seconds) return 0;
+    return std::max(0.0, *page.options.total_seconds - SecondsInSections(page.reports[report]));
+}
+
+struct Bar {
+    std::string target;
+    std::string title;
+    double begin;
+    double seconds;
+    std::string_view trouble;
+    Markup kind;
+};
+
+void WriteBar(Html& html, const Bar& bar, double scale) {
+    std::string told = bar.title + ": " + Fixed(bar.seconds, 3) + " s";
+    if (!bar.trouble.empty()) (told += ", ") += bar.trouble;
+    html << "<a data-bar";
+    html.Attribute("href", "#" + bar.target).Attribute("aria-label", told);
+    html << "><rect class=\"" << bar.kind << "\" y=\"4\" height=\"32\"";
+    html.Attribute("x", Fixed(100 * bar.begin / scale, 4) + "%");
+    html.Attribute("width", Fixed(100 * bar.seconds / scale, 4) + "%") << "><title>";
+    html.Text(told) << "</title></rect>";
+    if (!bar.trouble.empty()) {
+        // However thin the bar, what failed is seen.
+        html << "<circle class=\"bad\" cy=\"42\" r=\"3\"";
+        html.Attribute("cx", Fixed(100 * (bar.begin + bar.seconds / 2) / scale, 4) + "%");
+        html << "/>";
+    }
+    html << "</a>";
+}
+
+void WriteStrip(Html& html, const PageContent& page, size_t report, double scale) {
+    html << "<div class=\"strip\" role=\"group\"";
+    html.Attribute("aria-label", "Sections of " + page.reports[report].file +
+                                         " in their order; the arrow keys go from one to the next");
+    html << ">";
+    WriteChip(html, page, report);
+    html << "<svg width=\"100%\" height=\"48\">";
+    double at = 0;
+    for (const Section& section : page.reports[report].sections) {
+        const std::string_view trouble = section.Trouble();
+        WriteBar(html,
+                 {SectionId(page.LineOf(section)), section.title, at, section.seconds, trouble,
+                  trouble.empty() ? Markup("bar") : Markup("bar bad")},
+                 scale);
+        at += section.seconds;
+    }
+    const double besides = SecondsBesides(page, report);
+    if (besides > 0) {
+        WriteBar(html,
+                 {"sensors", "In no section (black box, pauses)", at, besides, "", "bar besides"},
+                 scale);
+    }
+    html << "</svg></div>\n";
+}
+
+void WriteRow(Html& html, const PageContent& page, const Comparison::SectionLine& line,
+              size_t index, double slowest) {
+    html << "<tr><th scope=\"row\"><a";
+    html.Attribute("href", "#" + SectionId(index)) << ">";
+    html.Text(line.title) << "</a></th>";
+    for (const Section* const section : line.sections) {
+        html << "<td class=\"number\">";
+        if (section != nullptr) html.Fixed(section->seconds, 3) << " s";
+        html << "</td>";
+    }
+    if (!page.compared()) {
+        html << "<td class=\"meter\"><svg width=\"100%\" height=\"10\"><rect class=\"bar\" "
+                "height=\"10\"";
+        html.Attribute("width", Fixed(100 * line.sections.front()->seconds / slowest, 2) + "%");
+        html << "/></svg></td>";
+    }
+    html << "</tr>\n";
+}
+
+// The slowest of the only report, or those whose times differ.
+void WriteRemarkable(Html& html, const PageContent& page) {
+    std::vector<size_t> chosen;
+    const auto& lines = page.comparison.sections;
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (page.compared() ? lines[i].time_differs : lines[i].sections.front()->seconds > 0) {
+            chosen.push_back(i);
+        }
+    }
+    if (!page.compared()) {
+        std::ranges::stable_sort(chosen, std::greater(),
+                                 [&](size_t i) { return lines[i].sections.front()->seconds; });
+        chosen.resize(std::min(chosen.size(), kSlowest));
+    }
+    if (chosen.empty()) return;
+    html << "<h3>" << (page.compared() ? Markup("Times that differ") : Markup("Slowest"))
+         << "</h3>\n<div class=\"wide\"><table class=\"times\">\n";
+    if (page.compared()) {
+        html << "<thead><tr><th scope=\"col\">Section</th>";
+        for (size_t i = 0; i < page.reports.size(); ++i) {
+            html << "<th scope=\"col\">";
+            WriteChip(html, page, i);
+            html << "</th>";
+        }
+        html << "</tr></thead>\n";
+    }
+    html << "<tbody>\n";
+    for (const size_t i : chosen) {
+        const Section* const first = lines[chosen.front()].sections.front();
+        WriteRow(html, page, lines[i], i, first == nullptr ? 0 : first->seconds);
+    }
+    html << "</tbody></table></div>\n";
+}
+
+}  // namespace
+
+void WriteTimeline(Html& html, const PageContent& page) {
+    double scale = 0;
+    for (size_t i = 0; i < page.reports.size(); ++i) {
+        scale = std::max(scale, SecondsInSections(page.reports[i]) + SecondsBesides(page, i));
+    }
+    html << "<section id=\"timeline\">\n<h2>Timeline</h2>\n";
+    for (size_t i = 0; i < page.reports.size() && scale > 0; ++i) WriteStrip(html, page, i, scale);
+    html << "<p id=\"bar-told\" class=\"note\" aria-live=\"polite\">";
+    html.Text(page.options.total_seconds ? Fixed(*page.options.total_seconds, 1) + " s in all, "
+                                         : "");
+    html.Text(Fixed(SecondsInSections(page.reports.front()), 3) + " s in sections");
+    html << "</p>\n";
+    WriteRemarkable(html, page);
+    html << "</section>\n";
+}
+
+}  // namespace reader
