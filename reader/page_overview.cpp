@@ -61,17 +61,23 @@ std::vector<Finding> FindFindings(const PageContent& page) {
     return findings;
 }
 
-void WriteFinding(Html& html, const PageContent& page, const Finding& finding) {
+void WriteFinding(Html& html, const Finding& finding) {
     html << (finding.failure ? Markup("<tr class=\"failure\">") : Markup("<tr>"));
     html << "<th scope=\"row\"><a";
     html.Attribute("href", "#" + finding.target) << ">";
     html.Text(finding.what) << "</a></th>";
+    const std::string& first = finding.reasons.front();
+    const auto count = static_cast<size_t>(std::ranges::count(finding.reasons, first));
+    if (count > 1 && count == finding.reasons.size()) {
+        html << "<td colspan=\"" << count << "\">";
+        html.Text(first + " (in all)") << "</td></tr>\n";
+        return;
+    }
     for (const std::string& reason : finding.reasons) {
         html << (reason.empty() ? Markup("<td class=\"fine\">") : Markup("<td>"));
         html.Text(reason.empty() ? "–" : reason) << "</td>";
     }
     html << "</tr>\n";
-    (void)page;
 }
 
 void WriteReportHeads(Html& html, const PageContent& page, Markup first) {
@@ -99,6 +105,21 @@ std::string Sentence(const PageContent& page, size_t failures) {
            Grouped(sections) + " sections";
 }
 
+// How much there is to see of what differs.
+void WriteDifferences(Html& html, const PageContent& page) {
+    const auto count = [](const auto& lines, auto differs) {
+        return Grouped(static_cast<size_t>(std::ranges::count_if(lines, differs)));
+    };
+    using SectionLine = Comparison::SectionLine;
+    const auto& [facts, sections, sensors, black_box_differs] = page.comparison;
+    html << "<p class=\"note\">";
+    html.Text("What differs: " + count(facts, &Comparison::FactLine::differs) + " facts, " +
+              count(sections, &SectionLine::text_differs) + " sections, " +
+              count(sections, &SectionLine::time_differs) + " times; " +
+              count(sections, &SectionLine::missing_in_some) + " sections are only in some.");
+    html << "</p>\n";
+}
+
 void WriteVerdict(Html& html, const PageContent& page) {
     const std::vector<Finding> findings = FindFindings(page);
     const auto failures =
@@ -111,9 +132,10 @@ void WriteVerdict(Html& html, const PageContent& page) {
         html << "<div class=\"wide\"><table class=\"findings\">\n";
         if (page.compared()) WriteReportHeads(html, page, "What");
         html << "<tbody>\n";
-        for (const Finding& finding : findings) WriteFinding(html, page, finding);
+        for (const Finding& finding : findings) WriteFinding(html, finding);
         html << "</tbody></table></div>\n";
     }
+    if (page.compared()) WriteDifferences(html, page);
     html << "</section>\n";
 }
 

@@ -201,10 +201,12 @@ void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
         html_.Text(trouble) << "</span>";
     }
     if (page_.compared()) {
-        for (size_t i = 0; i < line.sections.size() && line.missing_in_some; ++i) {
-            if (line.sections[i] == nullptr) continue;
-            html_ << " <span class=\"note\">only in</span>";
-            WriteChip(html_, page_, i);
+        if (line.missing_in_some) {
+            html_ << " <span class=\"note\">only in";
+            for (size_t i = 0; i < line.sections.size(); ++i) {
+                if (line.sections[i] != nullptr) WriteChip(html_, page_, i);
+            }
+            html_ << "</span>";
         }
         if (line.text_differs) html_ << " <span class=\"differing\">differs</span>";
     }
@@ -254,8 +256,12 @@ std::string SectionsWriter::Write() {
              "<input type=\"search\" placeholder=\"Search in "
           << page_.comparison.sections.size()
           << " sections\" aria-label=\"Search in the sections\" autocomplete=\"off\" "
-             "spellcheck=\"false\"><button type=\"button\" id=\"open-all\">Open all</button>"
-             "<span id=\"found\" class=\"note\" role=\"status\"></span></div>\n";
+             "spellcheck=\"false\"><button type=\"button\" id=\"open-all\">Open all</button>";
+    if (page_.compared()) {
+        html_ << "<button type=\"button\" id=\"differing\" aria-pressed=\"false\">Only what "
+                 "differs</button>";
+    }
+    html_ << "<span id=\"found\" class=\"note\" role=\"status\"></span></div>\n";
     for (size_t line = 0; line < page_.comparison.sections.size() && fault_.empty(); ++line) {
         WriteSection(line);
     }

@@ -65,7 +65,7 @@ void WriteAbout(Html& html, const PageContent& page, size_t report, const Sensor
     html << "<p class=\"note\">";
     WriteChip(html, page, report);
     html.Text(Describe(sensor, kind, statistics));
-    if (kind.unit[0] != '\0') html.Text(std::string(", in ") + kind.unit);
+    if (kind.unit[0] != '\0' && !sensor.times.empty()) html.Text(std::string(", in ") + kind.unit);
     const std::string trouble =
             SensorTrouble(sensor, statistics, page.reports[report].BootSeconds());
     if (!trouble.empty()) {

@@ -82,7 +82,7 @@ window.boardreport = {ready: false, plots: []};
         const value = name => style.getPropertyValue(name).trim();
         colour = {
             lines: [1, 2, 3, 4, 5].map(i => value(`--line-${i}`)),
-            grid: value('--grid'), axis: value('--rule'), band: value('--band'), mark: value('--mark'),
+            grid: value('--grid'), axis: value('--rule'), mark: value('--mark'),
         };
     }
     const colourOf = i => colour.lines[i % colour.lines.length];
@@ -119,8 +119,8 @@ window.boardreport = {ready: false, plots: []};
             for (const [time, ...values] of thin(some, timeOf(set, from), timeOf(set, to), pixels)) {
                 const row = new Array(1 + width).fill(null);
                 row[0] = set.start + time / 1e6;
-                values.forEach((value, i) => { row[before + i] = plot.level ?? value; });
-                if (plot.level) row[before] = plot.lines.length - set.report;
+                values.forEach((value, i) => { row[before + i] = value; });
+                if (plot.lane) row[before] = plot.lines.length - plot.lines.findIndex(one => one.set === set);
                 rows.push(row);
             }
             before += columns.length;
@@ -138,17 +138,16 @@ window.boardreport = {ready: false, plots: []};
         };
     }
 
-    function add(figure, lines, name) {
+    function add(figure, lines) {
         const element = document.createElement('div');
         element.className = `plot ${figure.shape}`;
         figure.element.querySelector('.plots').append(element);
         const lane = figure.shape === 'event' || figure.shape === 'wear';
-        const plot = {figure, element, lines, name, lane, level: figure.shape === 'event' ? 1 : undefined};
-        const drawn = figure.shape === 'wear' ? {...plot, lines: lines.map(one => ({...one, columns: [0]}))} : plot;
-        const levels = Math.max(...figure.sets.map(set => set.report)) + 1;
-        plot.graph = new Dygraph(element, rowsOf(drawn), {
+        const plot = {figure, element, lines, lane};
+        plot.graph = new Dygraph(element, rowsOf(plot), {
             ...appearance(plot),
             labels: ['time', ...lines.flatMap(({names}) => names)],
+            series: compared ? widths(lines) : {},
             dateWindow: view,
             plugins: [],
             legend: 'never',
@@ -169,8 +168,8 @@ window.boardreport = {ready: false, plots: []};
                 },
                 y: {
                     axisLabelWidth: kAxisWidth - 6,
-                    pixelsPerLabel: 28,
-                    ...(lane ? {ticker: () => [], valueRange: [0.4, levels + 0.6]} : {}),
+                    pixelsPerLabel: 20,
+                    ...(lane ? {ticker: () => [], valueRange: [0.4, lines.length + 0.6]} : {}),
                 },
             },
             interactionModel: {...Dygraph.defaultInteractionModel, dblclick: reset},
@@ -179,6 +178,9 @@ window.boardreport = {ready: false, plots: []};
         });
         plots.push(plot);
     }
+    // Reports that say the same still show all: what is drawn first is the widest.
+    const widths = lines => Object.fromEntries(lines.flatMap(({names}, i) =>
+        names.map(name => [name, {strokeWidth: 1 + 0.9 * (lines.length - 1 - i)}])));
     const stepFor = ([from, to]) => {
         const seconds = (to - from) / 1000;
         if (seconds > 6 * 86400) return 86400e3;
@@ -190,19 +192,21 @@ window.boardreport = {ready: false, plots: []};
     function drawBands(canvas, where, graph, plot) {
         const left = x => Math.max(where.x, Math.min(where.x + where.w, graph.toDomXCoord(x)));
         const ownLane = plot.figure.shape === 'wear';
-        for (const set of wear) {
+        const share = where.h / wear.length;
+        for (const [k, set] of wear.entries()) {
+            const top = ownLane ? where.y + share * (k + 0.25) : where.y;
+            const height = ownLane ? share / 2 : where.h;
+            canvas.fillStyle = colourOf(set.report);
+            canvas.globalAlpha = ownLane ? 1 : 0.1;
             for (let i = 0; i < set.times.length; ++i) {
                 const from = left(xOf(set, i)), to = left(endOf(set, i));
-                if (to <= from) continue;
-                canvas.fillStyle = ownLane ? colourOf(compared ? set.report : 0) : colour.band;
-                const height = ownLane ? where.h / (2 * wear.length) : where.h;
-                const top = ownLane ? where.y + where.h * (wear.indexOf(set) + 0.25) / wear.length : where.y;
-                canvas.fillRect(from, top, to - from, height);
+                if (to > from) canvas.fillRect(from, top, to - from, height);
             }
         }
+        canvas.globalAlpha = 1;
         if (plot.lane) return;
-        canvas.fillStyle = colour.mark;
         for (const set of events) {
+            canvas.fillStyle = compared ? colourOf(set.report) : colour.mark;
             const begin = firstNotBefore(set.times, timeOf(set, view[0]));
             const end = firstNotBefore(set.times, timeOf(set, view[1]));
             const every = Math.max(1, Math.ceil((end - begin) / where.w));
@@ -268,7 +272,10 @@ window.boardreport = {ready: false, plots: []};
         reset, all: () => show(...everything),
         back: () => step(-1), forth: () => step(1),
     };
-    const keys = {'+': 'in', '=': 'in', '-': 'out', ArrowLeft: 'left', ArrowRight: 'right', 0: 'reset', a: 'all', ',': 'back', '.': 'forth'};
+    const keys = {
+        '+': 'in', '=': 'in', '-': 'out', ArrowLeft: 'left', ArrowRight: 'right',
+        0: 'reset', a: 'all', ',': 'back', '.': 'forth',
+    };
     for (const button of document.querySelectorAll('[data-action]')) {
         button.addEventListener('click', () => actions[button.dataset.action]());
     }
@@ -305,6 +312,9 @@ window.boardreport = {ready: false, plots: []};
         pointAt(xOf(set, i));
     }
 
+    const inView = set => set.times.some((_, i) => xOf(set, i) <= view[1] && xOf(set, i) >= view[0]);
+    const wornInView = set => set.times.some((_, i) => xOf(set, i) <= view[1] && endOf(set, i) >= view[0]);
+
     // Without a cursor it is the legend.
     function tell(figure, x) {
         const parts = [];
@@ -314,6 +324,8 @@ window.boardreport = {ready: false, plots: []};
             span.className = className;
             parts.push(span);
         };
+        const within = figure.shape === 'wear' ? wornInView : inView;
+        if (x === null && !figure.sets.some(within)) part('all of it outside of what is shown', 'raw');
         for (const set of figure.sets) {
             const i = x === null ? 0 : nearest(set.times, timeOf(set, x));
             if (compared) part(reportName(set.report), `key line-${set.report % 5 + 1}`);
@@ -321,6 +333,7 @@ window.boardreport = {ready: false, plots: []};
                 part(label(xOf(set, i), 1), 'clock');
                 part(`${set.first + BigInt(Math.round(set.times[i]))} ns`, 'raw');
             }
+            if (compared && x === null) continue;
             const keyed = set.columns.length === 3;
             set.columns.forEach((column, c) => {
                 const value = x === null ? '' : ` ${column[i].toFixed(figure.shape === 'wear' ? 1 : 6)}`;
@@ -346,9 +359,16 @@ window.boardreport = {ready: false, plots: []};
     for (const figure of figures) {
         const columns = Math.max(...figure.sets.map(set => set.columns.length));
         if (compared && columns === 3) {
-            axes.forEach((name, column) => add(figure, linesOf(figure.sets.filter(set => set.columns.length === 3), column), name));
+            const sets = figure.sets.filter(set => set.columns.length === 3);
+            axes.forEach((name, column) => {
+                add(figure, linesOf(sets, column));
+                const title = document.createElement('span');
+                title.className = 'axis';
+                title.textContent = name;
+                plots.at(-1).element.append(title);
+            });
         } else {
-            add(figure, linesOf(figure.sets, compared ? 0 : null), '');
+            add(figure, linesOf(figure.sets, compared ? 0 : null));
         }
         tell(figure, null);
     }

@@ -62,7 +62,9 @@ function readPlainTimes(packed, count, unit) {
 // A hub whose clock went astray sends times that run backwards.
 function sortByTime(records) {
     const {times, columns} = records;
-    if (times.every((time, i) => i === 0 || times[i - 1] <= time)) return;
+    let sorted = 1;
+    while (sorted < times.length && times[sorted - 1] <= times[sorted]) ++sorted;
+    if (sorted >= times.length) return;
     const order = Uint32Array.from(times.keys()).sort((a, b) => times[a] - times[b]);
     records.times = Float64Array.from(order, i => times[i]);
     records.columns = columns.map(column => Float32Array.from(order, i => column[i]));

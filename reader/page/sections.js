@@ -26,7 +26,11 @@
 
     // Lower-case texts, made when somebody first searches.
     const lower = new Map();
-    function contains(section, words) {
+    const differing = document.querySelector('#differing');
+    const onlyDiffering = () => differing && differing.getAttribute('aria-pressed') === 'true';
+    function matches(section, words) {
+        if (onlyDiffering() && !('differs' in section.dataset)) return false;
+        if (words === '') return true;
         if (!lower.has(section)) {
             lower.set(section, (section.dataset.section + '\n' + textOf(section)).toLowerCase());
         }
@@ -38,13 +42,13 @@
         const words = search.value.toLowerCase();
         // More of the same word can't be where less of it was not.
         const narrower = last !== '' && words.includes(last);
-        let matches = 0;
+        let shown = 0;
         for (const section of sections) {
-            if (!narrower || !section.hidden) section.hidden = !contains(section, words);
-            if (!section.hidden) ++matches;
+            if (!narrower || !section.hidden) section.hidden = !matches(section, words);
+            if (!section.hidden) ++shown;
         }
         last = words;
-        found.textContent = words === '' ? '' : `${matches} of ${sections.length}`;
+        found.textContent = shown === sections.length ? '' : `${shown} of ${sections.length}`;
         mark();
     }
     function clearSearch() {
@@ -97,6 +101,14 @@
         for (const section of sections) {
             section.addEventListener('toggle', () => last !== '' && mark());
         }
+    }
+
+    if (differing) {
+        differing.addEventListener('click', () => {
+            differing.setAttribute('aria-pressed', !onlyDiffering());
+            last = '';  // what was hidden may match again
+            filter();
+        });
     }
 
     const all = document.querySelector('#open-all');
