@@ -35,6 +35,7 @@ class SectionsWriter {
     Html& html_;
     const PageContent& page_;
     std::string fault_;
+    bool has_equal_lines_ = false;  // the section that is being written, within its differences
 };
 
 std::string SectionsWriter::Read(const Report& report, TextRange text) {
@@ -150,16 +151,22 @@ void SectionsWriter::WriteDifference(const Comparison::SectionLine& line, size_t
                                      size_t other) {
     const Section& a = *line.sections[first];
     const Section& b = *line.sections[other];
-    html_ << "<h4>";
+    html_ << "<h4>−";
     WriteChip(html_, page_, first);
-    html_ << " − , ";
+    html_ << "&nbsp; +";
     WriteChip(html_, page_, other);
-    html_ << " +</h4>\n";
+    html_ << "</h4>\n";
     if (a.text.size() <= kLargest && b.text.size() <= kLargest) {
         const std::string before = Read(page_.reports[first], a.text);
         const std::string after = Read(page_.reports[other], b.text);
         if (const auto runs = DiffLines(before, after)) {
-            WriteRuns(*runs, other == first + 1);
+            if (runs->size() == 1 && runs->front().kind == DiffRun::Kind::kCommon) {
+                html_ << "<p class=\"note\">The same.</p>\n";
+                return;
+            }
+            // All that is equal has to be there only once.
+            WriteRuns(*runs, !has_equal_lines_);
+            has_equal_lines_ = true;
             return;
         }
     }
@@ -181,6 +188,7 @@ void SectionsWriter::WriteContent(const Comparison::SectionLine& line) {
     html_ << "<p class=\"detail\">";
     html_.Text(section.detail) << "</p>\n";
     bool shown = false;
+    has_equal_lines_ = false;
     for (size_t i = first + 1; i < line.sections.size() && line.text_differs; ++i) {
         if (line.sections[i] == nullptr) continue;
         WriteDifference(line, first, i);

@@ -51,7 +51,7 @@ std::string Describe(const Sensor& sensor, const SensorKind& kind,
                Duration(sensor.total_worn.value_or(0)) + " worn";
     }
     std::string text = Grouped(count) + (count == 1 ? " record" : " records");
-    if (count < 2) return text;
+    if (statistics.span <= 0) return text;
     text += " in " + Duration(statistics.span);
     if (kind.shape != SensorKind::Shape::kEvent && std::isfinite(statistics.rate)) {
         text += ", " + Fixed(statistics.rate, statistics.rate < 10 ? 2 : 1) + " a second";
@@ -65,7 +65,8 @@ void WriteAbout(Html& html, const PageContent& page, size_t report, const Sensor
     html << "<p class=\"note\">";
     WriteChip(html, page, report);
     html.Text(Describe(sensor, kind, statistics));
-    if (kind.unit[0] != '\0' && !sensor.times.empty()) html.Text(std::string(", in ") + kind.unit);
+    // That periods are in seconds goes without saying.
+    if (kind.unit[0] != '\0' && kind.shape != SensorKind::Shape::kWear && !sensor.times.empty()) html.Text(std::string(", in ") + kind.unit);
     const std::string trouble =
             SensorTrouble(sensor, statistics, page.reports[report].BootSeconds());
     if (!trouble.empty()) {

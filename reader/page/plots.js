@@ -147,7 +147,7 @@ window.boardreport = {ready: false, plots: []};
         plot.graph = new Dygraph(element, rowsOf(plot), {
             ...appearance(plot),
             labels: ['time', ...lines.flatMap(({names}) => names)],
-            series: compared ? widths(lines) : {},
+            series: compared && !lane ? widths(lines) : {},
             dateWindow: view,
             plugins: [],
             legend: 'never',
@@ -163,8 +163,8 @@ window.boardreport = {ready: false, plots: []};
                 x: {
                     ticker: boot === null ? Dygraph.numericTicks : Dygraph.dateTicker,
                     axisLabelFormatter: x => label(Number(x), stepFor(view)),
-                    axisLabelWidth: 70,
-                    pixelsPerLabel: 80,
+                    axisLabelWidth: 84,
+                    pixelsPerLabel: 90,
                 },
                 y: {
                     axisLabelWidth: kAxisWidth - 6,

@@ -1,7 +1,9 @@
 // The sections: links that open them, the search box, the buttons that copy their text.
 'use strict';
 (() => {
-    const sections = [...document.querySelectorAll('[data-section]')];
+    // The last may be what is outside of the sections, which has no title.
+    const sections = [...document.querySelectorAll('#sections > details')];
+    const titled = sections.filter(section => 'section' in section.dataset);
     const search = document.querySelector('input[type=search]');
     const found = document.querySelector('#found');
 
@@ -32,7 +34,7 @@
         if (onlyDiffering() && !('differs' in section.dataset)) return false;
         if (words === '') return true;
         if (!lower.has(section)) {
-            lower.set(section, (section.dataset.section + '\n' + textOf(section)).toLowerCase());
+            lower.set(section, ((section.dataset.section ?? '') + '\n' + textOf(section)).toLowerCase());
         }
         return lower.get(section).includes(words);
     }
@@ -42,13 +44,12 @@
         const words = search.value.toLowerCase();
         // More of the same word can't be where less of it was not.
         const narrower = last !== '' && words.includes(last);
-        let shown = 0;
         for (const section of sections) {
             if (!narrower || !section.hidden) section.hidden = !matches(section, words);
-            if (!section.hidden) ++shown;
         }
         last = words;
-        found.textContent = shown === sections.length ? '' : `${shown} of ${sections.length}`;
+        const shown = titled.filter(section => !section.hidden).length;
+        found.textContent = shown === titled.length ? '' : `${shown} of ${titled.length}`;
         mark();
     }
     function clearSearch() {
@@ -86,6 +87,7 @@
         search.addEventListener('keydown', event => {
             const first = sections.find(section => !section.hidden);
             if (event.key === 'Enter' && search.value !== '' && first) {
+                event.preventDefault();  // or it would close again what has the focus by then
                 first.open = true;
                 first.querySelector('summary').focus();
             } else if (event.key === 'Escape') {

@@ -1,0 +1,344 @@
+#!/usr/bin/python3
+"""Looks at report pages in a headless Chromium, as people do: ./dev test --page
+
+page_test.py [--picture FILE] [FILTER]   from the project's folder, with build/ built. The picture is
+the upper part of the healthy wearable's page, as the README shows it. FILTER: pages whose name has it.
+"""
+import argparse
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import time
+
+from selenium import webdriver
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.chrome.service import Service
+
+HERE = pathlib.Path(__file__).resolve().parent.parent
+BOARDREPORT = HERE / 'build/bin/boardreport'
+WORK = pathlib.Path(tempfile.mkdtemp(prefix='page_test.'))
+SWITCHES = ('headless=new no-sandbox disable-gpu disable-quic no-first-run disable-sync '
+            'disable-background-networking disable-component-update hide-scrollbars').split()
+
+
+# ---- reports -------------------------------------------------------------------------------------
+
+def wearable(name, *boot):
+    """The simulated wearable's report, made by the real service."""
+    subprocess.run([HERE / 'device/boot', '--state', WORK / 'device', *boot, '--', BOARDREPORT,
+                    '-o', WORK / f'{name}.txt', '-b', WORK / f'{name}.tar'],
+                   check=True, stdout=subprocess.DEVNULL, cwd=HERE)
+
+
+def section(title, text, detail='/vendor/bin/x', failure=b''):
+    return (b'------ %s (%s) ------\n' % (title, detail.encode()) + text + b'\n' + failure +
+            b"------ 0.250s was the duration of '%s' ------\n" % title)
+
+
+# What must stay text, and what it is to be seen as.
+NASTY = [
+    (b'</script><script>window.hacked=1</script>', None),
+    (b'</pre></details><img src=x onerror="window.hacked=2">', None),
+    (b']]><!-- <svg onload=window.hacked=3> --!>', None),
+    (b'<style>*{display:none}</style><base href="http://example.invalid/">', None),
+    (b'<meta http-equiv=refresh content="0;url=http://example.invalid/">', None),
+    (b'<details data-section="FAKE" data-failed="no"><p data-fact="device">', None),
+    (b'&lt;b&gt; &amp;#x41; &#0;', None),
+    ('line\u2028separator, \u202edirection'.encode(), r'line\u2028separator, \u202Edirection'),
+    (b'nul\0 escape\x1b[31m cr\r bell\a', '\N{SYMBOL FOR NULL}'.join(['nul', ' escape']) +
+     '\N{SYMBOL FOR ESCAPE}[31m cr\N{SYMBOL FOR CARRIAGE RETURN} bell\N{SYMBOL FOR BELL}'),
+    (b'no utf-8: \xff\xc3( \xed\xa0\x80', r'no utf-8: \xFF\xC3( \xED\xA0\x80'),
+    ('\u00e9\u4e2d\U0001f600'.encode(), None),
+    (b'\n\nempty lines first', None),
+]
+SEEN = [seen if seen is not None else text.decode() for text, seen in NASTY]
+NASTY_TITLE = '''"'><img src=x onerror=window.hacked=4> & <b data-section='x'>'''
+
+
+def hostile(name):
+    (WORK / f'{name}.txt').write_bytes(
+        b'verbose logging: enabled\n' +
+        b''.join(section(b'N%d' % i, text) for i, (text, _) in enumerate(NASTY)) +
+        section(NASTY_TITLE.encode(), b'text', failure=b'*** cannot run <b>"x"</b>: why\n') +
+        b'------ Sensor Black Box ------\n*** Sensor 1 (</script><b>A) ***\n'
+        b'Time: 18446744073709551615, Value: (1.000000, nan, inf)\n'
+        b'Time: 5, Value: (2.000000, -inf, 340282346638528859811704183484516925440.000000)\n'
+        b'Skipping Sensor 10 (Barometer): <Incomplete buffer>\n' +
+        section(b'VENDOR PROPERTIES', b'[ro.product.model]: [<img src=x onerror=window.hacked=5>]') +
+        b'------ CUT (/never/ends) ------\nhalf a line')
+
+
+def big(name, records=1000000, size=50 << 20):
+    """A report of 50 MiB, most of it the accelerometer."""
+    line = 'Time: %d, Value: (%.3f, %.3f, %.3f)\n'
+    with open(WORK / f'{name}.txt', 'w') as out:
+        out.write('verbose logging: disabled\n------ Sensor Black Box ------\n'
+                  '*** Sensor 1 (Accelerometer) ***\n')
+        out.writelines(line % (10**9 + i * 10**7 + (i * 7919 % 1000) * 1000 + (10**10 if i >= 600000 else 0),
+                               i % 97 / 10, -9.8, i % 31 / 10) for i in range(records))
+        out.write('\n')
+        number = 0
+        while out.tell() < size:
+            out.write('------ LOG %d (/data/%d) ------\n' % (number, number))
+            out.writelines('%d needle%d in a log of <many> lines\n' % (i, number) for i in range(2000))
+            out.write("------ 0.010s was the duration of 'LOG %d' ------\n" % number)
+            number += 1
+
+
+PICTURES = {code: 0x2400 + code for code in range(32) if chr(code) not in '\t\n'} | {127: 0x2421}
+
+
+def sections_of(path):
+    """(title, text) of a whole report without surprises, read another way than the program does."""
+    found = []
+    for match in re.finditer(rb"^------ (.+?) \(.*\) ------\n((?:.*\n)*?)------ [\d.]+s was the duration of '\1' ------\n",
+                             path.read_bytes(), re.M):
+        text = re.sub(rb'^\*\*\* .*\n\Z', b'', match[2], flags=re.M).decode(errors='backslashreplace')
+        text = re.sub(r'\\x..', lambda byte: byte[0].upper().replace('X', 'x'), text)
+        found.append((match[1].decode(), text.translate(PICTURES).rstrip('\n')))
+    return found
+
+
+# ---- the browser ---------------------------------------------------------------------------------
+
+def start_browser():
+    options = webdriver.ChromeOptions()
+    for switch in SWITCHES:
+        options.add_argument('--' + switch)
+    options.add_argument(f'--user-data-dir={WORK}/profile')
+    options.add_argument('--window-size=1600,1000')
+    options.set_capability('goog:loggingPrefs', {'browser': 'ALL', 'performance': 'ALL'})
+    options.binary_location = '/usr/bin/chromium'
+    return webdriver.Chrome(options=options, service=Service('/usr/bin/chromedriver'))
+
+
+class Page:
+    def __init__(self, browser, name, arguments):
+        self.browser, self.name, self.failed, self.passed = browser, name, 0, 0
+        self.file = WORK / f'{name}.html'
+        started = time.monotonic()
+        subprocess.run([BOARDREPORT, 'page', '-o', self.file, *(WORK / a if '.' in a else a for a in arguments)],
+                       check=True)
+        self.made = time.monotonic() - started
+        browser.get('about:blank')
+        browser.get_log('browser'), browser.get_log('performance')
+        started = time.monotonic()
+        browser.get(f'file://{self.file}')
+        self.wait('window.boardreport.ready')
+        self.ready = time.monotonic() - started
+
+    def js(self, expression):
+        return self.browser.execute_script('return ' + expression)
+
+    def wait(self, expression, seconds=60):
+        end = time.monotonic() + seconds
+        while not self.js(expression):
+            if time.monotonic() > end:
+                raise AssertionError(f'never came: {expression}')
+            time.sleep(0.02)
+
+    def find(self, selector):
+        return self.browser.find_element(By.CSS_SELECTOR, selector)
+
+    def media(self, **features):
+        self.browser.execute_cdp_cmd('Emulation.setEmulatedMedia', {
+            'features': [{'name': n.replace('_', '-'), 'value': v} for n, v in features.items()]})
+
+    def width(self, width, height=1000):
+        self.browser.execute_cdp_cmd('Emulation.setDeviceMetricsOverride', {
+            'width': width, 'height': height, 'deviceScaleFactor': 1, 'mobile': False})
+
+    def check(self, what, got, expected=True):
+        if got == expected:
+            self.passed += 1
+        else:
+            self.failed += 1
+            print(f'{self.name}: {what}: got {got!r}\n    instead of {expected!r}')
+
+    def check_quiet(self):
+        """Nothing was complained about, nothing asked of a network."""
+        self.check('console', [entry['message'] for entry in self.browser.get_log('browser')], [])
+        asked = re.findall(r'"documentURL":"[^"]*".*?"url":"([^"]*)"', ''.join(
+            entry['message'] for entry in self.browser.get_log('performance')
+            if '"Network.requestWillBeSent"' in entry['message']))
+        self.check('requests', [url for url in asked if url not in (f'file://{self.file}', 'about:blank')], [])
+        self.check('resources', self.js("performance.getEntriesByType('resource').length"), 0)
+
+
+TITLES = "[...document.querySelectorAll('[data-section]')].map(e => e.dataset.section)"
+TEXTS = """[...document.querySelectorAll('[data-section]')].map(e =>
+    [...e.querySelectorAll('pre')].map(p => p.textContent).join('').replace(/\\n+$/, ''))"""
+SHOWN = "[...document.querySelectorAll('[data-section]')].filter(e => e.checkVisibility()).map(e => e.dataset.section)"
+RANGES = "[...new Set(boardreport.plots.map(plot => plot.xAxisRange().map(Math.round).join()))]"
+
+
+# ---- what is looked at ---------------------------------------------------------------------------
+
+def look_at_healthy(page):
+    sections = sections_of(WORK / 'healthy.txt')
+    page.check('titles', page.js(TITLES), [title for title, _ in sections])
+    page.check('texts', page.js(TEXTS), [text for _, text in sections])
+    page.check('black box', page.js("document.querySelector('[data-black-box]').dataset.failed ?? null"), None)
+    for what, expression, expected in [
+        ('facts', "document.querySelector('[data-fact=\"battery.level\"]').textContent", '64'),
+        ('failed', "document.querySelectorAll('[data-failed]').length", 2),
+        ('seconds', "document.querySelectorAll('[data-section]:not([data-seconds])').length", 0),
+        ('failures are linked', """[...document.querySelectorAll('#verdict a')].every(a =>
+            document.querySelector(a.getAttribute('href')).dataset.failed)""", True),
+        ('sensors', "[...document.querySelectorAll('[data-sensor]')].map(e => e.dataset.sensor)",
+         ['1', '6', '8', '10', '196', '200', '214']),
+        ('bars', "document.querySelectorAll('.strip [data-bar]').length", len(sections)),
+        ('bundle', "document.querySelector('#bundle').textContent.includes('the archive is whole')", True),
+        ('newest first', """[...document.querySelectorAll('.series')].map(e =>
+            [...e.querySelectorAll('td:first-child')].map(t => t.textContent)).every(names =>
+            names.join() === [...names].sort().reverse().join())""", True),
+    ]:
+        page.check(what, page.js(expression), expected)
+    times = re.findall(rb'^Time: (\d+), Value: \(', (WORK / 'healthy.txt').read_bytes(), re.M)
+    page.check('records', page.js("[...document.querySelectorAll('[data-shape=vector]')].reduce((n, e) => n + +e.dataset.records, 0)"), len(times))
+    page.check('records decoded', page.js("""[...document.querySelectorAll('[data-shape=vector] script')]
+        .flatMap(e => { const r = readRecords(e); return [...r.times].map(t => String(r.first + BigInt(t))); }).sort().join()"""),
+        ','.join(sorted(time.decode() for time in times)))
+
+    # A search shows the sections with the word and no others, as it is typed; Enter opens the first.
+    search = page.find('input[type=search]')
+    search.send_keys('Fingerprint')
+    page.check('search', page.js(SHOWN), [t for t, text in sections if 'fingerprint' in (t + text).lower()])
+    search.send_keys(Keys.ENTER)
+    page.check('search opens', page.js("document.querySelector('[data-section][open] pre').textContent.toLowerCase().includes('fingerprint')"))
+    search.clear()
+    search.send_keys(Keys.ESCAPE)
+    page.check('search cleared', len(page.js(SHOWN)), len(sections))
+
+    # By keyboard alone.
+    page.js("document.querySelector('[data-section=INTERRUPTS] summary').focus()")
+    ActionChains(page.browser).send_keys(Keys.ENTER).perform()
+    page.check('opens by keyboard', page.js("document.querySelector('[data-section=INTERRUPTS]').open"))
+    page.js("document.querySelector('.strip [data-bar]').focus()")
+    ActionChains(page.browser).send_keys(Keys.ARROW_RIGHT).perform()
+    page.check('bar tells', page.js("document.querySelector('#bar-told').textContent").startswith(sections[1][0] + ': '))
+    page.find('#verdict a').click()
+    page.wait("document.querySelector('[data-failed]').open")
+    page.find('[data-failed] .copy').click()
+    page.wait("/Copied|Selected/.test(document.querySelector('[data-failed] .copy').textContent)")
+
+    # One time axis: buttons, keys and the mouse move all plots.
+    before = page.js(RANGES)
+    page.check('one axis', len(before), 1)
+    plot = page.find('[data-sensor="6"] .plot')
+    for what, act in [
+        ('button', lambda: page.find('[data-action=in]').click()),
+        ('key', lambda: page.find('#plots').send_keys(Keys.ARROW_LEFT)),
+        ('drag', lambda: ActionChains(page.browser).move_to_element(plot).click_and_hold().move_by_offset(150, 0).release().perform()),
+        ('reset', lambda: page.find('[data-action=reset]').click()),
+    ]:
+        act()
+        page.wait(f"{RANGES}.length === 1 && {RANGES}[0] !== '{before[0]}'")
+        page.check(f'{what} moves all', len(page.js(RANGES)), 1)
+        before = page.js(RANGES)
+    ActionChains(page.browser).move_to_element(plot).perform()
+    page.check('cursor tells', bool(re.search(r'\d\d:\d\d:\d\d\.\d+\d{8,} nsx -?\d+\.\d{6}', page.js("document.querySelector('[data-sensor=\"6\"] .readout').textContent"))))
+
+    light = page.js('getComputedStyle(document.body).backgroundColor')
+    page.media(prefers_color_scheme='dark')
+    page.check('dark', page.js('getComputedStyle(document.body).backgroundColor') != light)
+    page.media()
+
+
+def look_at_faulty(page):
+    page.check('black box', bool(page.js("document.querySelector('[data-black-box]').dataset.failed")))
+    page.check('linked', page.js("[...document.querySelectorAll('#verdict a')].some(a => a.hash === '#sensors')"))
+
+
+def look_at_comparison(page):
+    page.check('titles', page.js(TITLES), [title for title, _ in sections_of(WORK / 'healthy.txt')])
+    for what, expression, expected in [
+        ('facts', "[...document.querySelectorAll('[data-fact=\"build.type\"]')].map(e => e.dataset.report + e.textContent)",
+         ['0userdebug', '1userdebug', '2user']),
+        ('strips', "document.querySelectorAll('.strip').length", 3),
+        ('differs', "'differs' in document.querySelector('[data-section=\"VENDOR PROPERTIES\"]').dataset", True),
+        ('same', "'differs' in document.querySelector('[data-section=\"Extcon states\"]').dataset", False),
+        ('lines', "[...document.querySelectorAll('[data-section=\"VENDOR PROPERTIES\"] :is(ins, del)')].map(e => e.textContent).some(t => t === '+ [ro.build.type]: [user]\\n')", True),
+        ('black box', "document.querySelector('[data-black-box]').dataset.failed.startsWith('B: ')", True),
+        ('overlaid', "document.querySelectorAll('[data-sensor=\"1\"] script').length", 2),
+    ]:
+        page.check(what, page.js(expression), expected)
+
+
+def look_at_hostile(page):
+    page.check('titles', page.js(TITLES), [f'N{i}' for i in range(len(NASTY))] + [NASTY_TITLE, 'VENDOR PROPERTIES', 'CUT'])
+    page.check('texts', page.js(TEXTS)[:len(NASTY)], SEEN)
+    for what, expression, expected in [
+        ('hacked', 'window.hacked ?? null', None),
+        ('elements', "document.querySelectorAll('img, base, meta[http-equiv=refresh], pre script, svg[onload]').length", 0),
+        ('styles', 'document.styleSheets.length', 2),
+        ('facts', "[...document.querySelectorAll('[data-fact=device]')].map(e => e.textContent)", ['<img src=x onerror=window.hacked=5>']),
+        ('failure', "document.querySelector('[data-section][data-failed]').dataset.failed", 'cannot run <b>"x"</b>: why'),
+        ('not finished', "document.querySelector('[data-section=CUT]').dataset.failed", 'not finished'),
+        ('policy', "document.querySelector('meta[http-equiv]').content.startsWith(\"default-src 'none'; script-src 'sha256-\")", True),
+    ]:
+        page.check(what, page.js(expression), expected)
+    page.width(360)
+    page.wait('document.documentElement.scrollWidth === 360')
+    page.width(1600)
+
+
+def look_at_big(page):
+    print(f'big: made in {page.made:.2f} s, {page.file.stat().st_size / 2**20:.1f} MiB, ready in {page.ready:.2f} s')
+    page.check('records', page.js("document.querySelector('[data-sensor=\"1\"]').dataset.records"), '1000000')
+    page.check('gap', page.js("document.querySelector('[data-sensor=\"1\"] .trouble').textContent.startsWith('a gap of 10.0')"))
+    page.check('few rows', page.js('boardreport.plots[0].numRows() < 4000'))
+    page.find('[data-action=in]').click()
+    page.check('still few', page.js('boardreport.plots[0].numRows() < 4000'))
+    page.find('input[type=search]').send_keys('needle7 ')
+    page.check('search', page.js(SHOWN), ['LOG 7'])
+
+
+PAGES = [
+    # name, how its report is made, what its page is of, what is looked at
+    ('healthy', lambda name: wearable(name), ['healthy.txt', '-b', 'healthy.tar'], look_at_healthy),
+    ('faulty', lambda name: wearable(name, '--set', 'vendor.sim.contexthubd.args=--absent'), ['faulty.txt'], look_at_faulty),
+    ('user', lambda name: wearable(name, '--set', 'ro.build.type=user'), ['user.txt'], None),
+    ('comparison', None, ['healthy.txt', 'faulty.txt', 'user.txt'], look_at_comparison),
+    ('hostile', hostile, ['hostile.txt'], look_at_hostile),
+    ('big', big, ['big.txt'], look_at_big),
+]
+
+
+def main():
+    arguments = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    arguments.add_argument('--picture', type=pathlib.Path, help='PNG file of the healthy page')
+    arguments.add_argument('filter', nargs='?', default='')
+    chosen = arguments.parse_args()
+    passed = failed = 0
+    browser = start_browser()
+    try:
+        for name, make, of, look in PAGES:
+            if make and (chosen.filter in name or chosen.filter == 'comparison' and make != big):
+                make(name)
+            if chosen.filter not in name or not look:
+                continue
+            page = Page(browser, name, of)
+            if chosen.picture and name == 'healthy':
+                page.width(1120, 1240)
+                browser.save_screenshot(str(chosen.picture))
+                page.width(1600)
+            try:
+                look(page)
+            except Exception as stopped:  # the other pages are looked at all the same
+                page.check('to the end', str(stopped), '')
+            page.check_quiet()
+            passed, failed = passed + page.passed, failed + page.failed
+    finally:
+        browser.quit()
+        subprocess.run(['rm', '-rf', WORK], check=True)
+    print(f'{passed} passed, {failed} failed')
+    return failed > 0 or passed == 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
