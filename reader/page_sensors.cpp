@@ -66,7 +66,8 @@ void WriteAbout(Html& html, const PageContent& page, size_t report, const Sensor
     WriteChip(html, page, report);
     html.Text(Describe(sensor, kind, statistics));
     // That periods are in seconds goes without saying.
-    if (kind.unit[0] != '\0' && kind.shape != SensorKind::Shape::kWear && !sensor.times.empty()) html.Text(std::string(", in ") + kind.unit);
+    if (kind.unit[0] != '\0' && kind.shape != SensorKind::Shape::kWear && !sensor.times.empty())
+        html.Text(std::string(", in ") + kind.unit);
     const std::string trouble =
             SensorTrouble(sensor, statistics, page.reports[report].BootSeconds());
     if (!trouble.empty()) {

@@ -139,7 +139,8 @@ void WriteTimeline(Html& html, const PageContent& page) {
     html << "<p id=\"bar-told\" class=\"note\" aria-live=\"polite\">";
     html.Text(page.options.total_seconds ? Fixed(*page.options.total_seconds, 1) + " s in all, "
                                          : "");
-    html.Text(Fixed(SecondsInSections(page.reports.front()), 3) + " s in sections; point at a bar, or go from bar to bar with the arrow keys");
+    html.Text(Fixed(SecondsInSections(page.reports.front()), 3) +
+              " s in sections; point at a bar, or go from bar to bar with the arrow keys");
     html << "</p>\n";
     WriteRemarkable(html, page);
     html << "</section>\n";
