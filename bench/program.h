@@ -1,7 +1,8 @@
 #pragma once
 
-#include <initializer_list>
+#include <vector>
 
-// Runs another program, its standard output going to `out`, and waits for its end. Ends this
-// process when the program can't be run or fails: what it was measured for would be worth nothing.
-void RunProgram(std::initializer_list<const char*> argv, int out);
+// Runs another program, its standard output going to `out`, waits for its end and returns its peak
+// memory in KiB. Ends this process when the program can't be run or fails: what it was measured for
+// would be worth nothing.
+long RunProgram(const std::vector<const char*>& argv, int out);
