@@ -27,6 +27,14 @@ PageContent::PageContent(std::span<const Report> all, const PageOptions& chosen)
             if (section != nullptr) lines.emplace(section, line);
         }
     }
+    for (const Comparison::SensorLine& line : comparison.sensors) {
+        for (size_t i = 0; i < reports.size(); ++i) {
+            const Sensor* const sensor = line.sensors[i];
+            if (sensor != nullptr) {
+                statistics.emplace(sensor, Measure(*reports[i].black_box, *sensor));
+            }
+        }
+    }
 }
 
 std::string ReportName(size_t report) {

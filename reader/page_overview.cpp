@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "page_parts.h"
-#include "sensor_statistics.h"
 
 namespace reader {
 namespace {
@@ -53,8 +52,7 @@ std::vector<Finding> FindFindings(const PageContent& page) {
                  [&](size_t i) -> std::string {
                      const Sensor* const sensor = line.sensors[i];
                      if (sensor == nullptr || !sensor->skipped.empty()) return "";
-                     const BlackBox& box = *page.reports[i].black_box;
-                     return SensorTrouble(*sensor, Measure(box, *sensor),
+                     return SensorTrouble(*sensor, page.StatisticsOf(*sensor),
                                           page.reports[i].BootSeconds());
                  });
     }

@@ -9,6 +9,7 @@
 #include "comparison.h"
 #include "page.h"
 #include "page_html.h"
+#include "sensor_statistics.h"
 
 namespace reader {
 
@@ -19,6 +20,9 @@ struct PageContent {
     bool compared() const { return reports.size() > 1; }
     // Where the section stands in comparison.sections.
     size_t LineOf(const Section& section) const { return lines.at(&section); }
+    const SensorStatistics& StatisticsOf(const Sensor& sensor) const {
+        return statistics.at(&sensor);
+    }
 
     std::span<const Report> reports;
     const PageOptions& options;
@@ -26,6 +30,7 @@ struct PageContent {
 
   private:
     std::unordered_map<const Section*, size_t> lines;
+    std::unordered_map<const Sensor*, SensorStatistics> statistics;
 };
 
 // "A" for the first report: what it is called on a page that shows several.

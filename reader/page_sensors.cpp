@@ -4,7 +4,6 @@
 
 #include "page_parts.h"
 #include "record_packer.h"
-#include "sensor_statistics.h"
 
 namespace reader {
 namespace {
@@ -61,7 +60,7 @@ std::string Describe(const Sensor& sensor, const SensorKind& kind,
 
 void WriteAbout(Html& html, const PageContent& page, size_t report, const Sensor& sensor) {
     const SensorKind kind = KindOf(sensor);
-    const SensorStatistics statistics = Measure(*page.reports[report].black_box, sensor);
+    const SensorStatistics& statistics = page.StatisticsOf(sensor);
     html << "<p class=\"note\">";
     WriteChip(html, page, report);
     html.Text(Describe(sensor, kind, statistics));
@@ -78,14 +77,13 @@ void WriteAbout(Html& html, const PageContent& page, size_t report, const Sensor
 }
 
 void WriteRecords(Html& html, const PageContent& page, size_t report, const Sensor& sensor) {
-    const SensorStatistics statistics = Measure(*page.reports[report].black_box, sensor);
     const PackedRecords packed = PackRecords(sensor);
     html << "<script type=\"application/octet-stream\" data-report=\"" << report
          << "\" data-records=\"" << sensor.times.size() << "\" data-columns=\""
          << sensor.values.size() << "\" data-first=\"" << packed.first << "\" data-unit=\""
          << packed.unit << "\" data-times=\""
          << (packed.plain_times ? Markup("plain") : Markup("delta")) << "\"";
-    html.Attribute("data-gap", GapOf(KindOf(sensor), statistics)) << ">";
+    html.Attribute("data-gap", GapOf(KindOf(sensor), page.StatisticsOf(sensor))) << ">";
     html.Base64(packed.bytes) << "</script>\n";
 }
 
