@@ -120,14 +120,16 @@ class Page:
     def __init__(self, browser, name, arguments):
         self.browser, self.name, self.failed, self.passed = browser, name, 0, 0
         self.file = WORK / f'{name}.html'
+        self.arguments = [WORK / a if '.' in a else a for a in arguments]
+
+    def open(self):
         started = time.monotonic()
-        subprocess.run([BOARDREPORT, 'page', '-o', self.file, *(WORK / a if '.' in a else a for a in arguments)],
-                       check=True)
+        subprocess.run([BOARDREPORT, 'page', '-o', self.file, *self.arguments], check=True)
         self.made = time.monotonic() - started
-        browser.get('about:blank')
-        browser.get_log('browser'), browser.get_log('performance')
+        self.browser.get('about:blank')
+        self.browser.get_log('browser'), self.browser.get_log('performance')
         started = time.monotonic()
-        browser.get(f'file://{self.file}')
+        self.browser.get(f'file://{self.file}')
         self.wait('window.boardreport.ready')
         self.ready = time.monotonic() - started
 
@@ -151,6 +153,12 @@ class Page:
     def width(self, width, height=1000):
         self.browser.execute_cdp_cmd('Emulation.setDeviceMetricsOverride', {
             'width': width, 'height': height, 'deviceScaleFactor': 1, 'mobile': False})
+
+    def picture(self, file):
+        self.width(1120, 1240)
+        time.sleep(1)  # for what follows a change of size
+        self.browser.save_screenshot(str(file))
+        self.width(1600)
 
     def check(self, what, got, expected=True):
         if got == expected:
@@ -323,14 +331,13 @@ def main():
             if chosen.filter not in name or not look:
                 continue
             page = Page(browser, name, of)
-            if chosen.picture and name == 'healthy':
-                page.width(1120, 1240)
-                browser.save_screenshot(str(chosen.picture))
-                page.width(1600)
             try:
+                page.open()
+                if chosen.picture and name == 'healthy':
+                    page.picture(chosen.picture)
                 look(page)
             except Exception as stopped:  # the other pages are looked at all the same
-                page.check('to the end', str(stopped), '')
+                page.check('to the end', str(stopped).split('\n')[0], '')
             page.check_quiet()
             passed, failed = passed + page.passed, failed + page.failed
     finally:
