@@ -52,7 +52,7 @@ std::string SectionId(size_t line) {
 }
 
 std::string WritePage(std::span<const Report> reports, const PageOptions& options,
-                      const PageSink& sink) {
+                      const Sink& sink) {
     const PageContent page(reports, options);
     Html html(sink);
     html.Built(PageBegin()) << "<title>";

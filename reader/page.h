@@ -1,12 +1,11 @@
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 
 #include "report.h"
+#include "sink.h"
 
 namespace reader {
 
@@ -18,13 +17,10 @@ struct PageOptions {
     std::optional<double> total_seconds;
 };
 
-// Takes the next bytes of the page; false when they can't be written, which ends it.
-using PageSink = std::function<bool(std::string_view)>;
-
 // Writes one HTML file that shows the report, or several beside one another, the first being what
 // the others are compared with. They have been read with their texts. Returns "" or a sentence that
 // says what is wrong, other than with the sink.
 std::string WritePage(std::span<const Report> reports, const PageOptions& options,
-                      const PageSink& sink);
+                      const Sink& sink);
 
 }  // namespace reader

@@ -5,6 +5,7 @@
 
 #include "bundle.h"
 #include "page_parts.h"
+#include "summary.h"
 
 namespace reader {
 namespace {
@@ -29,7 +30,7 @@ void WriteBundle(Html& html, const std::string& path) {
     }
 
     html << "<section id=\"bundle\">\n<h2>Bundle</h2>\n<p class=\"note\">";
-    html.Text(path + ": " + Grouped(bundle.members.size()) + " files, " + ByteSize(size) + "; ");
+    html.Text(path + ": " + Grouped(bundle.members.size()) + " files, " + HumanSize(size) + "; ");
     if (bundle.fault.empty()) {
         html << "the archive is whole";
     } else {
@@ -45,7 +46,7 @@ void WriteBundle(Html& html, const std::string& path) {
         for (const Bundle::Member& member : members) {
             html << "<tr><td>";
             html.Text(member.name) << "</td><td class=\"number\">";
-            html.Text(ByteSize(member.size)) << "</td></tr>\n";
+            html.Text(HumanSize(member.size)) << "</td></tr>\n";
         }
         html << "</tbody></table></details>\n";
     }

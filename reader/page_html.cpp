@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <iterator>
 
+#include "utf8.h"
+
 namespace reader {
 namespace {
 
@@ -43,26 +45,12 @@ void AppendEntity(std::string& out, char c, Place place) {
     }
 }
 
-struct Character {
-    size_t length = 0;  // 0 when it is no UTF-8
-    char32_t code = 0;
-};
-
-// The character that the bytes, which are not ASCII, begin with.
-Character Decode(std::string_view bytes) {
-    const auto byte = [bytes](size_t i) { return static_cast<unsigned char>(bytes[i]); };
-    const unsigned char lead = byte(0);
-    const size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
-    if (lead < 0xc2 || lead > 0xf4 || bytes.size() < length) return {};
-    char32_t code = lead & (0xffU >> (length + 1));
-    for (size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xc0) != 0x80) return {};
-        code = code << 6 | (byte(i) & 0x3fU);
-    }
-    const bool overlong = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
-    const bool surrogate = code >= 0xd800 && code <= 0xdfff;
-    if (overlong || surrogate || code > 0x10ffff) return {};
-    return {length, code};
+// Of a whole character that is not ASCII.
+char32_t CodeOf(std::string_view character) {
+    char32_t code = static_cast<unsigned char>(character[0]) & (0xffU >> (character.size() + 1));
+    for (const char c : character.substr(1))
+        code = code << 6 | (static_cast<unsigned char>(c) & 0x3fU);
+    return code;
 }
 
 struct Interval {
@@ -95,6 +83,21 @@ void AppendPicture(std::string& out, char control) {
     out += static_cast<char>(control == 0x7f ? 0xa1 : 0x80 + control);
 }
 
+// A character that is not ASCII, or bytes that are none.
+template <typename Mark>
+void AppendHigh(std::string& out, std::string_view bytes, bool valid, Mark mark) {
+    if (!valid) {
+        mark(true);
+        for (const char c : bytes) AppendHex(out, "\\x%02X", static_cast<unsigned char>(c));
+    } else if (const char32_t code = CodeOf(bytes); IsInvisible(code)) {
+        mark(true);
+        AppendHex(out, "\\u%04X", code);
+    } else {
+        mark(false);
+        out += bytes;
+    }
+}
+
 void AppendShown(std::string& out, std::string_view text, Place place) {
     bool marked = false;  // within an element for what is only shown
     const auto mark = [&](bool on) {
@@ -119,17 +122,10 @@ void AppendShown(std::string& out, std::string_view text, Place place) {
         } else if (ClassOf(c) == kControl) {
             mark(true);
             AppendPicture(out, c);
-        } else if (const Character character = Decode(text); character.length == 0) {
-            mark(true);
-            AppendHex(out, "\\x%02X", static_cast<unsigned char>(c));
         } else {
-            length = character.length;
-            mark(IsInvisible(character.code));
-            if (marked) {
-                AppendHex(out, "\\u%04X", character.code);
-            } else {
-                out += text.substr(0, length);
-            }
+            const Utf8Step step = NextUtf8(text);
+            length = step.size;
+            AppendHigh(out, text.substr(0, length), step.valid, mark);
         }
         text.remove_prefix(length);
     }
@@ -210,17 +206,6 @@ std::string Grouped(size_t number) {
     std::string digits = std::to_string(number);
     for (size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, 1, ',');
     return digits;
-}
-
-std::string ByteSize(uint64_t bytes) {
-    constexpr std::array kUnits = {" bytes", " KiB", " MiB", " GiB"};
-    size_t unit = 0;
-    auto size = static_cast<double>(bytes);
-    while (size >= 1024 && unit + 1 < kUnits.size()) {
-        size /= 1024;
-        ++unit;
-    }
-    return Fixed(size, unit == 0 ? 0 : 1) + kUnits[unit];
 }
 
 std::string Duration(double seconds) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "page.h"
+#include "sink.h"
 
 namespace reader {
 
@@ -26,7 +26,7 @@ class Markup {
 // for escape), all else that is invisible as \u202E, bytes that are no UTF-8 as \xFF.
 class Html {
   public:
-    explicit Html(const PageSink& sink) : sink_(sink) { buffer_.reserve(2 * kFull); }
+    explicit Html(const Sink& sink) : sink_(sink) { buffer_.reserve(2 * kFull); }
     Html(const Html&) = delete;
     Html& operator=(const Html&) = delete;
 
@@ -56,7 +56,7 @@ class Html {
         return *this;
     }
 
-    const PageSink& sink_;
+    const Sink& sink_;
     std::string buffer_;
     bool good_ = true;
 };
@@ -68,8 +68,6 @@ size_t WholeCharacters(std::string_view text);
 std::string Fixed(double number, int digits);
 // "7,442"
 std::string Grouped(size_t number);
-// "1.5 MiB"
-std::string ByteSize(uint64_t bytes);
 // "2 min 54 s"
 std::string Duration(double seconds);
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "page_parts.h"
+#include "summary.h"
 
 namespace reader {
 namespace {
@@ -220,14 +221,14 @@ void WriteMasthead(Html& html, const PageContent& page) {
         for (const char* const key : {"report.time", "build"}) {
             if (!fact(key).empty()) (html << "<span>").Text(fact(key)) << "</span> ";
         }
-        (html << "<span>").Text(report.file + ", " + ByteSize(report.size)) << "</span> ";
+        (html << "<span>").Text(report.file + ", " + HumanSize(report.size)) << "</span> ";
         html << "<span>verbose logging " << (report.verbose ? Markup("on") : Markup("off"))
              << "</span>";
     } else {
         for (size_t i = 0; i < page.reports.size(); ++i) {
             html << "<span>";
             WriteChip(html, page, i);
-            html.Text(page.reports[i].file + ", " + ByteSize(page.reports[i].size)) << "</span> ";
+            html.Text(page.reports[i].file + ", " + HumanSize(page.reports[i].size)) << "</span> ";
         }
     }
     html << "</p>\n<nav aria-label=\"Page\"><a href=\"#facts\">Facts</a> <a href=\"#timeline\">"

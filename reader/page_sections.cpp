@@ -4,6 +4,7 @@
 
 #include "line_diff.h"
 #include "page_parts.h"
+#include "summary.h"
 
 namespace reader {
 namespace {
@@ -84,7 +85,7 @@ void SectionsWriter::WriteText(const Report& report, TextRange text) {
     }
     WritePre(report, head);
     html_ << "<p class=\"left-out\">";
-    html_.Text(Grouped(tail.begin - head.end) + " bytes (" + ByteSize(tail.begin - head.end) +
+    html_.Text(Grouped(tail.begin - head.end) + " bytes (" + HumanSize(tail.begin - head.end) +
                ") are left out here; the report has them, and boardreport page --whole shows them");
     html_ << "</p>\n";
     WritePre(report, tail);
@@ -171,7 +172,7 @@ void SectionsWriter::WriteDifference(const Comparison::SectionLine& line, size_t
         }
     }
     html_ << "<p class=\"note\">";
-    html_.Text("They differ (" + ByteSize(a.text.size()) + " and " + ByteSize(b.text.size()) +
+    html_.Text("They differ (" + HumanSize(a.text.size()) + " and " + HumanSize(b.text.size()) +
                "), in too much to be compared line by line.");
     html_ << "</p>\n";
     WriteChip(html_, page_, first);
@@ -221,7 +222,7 @@ void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
     const auto first =
             *std::ranges::find_if(line.sections, [](const Section* s) { return s != nullptr; });
     html_ << " <span class=\"number size\">";
-    html_.Text(ByteSize(first->text.size())) << "</span> <span class=\"number\">";
+    html_.Text(HumanSize(first->text.size())) << "</span> <span class=\"number\">";
     html_.Fixed(first->seconds, 3) << " s</span></summary>\n";
 }
 

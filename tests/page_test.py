@@ -31,7 +31,7 @@ def wearable(name, *boot):
     """The simulated wearable's report, made by the real service."""
     subprocess.run([HERE / 'device/boot', '--state', WORK / 'device', *boot, '--', BOARDREPORT,
                     '-o', WORK / f'{name}.txt', '-b', WORK / f'{name}.tar'],
-                   check=True, stdout=subprocess.DEVNULL, cwd=HERE)
+                   check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, cwd=HERE)
 
 
 def section(title, text, detail='/vendor/bin/x', failure=b''):
@@ -120,11 +120,11 @@ class Page:
     def __init__(self, browser, name, arguments):
         self.browser, self.name, self.failed, self.passed = browser, name, 0, 0
         self.file = WORK / f'{name}.html'
-        self.arguments = [WORK / a if '.' in a else a for a in arguments]
+        self.arguments = arguments
 
     def open(self):
         started = time.monotonic()
-        subprocess.run([BOARDREPORT, 'page', '-o', self.file, *self.arguments], check=True)
+        subprocess.run([BOARDREPORT, 'page', '-o', self.file, *self.arguments], check=True, cwd=WORK)
         self.made = time.monotonic() - started
         self.browser.get('about:blank')
         self.browser.get_log('browser'), self.browser.get_log('performance')
@@ -150,12 +150,12 @@ class Page:
         self.browser.execute_cdp_cmd('Emulation.setEmulatedMedia', {
             'features': [{'name': n.replace('_', '-'), 'value': v} for n, v in features.items()]})
 
-    def width(self, width, height=1000):
+    def width(self, width, height=1000, scale=1):
         self.browser.execute_cdp_cmd('Emulation.setDeviceMetricsOverride', {
-            'width': width, 'height': height, 'deviceScaleFactor': 1, 'mobile': False})
+            'width': width, 'height': height, 'deviceScaleFactor': scale, 'mobile': False})
 
     def picture(self, file):
-        self.width(1120, 1240)
+        self.width(1240, 2060, scale=0.6)
         time.sleep(1)  # for what follows a change of size
         self.browser.save_screenshot(str(file))
         self.width(1600)

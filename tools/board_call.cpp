@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-#include "archive_check.h"
+#include "bundle.h"
 #include "dumpstate_client.h"
 #include "output_file.h"
 #include "progress.h"
@@ -234,10 +234,10 @@ class BoardCall {
             return false;
         }
         if (file.is_standard_output()) return true;  // gone, and can't be read again
-        const ArchiveCheck check = CheckArchive(file.path());
-        if (check.fault.empty()) return true;
-        Complain("the bundle is not whole: " + check.fault + "; what came is kept in " +
-                 file.name() + " (" + std::to_string(check.entries) + " entries, " +
+        const reader::Bundle bundle = reader::ReadBundle(file.path());
+        if (bundle.fault.empty()) return true;
+        Complain("the bundle is not whole: " + bundle.fault + "; what came is kept in " +
+                 file.name() + " (" + std::to_string(bundle.members.size()) + " entries, " +
                  HumanSize(file.size()) + ")");
         return false;
     }

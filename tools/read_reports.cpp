@@ -84,10 +84,15 @@ int PrintRecords(const std::vector<std::string>& files) {
 
 int WritePageFile(const std::vector<std::string>& files, const reader::PageOptions& options,
                   const std::string& output) {
-    if (IsOneOf(output, files)) {
-        Complain("the page can't take the place of the report " + output +
-                 "; -o chooses another file");
+    std::vector<std::string> read = files;
+    if (options.bundle) read.push_back(*options.bundle);
+    if (IsOneOf(output, read)) {
+        Complain("the page can't take the place of " + output + "; -o chooses another file");
         return kBadUsage;
+    }
+    if (options.bundle && access(options.bundle->c_str(), R_OK) != 0) {
+        Complain("cannot read " + *options.bundle + ": " + std::generic_category().message(errno));
+        return kUnreadable;
     }
     std::vector<reader::Report> reports;
     if (const int status = Read(files, true, reports); status != 0) return status;
