@@ -155,7 +155,7 @@ class Page:
             'width': width, 'height': height, 'deviceScaleFactor': scale, 'mobile': False})
 
     def picture(self, file):
-        self.width(1240, 2060, scale=0.6)
+        self.width(1240, 1880, scale=0.55)
         time.sleep(1)  # for what follows a change of size
         self.browser.save_screenshot(str(file))
         self.width(1600)
@@ -287,6 +287,7 @@ def look_at_hostile(page):
         ('facts', "[...document.querySelectorAll('[data-fact=device]')].map(e => e.textContent)", ['<img src=x onerror=window.hacked=5>']),
         ('failure', "document.querySelector('[data-section][data-failed]').dataset.failed", 'cannot run <b>"x"</b>: why'),
         ('not finished', "document.querySelector('[data-section=CUT]').dataset.failed", 'not finished'),
+        ('times', "[...readRecords(document.querySelector('figure script')).times]", [-2**64, 0]),
         ('policy', "document.querySelector('meta[http-equiv]').content.startsWith(\"default-src 'none'; script-src 'sha256-\")", True),
     ]:
         page.check(what, page.js(expression), expected)
