@@ -51,6 +51,10 @@ std::string SectionId(size_t line) {
     return "section-" + std::to_string(line);
 }
 
+void WriteLink(Html& html, std::string id) {
+    html.Attribute("href", id.insert(0, 1, '#'));
+}
+
 std::string WritePage(std::span<const Report> reports, const PageOptions& options,
                       const Sink& sink) {
     const PageContent page(reports, options);

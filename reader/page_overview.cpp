@@ -63,7 +63,8 @@ std::vector<Finding> FindFindings(const PageContent& page) {
 void WriteFinding(Html& html, const Finding& finding) {
     html << (finding.failure ? Markup("<tr class=\"failure\">") : Markup("<tr>"));
     html << "<th scope=\"row\"><a";
-    html.Attribute("href", "#" + finding.target) << ">";
+    WriteLink(html, finding.target);
+    html << ">";
     html.Text(finding.what) << "</a></th>";
     const std::string& first = finding.reasons.front();
     const auto count = static_cast<size_t>(std::ranges::count(finding.reasons, first));

@@ -35,7 +35,8 @@ void WriteBar(Html& html, const Bar& bar, double scale) {
     std::string told = bar.title + ": " + Fixed(bar.seconds, 3) + " s";
     if (!bar.trouble.empty()) (told += ", ") += bar.trouble;
     html << "<a data-bar";
-    html.Attribute("href", "#" + bar.target).Attribute("aria-label", told);
+    WriteLink(html, bar.target);
+    html.Attribute("aria-label", told);
     html << "><rect class=\"" << bar.kind << "\" y=\"4\" height=\"32\"";
     html.Attribute("x", Fixed(100 * bar.begin / scale, 4) + "%");
     html.Attribute("width", Fixed(100 * bar.seconds / scale, 4) + "%") << "><title>";
@@ -77,7 +78,8 @@ void WriteStrip(Html& html, const PageContent& page, size_t report, double scale
 void WriteRow(Html& html, const PageContent& page, const Comparison::SectionLine& line,
               size_t index, double slowest) {
     html << "<tr><th scope=\"row\"><a";
-    html.Attribute("href", "#" + SectionId(index)) << ">";
+    WriteLink(html, SectionId(index));
+    html << ">";
     html.Text(line.title) << "</a></th>";
     for (const Section* const section : line.sections) {
         html << "<td class=\"number\">";
