@@ -1,11 +1,17 @@
 // The reader of reports: however a report is cut, it tells the same, all of it within the report
-// and nothing twice. An input is a byte, which the sizes of the pieces come from, and the report.
+// and nothing twice, and what is made of it is harmless. An input is a byte, which the sizes of the
+// pieces come from, and the report.
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
 #include <string_view>
 
 #include "fuzz_input.h"
+#include "page.h"
+#include "page_built.h"
 #include "report.h"
 #include "summary.h"
 #include "utf8.h"
@@ -65,6 +71,51 @@ void CheckSummary(const Report& report) {
     }
 }
 
+Report ReadAgain(std::string_view bytes) {
+    const int file = memfd_create("report", MFD_CLOEXEC);
+    Require(write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
+            "there is memory");
+    Report report;
+    reader::ReadReport("/proc/self/fd/" + std::to_string(file), true, report);
+    close(file);
+    return report;
+}
+
+// Nothing in a page but the page's own is markup or a control character.
+void CheckPage(std::string_view text, unsigned seed) {
+    constexpr std::string_view kTags =
+            " title head body a header p h1 h2 h3 h4 nav main section div table thead tbody tr th "
+            "td "
+            "b span strong dl dt dd svg rect circle figure figcaption script button input details "
+            "summary pre i ins del ";
+    Report reports[] = {ReadAgain(text), ReadAgain(text.substr(text.size() / (seed + 1)))};
+    std::string page;
+    const reader::Sink sink = [&page](std::string_view bytes) {
+        page += bytes;
+        return true;
+    };
+    Require(reader::WritePage(reports, {}, sink).empty(), "the texts can be read again");
+    std::string_view rest = page;
+    rest.remove_prefix(reader::PageBegin().size());
+    rest.remove_suffix(reader::PageEnd().size());
+    while (!rest.empty()) {
+        const reader::Utf8Step step = reader::NextUtf8(rest);
+        const char c = rest.front();
+        Require(step.valid && (c == '\n' || c == '\t' || static_cast<unsigned char>(c) >= 0x20) &&
+                        c != 0x7f,
+                "a page is plain UTF-8");
+        if (c == '<') {
+            const size_t from = rest[1] == '/' ? 2 : 1;
+            const std::string name(rest.substr(from, rest.find_first_of(" >/\n", from) - from));
+            Require(kTags.find(" " + name + " ") != std::string_view::npos, "tags are the page's");
+            const std::string_view tag = rest.substr(0, rest.find('>'));
+            Require(std::ranges::count(tag, '<') == 1 && std::ranges::count(tag, '"') % 2 == 0,
+                    "attributes stay within their quotes");
+        }
+        rest.remove_prefix(step.size);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -76,5 +127,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Require(Describe(whole) == Describe(Read(text, seed)), "the cuts make no difference");
     CheckOrder(whole);
     CheckSummary(whole);
+    CheckPage(text, seed);
     return 0;
 }

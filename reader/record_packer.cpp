@@ -8,7 +8,7 @@
 namespace reader {
 namespace {
 
-// Twice what a step can change by, as an integer that a script's numbers still hold exactly.
+// So far apart times may be that a script's numbers still hold all that is made of them exactly.
 constexpr uint64_t kFarthest = uint64_t{1} << 50;
 
 template <typename Integer>
@@ -73,13 +73,12 @@ PackedRecords PackRecords(const Sensor& sensor) {
     if (std::ranges::is_sorted(times)) packed.unit = UnitOf(times);
     const auto unit = static_cast<int64_t>(packed.unit);
     uint64_t before = packed.first;
-    int64_t step = 0;
+    int64_t expected = 0;
     for (const uint64_t time : times) {
-        const int64_t this_step = Signed(time, before) / unit;
-        const int64_t change = this_step - step;
-        AppendVariable(packed.bytes, static_cast<uint64_t>(change) << 1 ^
-                                             static_cast<uint64_t>(change < 0 ? -1 : 0));
-        step = this_step;
+        const int64_t surprise = Signed(time, before) / unit - expected;
+        AppendVariable(packed.bytes, static_cast<uint64_t>(surprise) << 1 ^
+                                             static_cast<uint64_t>(surprise < 0 ? -1 : 0));
+        expected += surprise / 8;
         before = time;
     }
     return packed;

@@ -5,7 +5,8 @@
 //   data-columns columns of data-records values each, as float32
 //   data-times="delta": for each record one variable-length number, seven bits a byte, the lowest
 //     first, the highest bit set where more follow; (n >> 1) ^ -(n & 1) is by how many data-unit
-//     nanoseconds the step to this record is longer than the step before
+//     nanoseconds the step to this record is longer than expected: the step that is expected is 0
+//     at first, and after each record an eighth of that, towards 0, is added to it
 //   data-times="plain": for each record a float64, in data-unit nanoseconds
 // Times count from data-first, nanoseconds since boot as a decimal number.
 function readRecords(element) {
@@ -39,7 +40,7 @@ function fromBase64(text) {
 
 function readTimes(packed, count, unit) {
     const times = new Float64Array(count);
-    let at = 0, step = 0, time = 0;
+    let at = 0, expected = 0, time = 0;
     for (let i = 0; i < count; ++i) {
         let number = 0, scale = 1, byte;
         do {
@@ -47,8 +48,9 @@ function readTimes(packed, count, unit) {
             number += (byte & 127) * scale;
             scale *= 128;
         } while (byte > 127);
-        step += number % 2 === 0 ? number / 2 : -(number + 1) / 2;
-        time += step;
+        const surprise = number % 2 === 0 ? number / 2 : -(number + 1) / 2;
+        time += expected + surprise;
+        expected += Math.trunc(surprise / 8);
         times[i] = time * unit;
     }
     return times;
