@@ -57,7 +57,7 @@ bool Affordable(const std::vector<int>& before, const std::vector<int>& after) {
     Diff distance(before, after);
     distance.onOnlyEditDistance();
     distance.compose();
-    const auto [fewer, more] = std::minmax(before.size(), after.size());
+    const auto [fewer, more] = std::minmax({before.size(), after.size()});
     const size_t delta = more - fewer;
     const size_t turns = (static_cast<size_t>(distance.getEditDistance()) - delta) / 2 + 1;
     return turns * (delta + turns) <= kMostPoints;
