@@ -1,6 +1,7 @@
 #include "line_diff.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <dtl/dtl.hpp>
 #include <unordered_map>
 
@@ -11,9 +12,9 @@ using Lines = std::vector<std::string_view>;
 using Diff = dtl::Diff<int>;
 
 // How many pairs of lines may have to be compared: a tenth of a second.
-constexpr size_t kMostPairs = size_t{64} << 20;
+constexpr uint64_t kMostPairs = uint64_t{64} << 20;
 // The library keeps this many points at most, and isn't right beyond them.
-constexpr size_t kMostPoints = 1'900'000;
+constexpr uint64_t kMostPoints = 1'900'000;
 
 Lines SplitLines(std::string_view text) {
     Lines lines;
@@ -53,13 +54,13 @@ std::vector<int> Numbers(const Lines& lines, std::unordered_map<std::string_view
 // Whether the library can tell the difference: the distance alone is cheap, and says how many
 // points the way there has.
 bool Affordable(const std::vector<int>& before, const std::vector<int>& after) {
-    if (before.size() * after.size() > kMostPairs) return false;
+    if (uint64_t{before.size()} * after.size() > kMostPairs) return false;
     Diff distance(before, after);
     distance.onOnlyEditDistance();
     distance.compose();
     const auto [fewer, more] = std::minmax({before.size(), after.size()});
-    const size_t delta = more - fewer;
-    const size_t turns = (static_cast<size_t>(distance.getEditDistance()) - delta) / 2 + 1;
+    const uint64_t delta = more - fewer;
+    const uint64_t turns = (static_cast<uint64_t>(distance.getEditDistance()) - delta) / 2 + 1;
     return turns * (delta + turns) <= kMostPoints;
 }
 

@@ -202,7 +202,7 @@ std::string Fixed(double number, int digits) {
     return text.data();
 }
 
-std::string Grouped(size_t number) {
+std::string Grouped(uint64_t number) {
     std::string digits = std::to_string(number);
     for (size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, 1, ',');
     return digits;

@@ -2,6 +2,7 @@
 
 #include <concepts>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -67,7 +68,7 @@ size_t WholeCharacters(std::string_view text);
 
 std::string Fixed(double number, int digits);
 // "7,442"
-std::string Grouped(size_t number);
+std::string Grouped(uint64_t number);
 // "2 min 54 s"
 std::string Duration(double seconds);
 
