@@ -84,8 +84,9 @@ PICTURES = {code: 0x2400 + code for code in range(32) if chr(code) not in '\t\n'
 def sections_of(path):
     """(title, text) of a whole report without surprises, read another way than the program does."""
     found = []
-    for match in re.finditer(rb"^------ (.+?) \(.*\) ------\n((?:.*\n)*?)------ [\d.]+s was the duration of '\1' ------\n",
-                             path.read_bytes(), re.M):
+    whole = re.compile(rb"^------ (.+?) \(.*\) ------\n((?:.*\n)*?)"
+                       rb"------ [\d.]+s was the duration of '\1' ------\n", re.M)
+    for match in whole.finditer(path.read_bytes()):
         text = re.sub(rb'^\*\*\* .*\n\Z', b'', match[2], flags=re.M).decode(errors='backslashreplace')
         text = re.sub(r'\\x..', lambda byte: byte[0].upper().replace('X', 'x'), text)
         found.append((match[1].decode(), text.translate(PICTURES).rstrip('\n')))
@@ -162,7 +163,8 @@ class Page:
         asked = re.findall(r'"documentURL":"[^"]*".*?"url":"([^"]*)"', ''.join(
             entry['message'] for entry in self.browser.get_log('performance')
             if '"Network.requestWillBeSent"' in entry['message']))
-        self.check('requests', [url for url in asked if url not in (f'file://{self.file}', 'about:blank')], [])
+        own = (f'file://{self.file}', 'about:blank')
+        self.check('requests', [url for url in asked if url not in own], [])
         self.check('resources', self.js("performance.getEntriesByType('resource').length"), 0)
 
 
@@ -196,9 +198,10 @@ def look_at_healthy(page):
     ]:
         page.check(what, page.js(expression), expected)
     times = re.findall(rb'^Time: (\d+), Value: \(', (WORK / 'healthy.txt').read_bytes(), re.M)
-    page.check('records', page.js("[...document.querySelectorAll('[data-shape=vector]')].reduce((n, e) => n + +e.dataset.records, 0)"), len(times))
+    page.check('records', page.js("""[...document.querySelectorAll('[data-shape=vector]')]
+        .reduce((n, e) => n + +e.dataset.records, 0)"""), len(times))
     page.check('records decoded', page.js("""[...document.querySelectorAll('[data-shape=vector] script')]
-        .flatMap(e => { const r = readRecords(e); return [...r.times].map(t => String(r.first + BigInt(t))); }).sort().join()"""),
+        .map(readRecords).flatMap(r => [...r.times].map(t => String(r.first + BigInt(t)))).sort().join()"""),
         ','.join(sorted(time.decode() for time in times)))
 
     # A search shows the sections with the word and no others, as it is typed; Enter opens the first.
@@ -206,7 +209,8 @@ def look_at_healthy(page):
     search.send_keys('Fingerprint')
     page.check('search', page.js(SHOWN), [t for t, text in sections if 'fingerprint' in (t + text).lower()])
     search.send_keys(Keys.ENTER)
-    page.check('search opens', page.js("document.querySelector('[data-section][open] pre').textContent.toLowerCase().includes('fingerprint')"))
+    page.check('search opens', 'fingerprint' in page.js(
+        "document.querySelector('[data-section][open] pre').textContent"))
     search.clear()
     search.send_keys(Keys.ESCAPE)
     page.check('search cleared', len(page.js(SHOWN)), len(sections))
@@ -217,7 +221,8 @@ def look_at_healthy(page):
     page.check('opens by keyboard', page.js("document.querySelector('[data-section=INTERRUPTS]').open"))
     page.js("document.querySelector('.strip [data-bar]').focus()")
     ActionChains(page.browser).send_keys(Keys.ARROW_RIGHT).perform()
-    page.check('bar tells', page.js("document.querySelector('#bar-told').textContent").startswith(sections[1][0] + ': '))
+    page.check('bar tells', page.js("document.querySelector('#bar-told').textContent").split(':')[0],
+               sections[1][0])
     page.find('#verdict a').click()
     page.wait("document.querySelector('[data-failed]').open")
     page.find('[data-failed] .copy').click()
@@ -230,7 +235,8 @@ def look_at_healthy(page):
     for what, act in [
         ('button', lambda: page.find('[data-action=in]').click()),
         ('key', lambda: page.find('#plots').send_keys(Keys.ARROW_LEFT)),
-        ('drag', lambda: ActionChains(page.browser).move_to_element(plot).click_and_hold().move_by_offset(150, 0).release().perform()),
+        ('drag', lambda: ActionChains(page.browser).move_to_element(plot).click_and_hold()
+         .move_by_offset(150, 0).release().perform()),
         ('reset', lambda: page.find('[data-action=reset]').click()),
     ]:
         act()
@@ -238,7 +244,8 @@ def look_at_healthy(page):
         page.check(f'{what} moves all', len(page.js(RANGES)), 1)
         before = page.js(RANGES)
     ActionChains(page.browser).move_to_element(plot).perform()
-    page.check('cursor tells', bool(re.search(r'\d\d:\d\d:\d\d\.\d+\d{8,} nsx -?\d+\.\d{6}', page.js("document.querySelector('[data-sensor=\"6\"] .readout').textContent"))))
+    told = page.js("document.querySelector('[data-sensor=\"6\"] .readout').textContent")
+    page.check('cursor tells', bool(re.search(r'\d\d:\d\d:\d\d\.\d+\d{8,} nsx -?\d+\.\d{6}', told)))
 
     light = page.js('getComputedStyle(document.body).backgroundColor')
     page.media(prefers_color_scheme='dark')
@@ -259,7 +266,8 @@ def look_at_comparison(page):
         ('strips', "document.querySelectorAll('.strip').length", 3),
         ('differs', "'differs' in document.querySelector('[data-section=\"VENDOR PROPERTIES\"]').dataset", True),
         ('same', "'differs' in document.querySelector('[data-section=\"Extcon states\"]').dataset", False),
-        ('lines', "[...document.querySelectorAll('[data-section=\"VENDOR PROPERTIES\"] :is(ins, del)')].map(e => e.textContent).some(t => t === '+ [ro.build.type]: [user]\\n')", True),
+        ('lines', """[...document.querySelectorAll('[data-section="VENDOR PROPERTIES"] ins')]
+            .some(e => e.textContent === '+ [ro.build.type]: [user]\\n')""", True),
         ('black box', "document.querySelector('[data-black-box]').dataset.failed.startsWith('B: ')", True),
         ('overlaid', "document.querySelectorAll('[data-sensor=\"1\"] script').length", 2),
     ]:

@@ -97,7 +97,9 @@ window.boardreport = {ready: false, plots: []};
 
     function linesOf(sets, column) {
         if (column !== null) {
-            return sets.map(set => ({set, columns: [column], names: [reportName(set.report)], colours: [set.report]}));
+            return sets.map(set => ({
+                set, columns: [column], names: [reportName(set.report)], colours: [set.report],
+            }));
         }
         return sets.map(set => ({
             set,
@@ -292,7 +294,11 @@ window.boardreport = {ready: false, plots: []};
     function pointAt(x) {
         cursor = x;
         for (const plot of plots) {
-            plot.line ??= plot.element.appendChild(Object.assign(document.createElement('div'), {className: 'cursor'}));
+            if (!plot.line) {
+                plot.line = document.createElement('div');
+                plot.line.className = 'cursor';
+                plot.element.append(plot.line);
+            }
             const at = plot.graph.toDomXCoord(x);
             plot.line.hidden = at < kAxisWidth;
             plot.line.style.transform = `translateX(${at}px)`;
@@ -338,7 +344,8 @@ window.boardreport = {ready: false, plots: []};
             set.columns.forEach((column, c) => {
                 const value = x === null ? '' : ` ${column[i].toFixed(figure.shape === 'wear' ? 1 : 6)}`;
                 if (keyed) part(axes[c] + value, compared ? 'value' : `key line-${c + 1}`);
-                else if (x !== null && figure.shape !== 'event') part(figure.shape === 'wear' ? `worn${value} s` : value, 'value');
+                else if (x === null || figure.shape === 'event') return;
+                else part(figure.shape === 'wear' ? `worn${value} s` : value, 'value');
             });
         }
         figure.readout.replaceChildren(...parts);
