@@ -51,8 +51,10 @@ std::string SectionId(size_t line) {
     return "section-" + std::to_string(line);
 }
 
-void WriteLink(Html& html, std::string id) {
-    html.Attribute("href", id.insert(0, 1, '#'));
+void WriteLink(Html& html, std::string_view id) {
+    std::string link = "#";
+    link += id;
+    html.Attribute("href", link);
 }
 
 std::string WritePage(std::span<const Report> reports, const PageOptions& options,

@@ -40,7 +40,7 @@ void WriteChip(Html& html, const PageContent& page, size_t report);
 // The id that a line of comparison.sections has.
 std::string SectionId(size_t line);
 // ` href="#ID"`
-void WriteLink(Html& html, std::string id);
+void WriteLink(Html& html, std::string_view id);
 
 // The parts, in the page's order.
 void WriteOverview(Html& html, const PageContent& page);  // what it is, what failed, the facts
