@@ -106,11 +106,12 @@ TEST_F(BoardreportTest, ALostBlackBoxIsNamed) {
 }
 
 TEST_F(BoardreportTest, ChecksThatTheBundleIsWhole) {
-    const Result whole = Shell("boardreport && tar tf bundle.tar | grep -c btsnoop");
+    const Result whole = Shell("boardreport && tar tf bundle.tar | grep -c btsnoop; ls");
     EXPECT_EQ(whole.status, 0) << whole.output;
     EXPECT_TRUE(std::regex_search(
             whole.output,
-            std::regex(R"(in report.txt, [\d.]+ KiB in bundle.tar; [\d.]+ s\n14\n$)")))
+            std::regex(
+                    R"(in report.txt, [\d.]+ KiB in bundle.tar; [\d.]+ s\n14\nbundle.tar\nreport.txt\n$)")))
             << whole.output;
 
     // Cut within a member, between two members, and before its first byte.
@@ -207,22 +208,29 @@ TEST_F(BoardreportTest, WhatEndsACallHalfWayKeepsThePartialReport) {
     const struct {
         const char* script;
         const char* sentence;
+        std::string partial;
     } ends[] = {
-            {"echo half; kill -9 $PPID", "the service or the bus went away during the call"},
+            {"echo half; kill -9 $PPID", "the service or the bus went away during the call",
+             ".partial"},
             {"echo half; pkill -INT -x boardreport; while pgrep -x boardreport; do sleep 0.05; "
              "done",
-             "boardreport: interrupted; the partial"},
+             "boardreport: interrupted; the partial", ".partial.2"},
     };
+    std::ofstream("/tmp/out/report.txt") << "older";
+    std::ofstream("/tmp/out/bundle.tar") << "older";
     for (const auto& end : ends) {
         FirstTool(end.script);
-        const Result result = Shell("boardreport --no-bundle");
+        const Result result = Shell("boardreport");
         EXPECT_EQ(result.status, 1);
         EXPECT_NE(result.output.find(end.sentence), std::string::npos) << result.output;
-        EXPECT_NE(result.output.find("the partial report is kept in report.txt (1 sections, "),
+        const std::string partial = "report.txt" + end.partial;
+        EXPECT_NE(result.output.find("the partial report is kept in " + partial + " (3 sections, "),
                   std::string::npos)
                 << result.output;
-        EXPECT_NE(ReadFile("/tmp/out/report.txt").find("\nhalf\n"), std::string::npos);
+        EXPECT_NE(ReadFile("/tmp/out/" + partial).find("\nhalf\n"), std::string::npos);
     }
+    EXPECT_EQ(Shell("cat report.txt bundle.tar; ls").output,
+              "olderolderbundle.tar\nreport.txt\nreport.txt.partial\nreport.txt.partial.2\n");
 }
 
 TEST_F(BoardreportTest, DoesNotWaitForWhoHoldsThePipe) {

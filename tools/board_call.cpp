@@ -56,8 +56,7 @@ class Stream {
     // "" or the sentence.
     std::string Open() {
         if (file_.error() != 0) {
-            return "cannot write " + file_.name() + ": " + Reason(file_.error()) +
-                   "; -o and -b choose other files";
+            return file_.Sentence() + "; -o and -b choose other files";
         }
         std::array<int, 2> ends{};
         if (pipe2(ends.data(), O_CLOEXEC) != 0) return "cannot make a pipe: " + Reason(errno);
@@ -72,6 +71,7 @@ class Stream {
     int ours() const { return ours_; }  // -1 when nothing more will come
     int theirs() const { return theirs_; }
     const OutputFile& file() const { return file_; }
+    bool Commit() { return file_.Commit(); }
     void CloseTheirs() { Close(theirs_); }
 
     // Receives what is there. A file that can't be written closes the pipe, so that the service
@@ -112,7 +112,6 @@ class BoardCall {
   public:
     explicit BoardCall(const BoardOptions& options)
         : mode_(options.mode),
-          page_(options.page),
           report_(options.report),
           parser_({.on_begin = [this](std::string_view title) { progress_.Begin(title); },
                    .on_section = [this](const Section& section) { progress_.End(section); },
@@ -120,6 +119,7 @@ class BoardCall {
                    .on_outside = {},
                    .wants_text = {}}) {
         if (!options.no_bundle) bundle_.emplace(options.bundle);
+        if (!options.page.empty()) page_.emplace(options.page);
     }
 
     // "" or the sentence for what keeps the call from being made.
@@ -128,7 +128,14 @@ class BoardCall {
             return "the report and the bundle can't both go to " + report_.file().name() +
                    "; -o and -b choose other files";
         }
-        if (!page_.empty() && report_.file().is_standard_output()) {
+        if (page_ &&
+            (SameFile(*page_, report_.file()) || (bundle_ && SameFile(*page_, bundle_->file())))) {
+            return "the page can't go to " + page_->name() + " too; --page chooses another file";
+        }
+        if (page_ && page_->error() != 0) {
+            return page_->Sentence() + "; --page chooses another file";
+        }
+        if (page_ && !report_.file().is_kept() && report_.file().error() == 0) {
             return "a page is made of a report in a file; -o names one";
         }
         std::string sentence = report_.Open();
@@ -156,15 +163,23 @@ class BoardCall {
         progress_.Clear();
     }
 
+    // Puts the files in their places once the call has ended well; the bundle only beside its
+    // report.
+    void Commit() {
+        if (interrupted_ || !outcome_ || !outcome_->empty()) return;
+        committed_ = report_.Commit();
+        if (committed_ && bundle_) bundle_->Commit();
+    }
+
     // Shows what came of the report, whole or not; true when that is done or not wanted.
-    bool MakePage() const {
-        if (page_.empty() || report_.file().size() == 0) return true;
+    bool MakePage() {
+        if (!page_ || report_.file().size() == 0) return true;
         reader::PageOptions options;
         options.total_seconds = Seconds();
-        if (bundle_ && bundle_->file().size() > 0 && !bundle_->file().is_standard_output()) {
+        if (HasBundle() && bundle_->file().is_kept()) {
             options.bundle = bundle_->file().path();
         }
-        return WritePageFile({report_.file().path()}, options, page_) == 0;
+        return WritePageFile({report_.file().path()}, options, *page_, committed_) == 0;
     }
 
     // Says how it went; true when all is well.
@@ -172,35 +187,43 @@ class BoardCall {
         bool good = Check(report_);
         if (bundle_) good = Check(*bundle_) && good;
         // A bundle that began has to be whole, whatever else went wrong.
-        if (bundle_ && bundle_->file().size() > 0) good = BundleIsWhole() && good;
+        if (HasBundle()) good = BundleIsWhole() && good;
         if (interrupted_) {
-            Complain("interrupted; " + Partial());
+            Complain("interrupted" + Partial());
         } else if (outcome_ && !outcome_->empty()) {
-            Complain(*outcome_ + (report_.file().size() > 0 ? "; " + Partial() : ""));
+            Complain(*outcome_ + Partial());
         } else if (!good) {
-            return false;
+            if (!committed_ && HasBundle() && bundle_->file().error() == 0) {
+                Complain("the bundle is kept in " + bundle_->file().path());
+            }
         } else if (!progress_.all_finished()) {
             Complain("the report has sections that never ended; it is kept in " +
-                     report_.file().name());
+                     report_.file().path());
         } else if (report_.file().size() == 0 && report_.file().error() == 0) {
             Complain("the call was accepted, but no report came");
         } else {
             Summarize();
-            return !bundle_ || bundle_->file().size() > 0 || BundleIsWhole();
+            return HasBundle() || BundleIsWhole();
         }
         return false;
     }
 
   private:
+    bool HasBundle() const { return bundle_ && bundle_->file().size() > 0; }
+
     bool ReceivingSomething() const {
         return report_.file().error() == 0 || (bundle_ && bundle_->file().error() == 0);
     }
 
     static bool SameFile(const OutputFile& one, const OutputFile& other) {
         if (one.is_standard_output()) return other.is_standard_output();
+        if (!one.is_kept() || !other.is_kept()) return false;
+        namespace fs = std::filesystem;
         std::error_code neither;
-        return std::filesystem::is_regular_file(one.path(), neither) &&
-               std::filesystem::equivalent(one.path(), other.path(), neither);
+        const auto whole = [&neither](const OutputFile& file) {
+            return fs::weakly_canonical(fs::absolute(file.name(), neither), neither);
+        };
+        return whole(one) == whole(other) || fs::equivalent(one.name(), other.name(), neither);
     }
 
     void Wait() {
@@ -220,9 +243,7 @@ class BoardCall {
     static bool Check(const Stream& stream) {
         const OutputFile& file = stream.file();
         if (file.error() == 0) return true;
-        const std::string kept =
-                file.size() > 0 ? "; the first " + HumanSize(file.size()) + " are kept in it" : "";
-        Complain("cannot write " + file.name() + ": " + Reason(file.error()) + kept);
+        Complain(file.Sentence());
         return false;
     }
 
@@ -230,22 +251,26 @@ class BoardCall {
         if (!bundle_ || bundle_->file().error() != 0) return true;  // said already
         const OutputFile& file = bundle_->file();
         if (file.size() == 0) {
-            Complain("the service sent no bundle; its log says why, and --no-bundle asks for none");
+            Complain("the service sent no bundle; its log says why, and --no-bundle asks for none" +
+                     (file.is_older() ? "; " + file.name() + " is an older one's" : ""));
             return false;
         }
-        if (file.is_standard_output()) return true;  // gone, and can't be read again
+        if (!file.is_kept()) return true;  // gone, and can't be read again
         const reader::Bundle bundle = reader::ReadBundle(file.path());
         if (bundle.fault.empty()) return true;
         Complain("the bundle is not whole: " + bundle.fault + "; what came is kept in " +
-                 file.name() + " (" + std::to_string(bundle.members.size()) + " entries, " +
+                 file.path() + " (" + std::to_string(bundle.members.size()) + " entries, " +
                  HumanSize(file.size()) + ")");
         return false;
     }
 
+    // What to add to the sentence for a call that didn't end well.
     std::string Partial() const {
-        return "the partial report is kept in " + report_.file().name() + " (" +
-               std::to_string(progress_.sections()) + " sections, " +
-               HumanSize(report_.file().size()) + ")";
+        const OutputFile& report = report_.file();
+        if (report.size() == 0) return "";
+        return "; the partial report is kept in " + report.path() + " (" +
+               std::to_string(progress_.sections()) + " sections, " + HumanSize(report.size()) +
+               ")" + (HasBundle() ? ", its bundle in " + bundle_->file().path() : "");
     }
 
     double Seconds() const {
@@ -253,10 +278,9 @@ class BoardCall {
     }
 
     void Summarize() const {
-        const bool has_bundle = bundle_ && bundle_->file().size() > 0;
-        const std::string bundle = has_bundle ? ", " + HumanSize(bundle_->file().size()) + " in " +
-                                                        bundle_->file().name()
-                                              : "";
+        const std::string bundle = HasBundle() ? ", " + HumanSize(bundle_->file().size()) + " in " +
+                                                         bundle_->file().name()
+                                               : "";
         std::fprintf(stderr, "%s; %s in %s%s; %.1f s\n", progress_.Verdict().c_str(),
                      HumanSize(report_.file().size()).c_str(), report_.file().name().c_str(),
                      bundle.c_str(), Seconds());
@@ -264,9 +288,9 @@ class BoardCall {
 
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     const int mode_;
-    const std::string page_;
     Stream report_;
     std::optional<Stream> bundle_;
+    std::optional<OutputFile> page_;
     Progress progress_;
     reader::ReportParser parser_;
     DumpstateClient client_;
@@ -274,6 +298,7 @@ class BoardCall {
     std::vector<char> buffer_ = std::vector<char>(kBuffer);
     std::optional<std::string> outcome_;
     bool interrupted_ = false;
+    bool committed_ = false;
 };
 
 }  // namespace
@@ -285,6 +310,7 @@ int RunBoardReport(const BoardOptions& options) {
         return 1;
     }
     call.Run();
+    call.Commit();
     const bool page = call.MakePage();
     return call.Conclude() && page ? 0 : 1;
 }

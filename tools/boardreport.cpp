@@ -87,6 +87,8 @@ int Run(int argc, char** argv) {
     std::string state;
     CLI::App app("Asks the dumpstate service for a board report, and reads finished ones.",
                  "boardreport");
+    app.set_version_flag("--version", "boardreport " DUMPSTATE_VERSION,
+                         "Print the version and exit");
     app.add_option("-o", options.report, "The file that receives the report; - is standard output")
             ->type_name("FILE")
             ->capture_default_str();

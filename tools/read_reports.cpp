@@ -11,7 +11,6 @@
 #include <system_error>
 
 #include "json.h"
-#include "output_file.h"
 #include "report.h"
 #include "summary.h"
 
@@ -41,10 +40,7 @@ int Read(const std::vector<std::string>& files, bool texts, std::vector<reader::
 // Whether all was written. Who reads a pipe no longer has had enough, which is nothing to tell.
 bool Written(const OutputFile& file) {
     if (file.error() == 0) return true;
-    if (file.error() != EPIPE) {
-        Complain("cannot write " + file.name() + ": " +
-                 std::generic_category().message(file.error()));
-    }
+    if (file.error() != EPIPE) Complain(file.Sentence());
     return false;
 }
 
@@ -94,13 +90,25 @@ int WritePageFile(const std::vector<std::string>& files, const reader::PageOptio
         Complain("cannot read " + *options.bundle + ": " + std::generic_category().message(errno));
         return kUnreadable;
     }
+    OutputFile file(output);
+    return WritePageFile(files, options, file, true);
+}
+
+int WritePageFile(const std::vector<std::string>& files, const reader::PageOptions& options,
+                  OutputFile& output, bool whole) {
+    if (!Written(output)) return 1;
     std::vector<reader::Report> reports;
     if (const int status = Read(files, true, reports); status != 0) return status;
-    OutputFile file(output);
     const std::string sentence = reader::WritePage(
-            reports, options, [&file](std::string_view bytes) { return file.Write(bytes); });
-    if (!Written(file)) return 1;
-    if (sentence.empty()) return 0;
-    Complain(sentence);
-    return kUnreadable;
+            reports, options, [&output](std::string_view bytes) { return output.Write(bytes); });
+    if (whole && sentence.empty()) output.Commit();
+    if (!Written(output)) return 1;
+    if (!sentence.empty()) {
+        Complain(sentence);
+        return kUnreadable;
+    }
+    if (!whole && output.is_kept()) {
+        Complain("the page of the partial report is kept in " + output.path());
+    }
+    return 0;
 }

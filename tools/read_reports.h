@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "output_file.h"
 #include "page.h"
 
 // What boardreport does with finished reports. Each returns the exit status and says on standard
@@ -20,3 +21,8 @@ int PrintRecords(const std::vector<std::string>& files);
 // Writes the page that shows the reports.
 int WritePageFile(const std::vector<std::string>& files, const reader::PageOptions& options,
                   const std::string& output);
+
+// The same into a file that is open already. The page of what is not whole takes no older one's
+// place.
+int WritePageFile(const std::vector<std::string>& files, const reader::PageOptions& options,
+                  OutputFile& output, bool whole);
