@@ -139,6 +139,9 @@ void ShowFailures(Screen& screen, const Report& report) {
         screen.Line("  " + section.title + ": " + std::string(trouble), Style::kRed);
     }
     if (report.cut) screen.Line("  The report was cut within a line", Style::kRed);
+    HostCheck host;
+    for (const Section& section : report.sections) host.Add(section);
+    if (const std::string sentence = host.Sentence(); !sentence.empty()) screen.Line(sentence);
 }
 
 std::string SensorLine(const Sensor& sensor, const SensorStatistics& statistics) {
@@ -385,6 +388,22 @@ std::string DescribeBlackBox(const BlackBox* black_box) {
     const std::string counts =
             Format("%zu sensors, %zu records", black_box->sensors.size(), black_box->records());
     return trouble.empty() ? counts : counts + "; " + trouble;
+}
+
+void HostCheck::Add(const Section& section) {
+    if (section.kind != Section::Kind::kCommand) return;
+    ++commands_;
+    const std::string_view failure = section.failure;
+    if (failure.starts_with("cannot run /vendor/bin/") &&
+        failure.ends_with(": No such file or directory")) {
+        ++without_program_;
+    }
+}
+
+std::string HostCheck::Sentence() const {
+    constexpr size_t kFew = 5;  // that a device may lack
+    if (without_program_ <= kFew || without_program_ * 2 <= commands_) return "";
+    return "A host without /vendor/bin: no more shows than its own /proc and /sys.";
 }
 
 std::string HumanSize(uint64_t bytes) {

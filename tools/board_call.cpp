@@ -203,7 +203,11 @@ class BoardCall {
             Complain("the call was accepted, but no report came");
         } else {
             Summarize();
-            return HasBundle() || BundleIsWhole();
+            const bool whole = HasBundle() || BundleIsWhole();
+            if (const std::string host = progress_.Host(); !host.empty()) {
+                std::fprintf(stderr, "%s\n", host.c_str());
+            }
+            return whole;
         }
         return false;
     }

@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "summary.h"
 #include "utf8.h"
 
 using reader::Printable;
@@ -28,6 +27,7 @@ void Progress::Begin(std::string_view title) {
 
 void Progress::End(const reader::Section& section) {
     ++sections_;
+    host_.Add(section);
     if (!section.complete) {
         ++unfinished_;
     } else if (!section.failure.empty()) {

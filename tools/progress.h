@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "report_parser.h"
+#include "summary.h"
 
 // Shows a report's progress on standard error: a plain line for each section and the black box as
 // they end, and on a terminal also the one that is running, on a last line that is redrawn.
@@ -26,6 +27,8 @@ class Progress {
     bool all_finished() const { return unfinished_ == 0; }
     // "55 sections, 2 failed or timed out (VENDOR PROPERTIES, ...); black box: 7 sensors, ..."
     std::string Verdict() const;
+    // "" or a sentence about what was asked, when that is no wearable.
+    std::string Host() const { return host_.Sentence(); }
 
   private:
     void Line(double seconds, const std::string& what, const std::string& trouble);
@@ -38,5 +41,6 @@ class Progress {
     int sections_ = 0;
     int unfinished_ = 0;
     std::vector<std::string> failed_;  // titles
+    reader::HostCheck host_;
     std::string black_box_ = "not in the report";
 };
