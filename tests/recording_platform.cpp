@@ -120,14 +120,15 @@ bool WaitForProperty(const std::string& key, const std::string& expected_value,
 }
 
 // As much as the tests' own values need.
-bool internal::ParseInteger(const std::string& text, bool* negative,
-                            unsigned long long* magnitude) {
+// As much as the tests' own values need.
+template <typename T>
+T GetIntProperty(const std::string& key, T default_value, T /*min*/, T /*max*/) {
+    const std::string text = GetProperty(key, "");
     char* end = nullptr;
     const long long value = std::strtoll(text.c_str(), &end, 10);
-    *negative = value < 0;
-    *magnitude = static_cast<unsigned long long>(std::llabs(value));
-    return !text.empty() && *end == '\0';
+    return text.empty() || *end != '\0' ? default_value : static_cast<T>(value);
 }
+template int32_t GetIntProperty(const std::string&, int32_t, int32_t, int32_t);
 
 }  // namespace android::base
 

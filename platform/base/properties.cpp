@@ -115,10 +115,7 @@ class Watch {
     bool alive_;
 };
 
-}  // namespace
-
-bool internal::ParseInteger(const std::string& text, bool* negative,
-                            unsigned long long* magnitude) {
+bool ParseInteger(const std::string& text, bool* negative, unsigned long long* magnitude) {
     std::string_view digits = text;
     *negative = digits.starts_with('-');
     if (*negative || digits.starts_with('+')) digits.remove_prefix(1);
@@ -128,6 +125,8 @@ bool internal::ParseInteger(const std::string& text, bool* negative,
     const auto [stop, error] = std::from_chars(digits.data(), end, *magnitude, hex ? 16 : 10);
     return error == std::errc{} && stop == end;
 }
+
+}  // namespace
 
 std::string GetProperty(const std::string& key, const std::string& default_value) {
     const std::optional<std::string> value = Read(key);
@@ -142,6 +141,26 @@ bool GetBoolProperty(const std::string& key, bool default_value) {
     if (std::ranges::find(kFalse, value) != std::end(kFalse)) return false;
     return default_value;
 }
+
+template <typename T>
+T GetIntProperty(const std::string& key, T default_value, T min, T max) {
+    bool negative = false;
+    unsigned long long magnitude = 0;
+    if (!ParseInteger(GetProperty(key, ""), &negative, &magnitude)) return default_value;
+    constexpr auto kMost = static_cast<unsigned long long>(std::numeric_limits<long long>::max());
+    if (magnitude > kMost + (negative ? 1 : 0)) return default_value;
+    // The most negative number has no positive twin: step over it.
+    const long long value = !negative        ? static_cast<long long>(magnitude)
+                            : magnitude == 0 ? 0
+                                             : -static_cast<long long>(magnitude - 1) - 1;
+    if (value < min || value > max) return default_value;
+    return static_cast<T>(value);
+}
+
+template int8_t GetIntProperty(const std::string&, int8_t, int8_t, int8_t);
+template int16_t GetIntProperty(const std::string&, int16_t, int16_t, int16_t);
+template int32_t GetIntProperty(const std::string&, int32_t, int32_t, int32_t);
+template int64_t GetIntProperty(const std::string&, int64_t, int64_t, int64_t);
 
 bool SetProperty(const std::string& key, const std::string& value) {
     if (!IsKey(key)) {

@@ -16,28 +16,11 @@ std::string GetProperty(const std::string& key, const std::string& default_value
 // True for 1, y, yes, on, true; false for 0, n, no, off, false; the default for anything else.
 bool GetBoolProperty(const std::string& key, bool default_value);
 
-namespace internal {
-bool ParseInteger(const std::string& text, bool* negative, unsigned long long* magnitude);
-}
-
 // A decimal or 0x integer, with or without a sign, that is the whole value and lies in [min, max];
-// the default otherwise.
+// the default otherwise. T is a signed integer of 8, 16, 32 or 64 bits.
 template <typename T>
 T GetIntProperty(const std::string& key, T default_value, T min = std::numeric_limits<T>::min(),
-                 T max = std::numeric_limits<T>::max()) {
-    static_assert(std::numeric_limits<T>::is_integer && std::numeric_limits<T>::is_signed);
-    bool negative = false;
-    unsigned long long magnitude = 0;
-    if (!internal::ParseInteger(GetProperty(key, ""), &negative, &magnitude)) return default_value;
-    constexpr auto kMost = static_cast<unsigned long long>(std::numeric_limits<long long>::max());
-    if (magnitude > kMost + (negative ? 1 : 0)) return default_value;
-    // The most negative number has no positive twin: step over it.
-    const long long value = !negative        ? static_cast<long long>(magnitude)
-                            : magnitude == 0 ? 0
-                                             : -static_cast<long long>(magnitude - 1) - 1;
-    if (value < min || value > max) return default_value;
-    return static_cast<T>(value);
-}
+                 T max = std::numeric_limits<T>::max());
 
 // False, with errno, when the key is no property name (EINVAL), the key begins with "ro." and is
 // already set (EEXIST), or the property directory can't be written.
