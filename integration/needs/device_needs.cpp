@@ -1,0 +1,250 @@
+// The whole service, its main program included, on a platform that only writes down what is asked
+// of it. Once registered, it makes a report in every way that there is and prints, a line each and
+// set apart by tabs,
+//
+//   BUILD REPORT TITLE KIND WHAT...
+//
+// BUILD is user or userdebug; REPORT is plain, bundle (a second descriptor) or verbose (with the
+// modem's logs as well); TITLE is the entry's, or - where it is the service itself that asks; KIND
+// is one of
+//
+//   command ARGV...      file PATH      socket PATH      instance NAME
+//   get PROPERTY         set PROPERTY   list DIRECTORY   read PATH      write PATH
+//
+// Newlines within WHAT are \n. Directories are listed below $DEVICE_ROOT: the names of the logs
+// that a device has are found there.
+
+#include <DumpstateUtil.h>
+#include <android-base/logging.h>
+#include <android-base/properties.h>
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+#include <android/log.h>
+#include <cutils/sockets.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+#include "binder.h"
+#include "dumpstate.h"
+#include "host_protocol_common.h"
+
+namespace {
+
+using aidl::android::hardware::dumpstate::Dumpstate;
+using aidl::android::hardware::dumpstate::IDumpstateDevice;
+
+struct Way {
+    const char* build;
+    const char* report;
+    size_t descriptors;
+};
+constexpr Way kWays[] = {
+        {"user", "plain", 1},      {"user", "bundle", 2},      {"user", "verbose", 2},
+        {"userdebug", "plain", 1}, {"userdebug", "bundle", 2}, {"userdebug", "verbose", 2},
+};
+
+const Way* g_way = &kWays[0];
+Dumpstate* g_service = nullptr;
+int g_output = -1;  // where standard output was: the service prints there as well
+
+void Write(const std::string& title, const std::string& kind,
+           const std::vector<std::string>& what) {
+    std::string line;
+    for (const char* part : {g_way->build, g_way->report, title.c_str(), kind.c_str()}) {
+        line += line.empty() ? "" : "\t";
+        line += part;
+    }
+    for (const std::string& part : what) {
+        line += '\t';
+        for (const char c : part) line += c == '\n' ? std::string("\\n") : std::string(1, c);
+    }
+    line += '\n';
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
+    if (write(g_output, line.data(), line.size()) != static_cast<ssize_t>(line.size())) _exit(1);
+}
+
+void Write(const std::string& kind, const std::string& what) {
+    Write("-", kind, {what});
+}
+
+enum HubMessage : uint32_t { kFragmentData = 5, kSensorCountReply = 7 };
+
+void SendFromHub(int socket, HubMessage type, const void* payload, size_t size) {
+    constexpr uint64_t kBlackBox = 0x4E6F727665001025;
+    constexpr uint16_t kEveryHostEndpoint = 0xFFFF;
+    flatbuffers::FlatBufferBuilder builder;
+    chre::HostProtocolCommon::encodeNanoappMessage(builder, kBlackBox, type, kEveryHostEndpoint,
+                                                   payload, size, 0, 0, false, false, 0);
+    if (send(socket, builder.GetBufferPointer(), builder.GetSize(), 0) < 0) _exit(1);
+}
+
+void MakeReport() {
+    std::vector<ndk::ScopedFileDescriptor> fds;
+    while (fds.size() < g_way->descriptors) fds.emplace_back(open("/dev/null", O_WRONLY));
+    g_service->dumpstateBoard(fds, IDumpstateDevice::DumpstateMode::DEFAULT, 0);
+    g_service->setVerboseLoggingEnabled(true);
+}
+
+}  // namespace
+
+binder_status_t AServiceManager_registerLazyService(AIBinder* binder, const char* instance) {
+    g_service = static_cast<Dumpstate*>(static_cast<IDumpstateDevice*>(binder->service.get()));
+    g_output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    Write("instance", instance);
+    return STATUS_OK;
+}
+
+bool ABinderProcess_setThreadPoolMaxThreadCount(uint32_t /*count*/) {
+    return true;
+}
+
+// A process for each.
+void ABinderProcess_joinThreadPool() {
+    for (const Way& way : kWays) {
+        if (fork() != 0) continue;
+        g_way = &way;
+        MakeReport();
+        _exit(0);
+    }
+    int status = 0;
+    int failed = 0;
+    while (wait(&status) > 0) failed += status != 0;
+    std::exit(failed == 0 ? 0 : 1);
+}
+
+// A hub that has one sensor, which makes the service ask for a snapshot, and whose data is none.
+int socket_local_client_connect(int fd, const char* name, int /*namespace_id*/, int /*type*/) {
+    Write("socket", std::string("/dev/socket/") + name);
+    int ends[2];  // the hub's stays open as long as the process
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return -1;
+    if (dup3(ends[0], fd, O_CLOEXEC) < 0) return -1;
+    constexpr uint8_t kOne[] = {1, 0, 0, 0};
+    SendFromHub(ends[1], kSensorCountReply, kOne, sizeof kOne);
+    SendFromHub(ends[1], kFragmentData, kOne, 0);
+    return 0;
+}
+
+namespace android::os::dumpstate {
+
+const CommandOptions CommandOptions::DEFAULT = CommandOptions::WithTimeout(10).Build();
+
+int RunCommandToFd(int /*fd*/, const std::string& title, const std::vector<std::string>& command,
+                   const CommandOptions& /*options*/) {
+    Write(title, "command", command);
+    return 0;
+}
+
+int DumpFileToFd(int /*fd*/, const std::string& title, const std::string& path) {
+    Write(title, "file", {path});
+    return 0;
+}
+
+bool PropertiesHelper::IsUserBuild() {
+    Write("get", "ro.build.type");
+    return g_way->build == std::string("user");
+}
+
+}  // namespace android::os::dumpstate
+
+namespace android::base {
+
+// A property that names a file has its own name for a value, so that this is what is read.
+std::string GetProperty(const std::string& key, const std::string& /*default_value*/) {
+    Write("get", key);
+    return "$" + key;
+}
+
+bool GetBoolProperty(const std::string& key, bool /*default_value*/) {
+    Write("get", key);
+    return g_way->report == std::string("verbose");
+}
+
+template <typename T>
+T GetIntProperty(const std::string& key, T default_value, T /*min*/, T /*max*/) {
+    Write("get", key);
+    return default_value;
+}
+template int32_t GetIntProperty(const std::string&, int32_t, int32_t, int32_t);
+
+bool SetProperty(const std::string& key, const std::string& /*value*/) {
+    Write("set", key);
+    return true;
+}
+
+bool WaitForProperty(const std::string& key, const std::string& /*expected_value*/,
+                     std::chrono::milliseconds /*relative_timeout*/) {
+    Write("get", key);
+    return true;
+}
+
+}  // namespace android::base
+
+int __android_log_print(int /*priority*/, const char* /*tag*/, const char* /*format*/, ...) {
+    return 1;
+}
+
+int __android_log_vprint(int /*priority*/, const char* /*tag*/, const char* /*format*/,
+                         va_list /*arguments*/) {
+    return 1;
+}
+
+unsigned sleep(unsigned /*seconds*/) {
+    return 0;
+}
+
+// What the service itself asks of the file system, by the linker's --wrap. Every directory is
+// there, and has something in it.
+extern "C" {
+
+int __real_open(const char* path, int flags, ...);
+DIR* __real_opendir(const char* path);
+int __real_scandir(const char* directory, dirent*** entries, int (*filter)(const dirent*),
+                   int (*compare)(const dirent**, const dirent**));
+
+int __wrap_open(const char* path, int flags, ...) {
+    if (g_service != nullptr) Write((flags & O_ACCMODE) == O_RDONLY ? "read" : "write", path);
+    return __real_open("/dev/null", O_RDWR | O_CLOEXEC);
+}
+
+DIR* __wrap_opendir(const char* path) {
+    Write("list", path);
+    return __real_opendir("/");
+}
+
+int __wrap_scandir(const char* directory, dirent*** entries, int (*filter)(const dirent*),
+                   int (*compare)(const dirent**, const dirent**)) {
+    Write("list", directory);
+    const char* const root = std::getenv("DEVICE_ROOT");
+    return __real_scandir(((root == nullptr ? "" : root) + std::string(directory)).c_str(), entries,
+                          filter, compare);
+}
+
+int __wrap_mkdir(const char* path, mode_t /*mode*/) {
+    Write("write", path);
+    return 0;
+}
+
+char* __wrap_mkdtemp(char* name) {
+    Write("write", name);
+    return name;
+}
+
+int __wrap_rename(const char* from, const char* to) {
+    Write("write", from);
+    Write("write", to);
+    return 0;
+}
+
+}  // extern "C"
