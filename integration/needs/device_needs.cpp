@@ -38,6 +38,8 @@
 #include "dumpstate.h"
 #include "host_protocol_common.h"
 
+extern "C" int __real_open(const char* path, int flags, ...);
+
 namespace {
 
 using aidl::android::hardware::dumpstate::Dumpstate;
@@ -91,7 +93,7 @@ void SendFromHub(int socket, HubMessage type, const void* payload, size_t size) 
 
 void MakeReport() {
     std::vector<ndk::ScopedFileDescriptor> fds;
-    while (fds.size() < g_way->descriptors) fds.emplace_back(open("/dev/null", O_WRONLY));
+    while (fds.size() < g_way->descriptors) fds.emplace_back(__real_open("/dev/null", O_WRONLY));
     g_service->dumpstateBoard(fds, IDumpstateDevice::DumpstateMode::DEFAULT, 0);
     g_service->setVerboseLoggingEnabled(true);
 }
@@ -208,7 +210,6 @@ unsigned sleep(unsigned /*seconds*/) {
 // there, and has something in it.
 extern "C" {
 
-int __real_open(const char* path, int flags, ...);
 DIR* __real_opendir(const char* path);
 int __real_scandir(const char* directory, dirent*** entries, int (*filter)(const dirent*),
                    int (*compare)(const dirent**, const dirent**));
