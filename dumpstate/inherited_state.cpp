@@ -11,8 +11,15 @@ namespace aidl::android::hardware::dumpstate {
 
 void resetInheritedState() {
     // A reader that goes away and a file at its limit are failed writes, never the end of the
-    // process. How a command ended is for this process to ask.
-    for (const int failed_write : {SIGPIPE, SIGXFSZ}) std::signal(failed_write, SIG_IGN);
+    // process. Caught and not ignored: programs would inherit that, and not every library that
+    // starts some takes it back. The write itself fails either way; a call that such a signal from
+    // elsewhere finds waiting goes on where the kernel can let it.
+    struct sigaction failed_write {};
+    failed_write.sa_handler = [](int) {};
+    failed_write.sa_flags = SA_RESTART;
+    sigemptyset(&failed_write.sa_mask);
+    for (const int number : {SIGPIPE, SIGXFSZ}) sigaction(number, &failed_write, nullptr);
+    // How a command ended is for this process to ask.
     std::signal(SIGCHLD, SIG_DFL);
 
     // What is put together on the data partition are logs of a whole device: nobody but this user

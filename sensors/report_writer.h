@@ -9,7 +9,8 @@ namespace tev::dumpstate {
 
 // Everything here is written in full, or the report is cut there, which the log says: a reader that
 // takes nothing for five seconds, or has gone away, loses what comes after that. No call blocks for
-// longer than it takes to find that out, and none fails. The process ignores SIGPIPE.
+// longer than it takes to find that out, and none fails. SIGPIPE doesn't
+// end the process.
 
 // Writes a few lines straight to the report, of 511 characters together.
 void PrintToReport(int fd, const char* format, ...) __attribute__((__format__(printf, 2, 3)));

@@ -371,7 +371,7 @@ TEST_F(BlackBoxTest, ReadersMayBeSlowGoneOrStuck) {
     EXPECT_TRUE(slow.get() == whole);
     close(ends[0]);
 
-    std::signal(SIGPIPE, SIG_IGN);  // as the service does
+    std::signal(SIGPIPE, SIG_IGN);  // the service is not ended by it either
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     ASSERT_EQ(write(ends[1], whole.data(), 9999), 9999);  // no room for as much as is gathered
     const auto nobody_reads = [&](int out) { SecondsOf([&] { client_->PrintToFd(out, 0s); }); };

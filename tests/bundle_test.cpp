@@ -254,7 +254,7 @@ TEST_F(BundleTest, WhatEndsTheStreamIsLogged) {
     fs::remove(kArchive);
 
     constexpr char kStopped[] = "5 - The bundle is cut here: its reader has stopped for 30 s";
-    signal(SIGPIPE, SIG_IGN);  // as the service does
+    signal(SIGPIPE, SIG_IGN);  // the service is not ended by it either
     for (const bool reader : {true, false}) {
         for (const int flags : {O_NONBLOCK, 0}) {  // a reader that takes nothing, and none at all
             int ends[2];

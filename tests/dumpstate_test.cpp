@@ -2,8 +2,13 @@
 
 #include "dumpstate.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +18,7 @@
 #include <thread>
 
 #include "expected_report.h"
+#include "inherited_state.h"
 #include "recording_platform.h"
 
 namespace aidl::android::hardware::dumpstate {
@@ -216,6 +222,50 @@ TEST_F(DumpstateTest, BinderIsOneAsLongAsItLivesAndDumpsNothing) {
     first = {};
     EXPECT_NE(service_->asBinder().get(), nullptr);
     EXPECT_EQ(service_.use_count(), 1);  // a binder that is gone has let its object go
+}
+
+// The signal that ends a program which sends it to itself, if one does. The program is started the
+// way that takes back nothing of what this process does about signals.
+int EndOfWhoSends(const std::string& signal) {
+    std::string script = "kill -" + signal + " $$";
+    std::string shell = "sh";
+    std::string option = "-c";
+    char* const argv[] = {shell.data(), option.data(), script.data(), nullptr};
+    pid_t pid = -1;
+    int status = 0;
+    if (posix_spawn(&pid, "/vendor/bin/sh", nullptr, nullptr, argv, environ) != 0) return -1;
+    if (waitpid(pid, &status, 0) != pid) return -1;
+    return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+}
+
+// What of the service's start has not taken effect, in a process whose parent ignores signals.
+const char* MissingAtStart() {
+    for (const int ignored : {SIGPIPE, SIGXFSZ, SIGCHLD}) signal(ignored, SIG_IGN);
+    resetInheritedState();
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0 || close(ends[0]) != 0) return "a pipe";
+    if (write(ends[1], "x", 1) != -1 || errno != EPIPE) return "a write without a reader fails";
+    const int file = memfd_create("file", MFD_CLOEXEC);
+    rlimit before;
+    if (getrlimit(RLIMIT_FSIZE, &before) != 0) return "a limit";
+    const rlimit one_byte{1, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &one_byte);
+    const bool failed = pwrite(file, "x", 1, 1) == -1 && errno == EFBIG;
+    setrlimit(RLIMIT_FSIZE, &before);
+    if (!failed) return "a write beyond a file's limit fails";
+    if (EndOfWhoSends("PIPE") != SIGPIPE) return "SIGPIPE ends programs";
+    if (EndOfWhoSends("XFSZ") != SIGXFSZ) return "SIGXFSZ ends programs";
+    return "";
+}
+
+TEST(InheritedStateTest, FailedWritesEndProgramsAndNotTheService) {
+    EXPECT_EXIT(
+            {
+                const std::string missing = MissingAtStart();
+                std::fputs(missing.c_str(), stderr);
+                std::_Exit(missing.empty() ? 0 : 1);
+            },
+            testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
