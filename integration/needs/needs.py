@@ -73,7 +73,7 @@ def accesses_of(argv):
 def is_within(what, folder, access):
     """A directory that is written is so with all below it; one that is listed, with its files."""
     if access == "read":
-        return what != folder and what[: what.rfind("/") + 1] == folder
+        return what != folder and folder in (what + "/", what[: what.rfind("/") + 1])
     return (what + "/").startswith(folder) and not what.endswith("/")
 
 
