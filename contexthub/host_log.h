@@ -10,8 +10,8 @@ namespace android::chre {
 // "operation:line: message" and a newline. Records of several threads never mix in the stream.
 //
 // The copy is a convenience and holds nobody up: a reader that has stopped costs 100 ms once and
-// every copy until it takes something again; a reader that is gone costs the copy, as the process
-// ignores SIGPIPE. What is longer than a kilobyte is cut there. Keeps errno.
+// every copy until it takes something again; a reader that is gone costs the copy, and SIGPIPE must
+// not end the process. What is longer than a kilobyte is cut there. Keeps errno.
 void outputHostLog(int priority, std::FILE* stream, const char* format, const char* operation,
                    int line, ...) __attribute__((__format__(printf, 3, 6)));
 

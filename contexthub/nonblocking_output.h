@@ -19,7 +19,7 @@ namespace android::chre {
 // A reader that takes nothing for as long as it is waited for is stuck. No object of this process
 // waits for it again before it has taken something.
 //
-// The process ignores SIGPIPE.
+// SIGPIPE must not end the process.
 class NonblockingOutput {
   public:
     // The descriptor has to stay open for as long as this lives, or until it no longer Is().

@@ -71,8 +71,8 @@ class SocketClient {
     void disconnect();
 
     // Sends one datagram, taking no lock and making no copy. False when it did not go whole: there
-    // is no connection, the daemon is gone (the process ignores SIGPIPE), or for three seconds it
-    // has not made room.
+    // is no connection, the daemon is gone (SIGPIPE must not end the process), or for three seconds
+    // it has not made room.
     //
     // A send reaches the connection that is there when it begins, or nothing: one that is lost
     // meanwhile makes it false, and its descriptor is not closed, and so can't become another
