@@ -203,6 +203,9 @@ class BoardCall {
             Complain("the call was accepted, but no report came");
         } else {
             Summarize();
+            if (page_ && page_->size() > 0) {
+                std::fprintf(stderr, "%s shows it in a browser\n", page_->name().c_str());
+            }
             const bool whole = HasBundle() || BundleIsWhole();
             if (const std::string host = progress_.Host(); !host.empty()) {
                 std::fprintf(stderr, "%s\n", host.c_str());
