@@ -3,6 +3,7 @@
 
 #include <benchmark/benchmark.h>
 #include <cutils/sockets.h>
+#include <sched.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -60,6 +61,44 @@ constexpr size_t kSize = 256;
 constexpr size_t kLargest = 32768;
 constexpr int kBatch = 1000;
 
+// The processors that the two ends of a socket run on: where the scheduler puts two threads that
+// take turns decides more than what they do.
+struct Cpus {
+    int daemon;
+    int client;
+};
+
+// The same processor for both or one for each.
+Cpus ChooseCpus(int64_t count) {
+    cpu_set_t allowed;
+    sched_getaffinity(0, sizeof allowed, &allowed);
+    std::vector<int> cpus;
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        if (CPU_ISSET(cpu, &allowed)) cpus.push_back(cpu);
+    }
+    const auto wanted = static_cast<size_t>(count);
+    if (cpus.size() < wanted) return {-1, -1};
+    return {cpus[0], cpus[wanted - 1]};
+}
+
+// Keeps the calling thread on one processor.
+class Pin {
+  public:
+    explicit Pin(int cpu) {
+        sched_getaffinity(0, sizeof before_, &before_);
+        cpu_set_t only;
+        CPU_ZERO(&only);
+        CPU_SET(cpu, &only);
+        sched_setaffinity(0, sizeof only, &only);
+    }
+    ~Pin() { sched_setaffinity(0, sizeof before_, &before_); }
+    Pin(const Pin&) = delete;
+    Pin& operator=(const Pin&) = delete;
+
+  private:
+    cpu_set_t before_;
+};
+
 int Socket() {
     return socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
 }
@@ -68,10 +107,11 @@ int Socket() {
 // for one of one byte, a batch of datagrams.
 class Daemon {
   public:
-    Daemon() {
+    explicit Daemon(int cpu) {
         WithAddress([this](auto address, auto size) { return bind(listener_, address, size); });
         listen(listener_, 1);
-        thread_ = std::thread([this] {
+        thread_ = std::thread([this, cpu] {
+            const Pin pin(cpu);
             const int peer = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
             std::vector<char> buffer(kLargest);
             for (ssize_t size; (size = recv(peer, buffer.data(), buffer.size(), 0)) > 0;) {
@@ -132,21 +172,24 @@ class Counter : public SocketClient::ICallbacks {
     bool finished_ = false;
 };
 
-void Link(benchmark::State& state, bool round_trips) {
-    const Daemon daemon;
+void Link(benchmark::State& state, bool round_trips, Cpus cpus) {
+    const Daemon daemon(cpus.daemon);
+    const Pin pin(cpus.client);  // and with it the receive thread, which this one starts
     SocketClient client;
     auto* const counter = new Counter(client, round_trips);
     const sp<SocketClient::ICallbacks> callbacks(counter);
     client.connectInBackground("", callbacks);
     counter->WaitForFinish();
     for (auto _ : state) counter->Batch();
-    state.SetItemsProcessed(state.iterations() * kBatch);
     client.disconnect();
 }
 
-void Bare(benchmark::State& state, bool round_trips) {
-    const Daemon daemon;
+void Bare(benchmark::State& state, bool round_trips, Cpus cpus) {
+    const Daemon daemon(cpus.daemon);
+    const Pin pin(cpus.client);
     const int fd = Socket();
+    constexpr int kSendBuffer = 0x200000;  // the link's
+    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
     WithAddress([fd](auto address, auto size) { return connect(fd, address, size); });
     const int epoll = epoll_create1(EPOLL_CLOEXEC);
     epoll_event input{EPOLLIN, {}};
@@ -162,15 +205,29 @@ void Bare(benchmark::State& state, bool round_trips) {
             }
         }
     }
-    state.SetItemsProcessed(state.iterations() * kBatch);
     close(epoll);
     close(fd);
 }
 
-BENCHMARK_CAPTURE(Link, round_trips, true)->UseRealTime();
-BENCHMARK_CAPTURE(Bare, round_trips, true)->UseRealTime();
-BENCHMARK_CAPTURE(Link, datagrams, false)->UseRealTime();
-BENCHMARK_CAPTURE(Bare, datagrams, false)->UseRealTime();
+using Exchange = void(benchmark::State& state, bool round_trips, Cpus cpus);
+
+void Pinned(benchmark::State& state, Exchange* exchange, bool round_trips) {
+    const Cpus cpus = ChooseCpus(state.range(0));
+    if (cpus.daemon < 0) {
+        state.SkipWithError("too few processors");
+        return;
+    }
+    exchange(state, round_trips, cpus);
+    state.SetItemsProcessed(state.iterations() * kBatch);
+}
+
+void OneAndTwoCpus(benchmark::internal::Benchmark* benchmark) {
+    benchmark->ArgName("cpus")->Arg(1)->Arg(2)->UseRealTime();
+}
+BENCHMARK_CAPTURE(Pinned, link_round_trips, Link, true)->Apply(OneAndTwoCpus);
+BENCHMARK_CAPTURE(Pinned, bare_round_trips, Bare, true)->Apply(OneAndTwoCpus);
+BENCHMARK_CAPTURE(Pinned, link_datagrams, Link, false)->Apply(OneAndTwoCpus);
+BENCHMARK_CAPTURE(Pinned, bare_datagrams, Bare, false)->Apply(OneAndTwoCpus);
 
 // A nanoapp's message of so many bytes, or for 0 a list of twenty nanoapps.
 std::vector<uint8_t> Message(int64_t size) {
