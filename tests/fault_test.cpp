@@ -314,15 +314,6 @@ std::string NoDescriptorForTheCall(Wearable& wearable) {
     return wearable.client().Board({STDOUT_FILENO, STDOUT_FILENO});
 }
 
-std::string CallerDies(Wearable& wearable) {
-    pid_t caller = Spawn({"env", "DBUS_SYSTEM_BUS_ADDRESS=" + wearable.address(), "boardreport",
-                          "-o", wearable.File("report"), "-b", wearable.File("bundle")},
-                         wearable.File("caller.log"));
-    Await([&] { return !ReadFile(wearable.File("report")).empty(); });
-    EndChild(caller, SIGKILL);
-    return "";
-}
-
 // Their calls wait behind another's, and none of them is left when it is their turn.
 std::string CallersLeave(Wearable& wearable) {
     const pid_t service = wearable.client().Pid();
@@ -342,26 +333,6 @@ std::string CallersLeave(Wearable& wearable) {
     EXPECT_EQ(lseek(report, 0, SEEK_END), 0);
     close(report);
     return honest;
-}
-
-// Both into one file, where two reports at once would mix.
-std::string TwoCallers(Wearable& wearable) {
-    const int both = memfd_create("reports", MFD_CLOEXEC);
-    const auto call = [&] {
-        return std::async(std::launch::async, [&wearable, both] {
-            const int bundle = memfd_create("bundle", MFD_CLOEXEC);
-            std::string outcome = ServiceClient(wearable.address()).Board({both, bundle});
-            close(bundle);
-            return outcome;
-        });
-    };
-    auto one = call();
-    auto other = call();
-    EXPECT_EQ(one.get(), "");
-    EXPECT_EQ(other.get(), "");
-    std::string reports = ReadFile("/proc/self/fd/" + std::to_string(both));
-    close(both);
-    return reports;
 }
 
 // For longer than the service waits with one write.
@@ -447,22 +418,6 @@ std::string NobodyReadsStandardOutput(Wearable& wearable) {
     return report;
 }
 
-std::string ServiceIsKilled(Wearable& wearable) {
-    Call call(wearable);
-    kill(wearable.client().Pid(), SIGKILL);
-    std::string report = call.Read();
-    return report + call.Outcome();
-}
-
-std::string BusRestarts(Wearable& wearable) {
-    Call call(wearable);
-    auto report = std::async(std::launch::async, [&] { return call.Read(); });
-    wearable.StopBus();
-    EXPECT_NE(call.Outcome(), "");
-    wearable.StartBus();
-    return report.get();
-}
-
 std::vector<Fault> Faults() {
     const std::string some;
     std::vector<Fault> faults{
@@ -478,11 +433,7 @@ std::vector<Fault> Faults() {
             {"read-only-properties", ReadOnlyProperties, "Waited mdlog timeout"},
             {"no-properties", NoProperties, "getprop: cannot list"},
             {"no-space", NoSpace, "No space left on device"},
-            {"caller-dies", CallerDies, "", some},
             {"callers-leave", CallersLeave, "has left the bus"},
-            {"two-callers", TwoCallers, "", AllTitles() + AllTitles()},
-            {"service-is-killed", ServiceIsKilled, "Error.NoReply", some, false},
-            {"bus-restarts", BusRestarts, "", AllTitles(), false},
             {"no-descriptor-for-the-call", NoDescriptorForTheCall, "", some, false},
             UnderLimit(
                     "no-process", RLIMIT_NPROC, [](pid_t) { return rlim_t{0}; },
