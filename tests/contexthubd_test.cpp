@@ -1,7 +1,9 @@
 // The wearable's context hub as the service's own client meets it.
 
 #include <cutils/sockets.h>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -9,6 +11,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -23,6 +27,26 @@
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+
+// Of threads other than the first: how far their clock has gone ahead, as they wait for nothing.
+static thread_local time_t ahead = 0;
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time) {
+    static const auto get =
+            reinterpret_cast<decltype(&clock_gettime)>(dlsym(RTLD_NEXT, "clock_gettime"));
+    const int result = get(clock, time);
+    time->tv_sec += ahead;
+    return result;
+}
+
+extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                      clockid_t clock, const timespec* deadline) {
+    static const auto wait = reinterpret_cast<decltype(&pthread_cond_clockwait)>(
+            dlsym(RTLD_NEXT, "pthread_cond_clockwait"));
+    if (gettid() == getpid()) return wait(condition, mutex, clock, deadline);
+    ahead += 5;  // more than the longest back-off
+    return ETIMEDOUT;
+}
 
 namespace {
 
@@ -91,11 +115,11 @@ class ContexthubdTest : public testing::Test {
 };
 
 TEST_F(ContexthubdTest, TellsEachClientWhatSevenSensorsSaw) {
-    Start("--records 100000");
+    Start("--records 20000");
     const Client one, other;
     const Snapshot snapshot = one.After(60s);
     EXPECT_EQ(snapshot.whole, 7);
-    EXPECT_EQ(snapshot.values.size(), 99'995U);  // on-wrist records make periods, of two each
+    EXPECT_EQ(snapshot.values.size(), 19'995U);  // on-wrist records make periods, of two each
     EXPECT_EQ(other.After(60s).values, snapshot.values);
     AwaitWord("cookie = 1)");
     AwaitWord("cookie = 2)");
