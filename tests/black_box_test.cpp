@@ -24,7 +24,6 @@
 #include <fstream>
 #include <future>
 #include <numeric>
-#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -35,7 +34,6 @@
 #include "hub_messages.h"
 #include "processes.h"
 #include "recording_platform.h"
-#include "sensor_black_box_buffer.h"
 #include "sensor_black_box_client.h"
 #include "sensor_hub.h"
 
@@ -167,12 +165,25 @@ class BlackBoxTest : public testing::Test {
         return text.substr(std::min(text.size(), kHeading.size()));
     }
 
-    // The report of a sensor's records, which came in one piece with one byte too many.
+    // The report of a sensor's records, which came in pieces of any size, in any order and in part
+    // again with other bytes.
     std::string PrintedRecords(uint8_t sensor, uint64_t newest, const Bytes& records) {
         Restart();
         const auto size = static_cast<uint32_t>(records.size());
         Feed(SnapshotReply(0, 0, {{sensor, newest}}));
-        Feed(Message(5, Piece(sensor, 0, size, 0, size, records + Bytes{0})));
+        Feed(Message(5, Piece(sensor, 0, size, 0, 0, {0})));
+        std::mt19937 random(2);
+        std::vector<std::pair<uint32_t, uint32_t>> pieces;  // from, to
+        for (uint32_t at = 0; at < size; at = pieces.back().second) {
+            const auto length = static_cast<uint32_t>(random() % (size > 4096 ? 9000 : 150) + 1);
+            pieces.emplace_back(at, std::min(size, at + length));
+        }
+        std::ranges::shuffle(pieces, random);
+        for (const auto& [from, to] : pieces) {
+            const Bytes piece(records.begin() + from, records.begin() + to);
+            Feed(Message(5, Piece(sensor, 0, size, from, to - from, piece)));
+            Feed(Message(5, Piece(sensor, 0, size, from, to - from, Bytes(to - from, 0xAA))));
+        }
         return Printed();
     }
 
@@ -301,30 +312,6 @@ TEST_F(BlackBoxTest, TimeOutEndsTheWaitUnlessAsManyBuffersAsSensorsAreComplete) 
     }
     const std::string text = Printed(30s);
     EXPECT_EQ(waited_, 37) << text;
-}
-
-TEST(BlackBoxBuffer, TakesEachByteOnceInAnyOrder) {
-    std::mt19937 random(2);
-    for (const uint32_t size : {0U, 1U, 32U, 63U, 64U, 65U, 1000U}) {
-        SensorBlackBoxBuffer buffer(1, size);
-        std::vector<std::optional<int8_t>> model(size);
-        while (!std::ranges::all_of(model, &std::optional<int8_t>::has_value)) {
-            ASSERT_FALSE(buffer.Done());
-            const auto offset = static_cast<uint32_t>(random() % size);
-            Bytes run(random() % std::min(size - offset, 150U) + 1);
-            std::ranges::generate(run, [&] { return static_cast<uint8_t>(random()); });
-            uint32_t expected = 0;
-            for (; expected < run.size() && !model[offset + expected]; ++expected) {
-                model[offset + expected] = static_cast<int8_t>(run[expected]);
-            }
-            const auto count = static_cast<uint32_t>(run.size());
-            ASSERT_EQ(count == 1 ? buffer.AddByte(offset, static_cast<int8_t>(run[0]))
-                                 : buffer.AddBytes(offset, run.data(), count),
-                      expected);
-        }
-        EXPECT_TRUE(buffer.Done());
-        for (uint32_t i = 0; i < size; ++i) ASSERT_EQ(buffer.Buffer()[i], model[i]);
-    }
 }
 
 TEST_F(BlackBoxTest, MemoryIsBoundedAndAnnouncedBytesCostNothing) {

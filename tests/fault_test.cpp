@@ -444,9 +444,7 @@ std::vector<Fault> Faults() {
                 "no-descriptor", RLIMIT_NOFILE, [](pid_t pid) { return Descriptors(pid) + 2; },
                 "Too many open files", {}, TitlesWithoutADirectory()));
     }
-    for (const char* message :
-         {"list-request", "count-request", "snapshot-request", "fragment-request", "list-response",
-          "count-reply", "snapshot-reply", "fragment-data", "fragment-done"}) {
+    for (const char* message : {"list-request", "snapshot-reply", "fragment-done"}) {
         faults.push_back(HubDiesAt(message));
     }
     return faults;
