@@ -1,12 +1,15 @@
-// The bundle's archive streamed through a pipe by the service, beside dd and cat. The commands that
+// The bundle's archive streamed through a pipe by the service, beside the same calls by hand, and
+// beside dd and cat, which take a process of their own. The commands that
 // pack it and remove it are left out: they are other programs' work.
 
 #include <DumpstateUtil.h>
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 
 #include "dumpstate.h"
@@ -77,6 +80,18 @@ void BM_Bundle(benchmark::State& state) {
     StreamArchive(state, [&](int out) { dumpstate->createDumpstateBin(STDERR_FILENO, out); });
 }
 BENCHMARK(BM_Bundle)->Apply(Sizes);
+
+void BM_BundleByHand(benchmark::State& state) {
+    StreamArchive(state, [](int out) {
+        const int in = open(kBundleArchive, O_RDONLY | O_CLOEXEC);
+        const auto buffer = std::make_unique<char[]>(size_t{64} * 1024);
+        for (ssize_t size; (size = read(in, buffer.get(), size_t{64} * 1024)) > 0;) {
+            if (write(out, buffer.get(), static_cast<size_t>(size)) != size) break;
+        }
+        close(in);
+    });
+}
+BENCHMARK(BM_BundleByHand)->Apply(Sizes);
 
 void BM_BundleDd(benchmark::State& state) {
     const std::string input = std::string("if=") + kBundleArchive;

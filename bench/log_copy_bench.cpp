@@ -1,15 +1,19 @@
-// Rotated logs copied by dumpLogs, beside the same copies from one shell loop: by cp alone, and by
-// a shell of its own for each cp, which is how dumpLogs has to run it.
+// Rotated logs copied by dumpLogs, beside a bare spawn and wait of the very same commands; and
+// beside what a user would pick, one shell's loop: by cp alone, and by a shell of its own for each
+// cp, which is how dumpLogs has to run it.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "log_copy.h"
 #include "program.h"
@@ -66,6 +70,28 @@ void BM_DumpLogs(benchmark::State& state) {
 BENCHMARK(BM_DumpLogs)->Apply(Few);
 BENCHMARK(BM_DumpLogs)->Apply(Many);
 BENCHMARK(BM_DumpLogs)->Apply(Most);
+
+// The newest first, as dumpLogs takes them.
+std::vector<std::string> CopyCommands(const std::string& logs) {
+    std::vector<std::string> commands;
+    for (const auto& log : fs::directory_iterator(logs)) {
+        commands.push_back("/vendor/bin/cp " + log.path().native() + " " + kCopies + "/" +
+                           log.path().filename().native());
+    }
+    std::ranges::sort(commands, std::greater());
+    return commands;
+}
+
+void BM_BareCopies(benchmark::State& state) {
+    const std::vector<std::string> commands = CopyCommands(Logs(state.range(0)));
+    CopyLogs(state, [&](const std::string& /*logs*/, int out) {
+        for (const std::string& command : commands) {
+            RunProgram({"/vendor/bin/sh", "-c", command.c_str()}, out);
+        }
+    });
+}
+BENCHMARK(BM_BareCopies)->Apply(Few);
+BENCHMARK(BM_BareCopies)->Apply(Many);
 
 void CopyInShellLoop(benchmark::State& state, const std::string& body) {
     CopyLogs(state, [&](const std::string& logs, int out) {

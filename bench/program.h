@@ -1,8 +1,20 @@
 #pragma once
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <vector>
 
-// Runs another program, its standard output going to `out`, waits for its end and returns its peak
-// memory in KiB. Ends this process when the program can't be run or fails: what it was measured for
-// would be worth nothing.
+// How a program ended, and what it used. A status of -1 is that of one that can't be run.
+struct ProgramEnd {
+    int status = -1;
+    struct rusage usage {};
+};
+
+// Runs another program and waits for its end, and does nothing else: the least that running one can
+// cost.
+ProgramEnd SpawnAndWait(const std::vector<const char*>& argv, int out, int err = STDERR_FILENO);
+
+// The same, returning the program's peak memory in KiB. Ends this process when the program can't be
+// run or fails: what it was measured for would be worth nothing.
 long RunProgram(const std::vector<const char*>& argv, int out);

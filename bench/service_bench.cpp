@@ -1,6 +1,6 @@
-// The service as a process of its own on the simulated wearable: a whole report beside a shell
-// script that makes the same entries; start on demand, idle memory and size beside a service that
-// does next to nothing.
+// The service as a process of its own on the simulated wearable: a whole report beside the bare
+// runs of its very commands, and beside a shell script that makes the same entries; start on
+// demand, idle memory and size beside a service that does next to nothing.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -16,10 +16,12 @@
 #include <fstream>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "files.h"
 #include "program.h"
+#include "recorded_report.h"
 
 namespace fs = std::filesystem;
 
@@ -167,9 +169,10 @@ void WholeReport(benchmark::State& state, double wait_seconds, Make make) {
     }
 }
 
+// The pause between the two statistics, and the wait before the first attempt to reach the hub.
+constexpr double kWaits = 2 + 0.25;
+
 void BM_Report(benchmark::State& state) {
-    // The pause between the two statistics, and the wait before the first attempt to reach the hub.
-    constexpr double kWaits = 2 + 0.25;
     static Service service(kWearableBus, kDumpstate);
     service.GetVersion();
     WholeReport(state, kWaits, [&](int fd) { service.Report(fd); });
@@ -177,9 +180,19 @@ void BM_Report(benchmark::State& state) {
 }
 BENCHMARK(BM_Report)->UseManualTime()->Iterations(1)->Repetitions(5);
 
+void BM_BareReport(benchmark::State& state) {
+    static const RecordedReport report;
+    WholeReport(state, kWaits, [](int fd) {
+        std::this_thread::sleep_for(std::chrono::duration<double>(kWaits));
+        report.Replay(fd);
+    });
+    state.counters["steps"] = static_cast<double>(report.steps.size());
+}
+BENCHMARK(BM_BareReport)->UseManualTime()->Iterations(1)->Repetitions(5);
+
 void BM_ReportScript(benchmark::State& state) {
-    constexpr double kWaits = 2;  // it has no way to reach the hub
-    WholeReport(state, kWaits, [](int fd) { RunProgram({"/vendor/bin/sh", REPORT_SCRIPT}, fd); });
+    constexpr double kPause = 2;  // it has no way to reach the hub
+    WholeReport(state, kPause, [](int fd) { RunProgram({"/vendor/bin/sh", REPORT_SCRIPT}, fd); });
 }
 BENCHMARK(BM_ReportScript)->UseManualTime()->Iterations(1)->Repetitions(5);
 
