@@ -116,7 +116,7 @@ bool NonblockingOutput::Write(std::string_view text, std::chrono::milliseconds p
             stuck_readers_.Remove(file_);
             text.remove_prefix(static_cast<size_t>(written));
             deadline = Clock::now() + patience;
-        } else if (written == 0 || errno != EAGAIN) {
+        } else if (written == 0 || (errno != EAGAIN && errno != EINTR)) {
             return false;
         } else if (Clock::now() > deadline) {  // others were faster, time and again
             errno = ETIMEDOUT;
