@@ -217,6 +217,8 @@ TEST(SystemLog, AFloodIsCountedAndAStuckReaderWaitedForOnce) {
     EXPECT_LT(told, 19'000);
     EXPECT_EQ(tell("other", "heard"), 1);
     EXPECT_EQ(log.Take().back(), "I other: heard");
+    EXPECT_EQ(__android_log_print(ANDROID_LOG_ERROR, "hub", "heard"), 1);
+    log.Take();
 
     log.Fill();
     const auto start = std::chrono::steady_clock::now();

@@ -104,10 +104,11 @@ class Log {
         if (repeats) {
             ++repeats_;
             if (now - told_ < kTellInterval) return 0;
-        } else if (!AllowanceOf(tag).Take(now)) {
+        } else if (!AllowanceOf(priority, tag).Take(now)) {
             ++left_out_;
             return 0;
         }
+        const uint64_t left_out = left_out_;
         std::string text = WhatWasCounted(now);
         if (!repeats) {
             text += Record(priority, tag, message);
@@ -116,7 +117,8 @@ class Log {
             last_message_ = message;
         }
         const int error = platform::WriteUntil(STDERR_FILENO, text, now + kLogPatience);
-        lost_ = error == 0 ? 0 : lost_ + repeats_ + (repeats ? 0 : 1);
+        const uint64_t told = repeats_ + (left_out - left_out_) + (repeats ? 0 : 1);
+        lost_ = error == 0 ? 0 : lost_ + told;
         repeats_ = 0;
         if (error != 0) {
             last_message_.clear();  // nobody has seen it
@@ -127,8 +129,9 @@ class Log {
     }
 
   private:
-    Allowance& AllowanceOf(std::string_view tag) {
-        return allowances_[std::hash<std::string_view>()(tag) % allowances_.size()];
+    Allowance& AllowanceOf(int priority, std::string_view tag) {
+        const size_t number = std::hash<std::string_view>()(tag) + static_cast<size_t>(priority);
+        return allowances_[number % allowances_.size()];
     }
 
     std::string WhatWasCounted(Clock::time_point now) {
@@ -151,7 +154,8 @@ class Log {
     }
 
     std::mutex mutex_;
-    std::array<Allowance, 8> allowances_;  // by tag, so that one's flood is not another's
+    // By tag and priority, so that one's flood is not another's, and debugging's not an error's.
+    std::array<Allowance, 61> allowances_;
     int last_priority_ = ANDROID_LOG_UNKNOWN;
     std::string last_tag_;
     std::string last_message_;

@@ -12,8 +12,8 @@
 // PIPE_BUF bytes. Any thread may log.
 // A log reader that has stopped costs one caller 100 ms, and then every record until it takes
 // something again. A record that repeats the one before is only counted, and so are those of one
-// tag beyond 10,000 at once or 100 a second after that. What was lost or counted is told by a line
-// of its own before the next record. No exception leaves.
+// tag and priority beyond 10,000 at once or 100 a second after that. What was lost or counted is
+// told by a line of its own before the next record. No exception leaves.
 
 extern "C" {
 
