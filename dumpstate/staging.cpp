@@ -3,6 +3,7 @@
 #include <android/log.h>
 #include <dirent.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -34,6 +35,11 @@ void findOne(const char* directory, char (&name)[size]) {
 }  // namespace
 
 void setLeftoversAside() {
+    chmod(kTemporaryFolder, S_IRWXU);
+    if (unlink(kBundleArchive) == 0) {
+        __android_log_print(ANDROID_LOG_WARN, nullptr, "An earlier report's '%s' is removed",
+                            kBundleArchive);
+    }
     char name[sizeof dirent{}.d_name];
     findOne(kStagingDirectory, name);
     if (name[0] == '\0') return;

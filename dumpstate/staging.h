@@ -14,10 +14,11 @@ inline constexpr char kStagingDirectory[] = "/data/vendor/log/dumpstate/log";
 // Beside the staging directory, so that it doesn't hold itself.
 inline constexpr char kBundleArchive[] = "/data/vendor/log/dumpstate/combined.tar";
 
-// To be called before the copies begin: what is still in the staging directory then, because
-// removing it failed or took too long, is not to be taken for this report's. It is moved aside in
-// the temporary folder, whose removal ends it, and the system log says so. Takes a moment, however
-// much there is.
+// To be called before the copies begin: what is still in the temporary folder then, because
+// removing it failed or took too long or the service was killed, is not to be taken for this
+// report's. Logs are moved aside in the folder, whose removal ends them, an archive is removed, and
+// the system log says so. The folder is closed to other users, as it may be an older service's.
+// Takes a moment, however many logs there are.
 void setLeftoversAside();
 
 // The copy of a file or directory, with all it holds, into the staging directory.
