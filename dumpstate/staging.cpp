@@ -36,8 +36,10 @@ void findOne(const char* directory, char (&name)[size]) {
 
 void setLeftoversAside() {
     chmod(kTemporaryFolder, S_IRWXU);
-    if (unlink(kBundleArchive) == 0) {
-        __android_log_print(ANDROID_LOG_WARN, nullptr, "An earlier report's '%s' is removed",
+    if (access(kBundleArchive, F_OK) == 0) {
+        __android_log_print(ANDROID_LOG_WARN, nullptr,
+                            "An earlier report's '%s' is still there: should packing fail, the "
+                            "bundle is that one",
                             kBundleArchive);
     }
     char name[sizeof dirent{}.d_name];

@@ -16,9 +16,9 @@ inline constexpr char kBundleArchive[] = "/data/vendor/log/dumpstate/combined.ta
 
 // To be called before the copies begin: what is still in the temporary folder then, because
 // removing it failed or took too long or the service was killed, is not to be taken for this
-// report's. Logs are moved aside in the folder, whose removal ends them, an archive is removed, and
-// the system log says so. The folder is closed to other users, as it may be an older service's.
-// Takes a moment, however many logs there are.
+// report's. Logs are moved aside in the folder, whose removal ends them, and the system log says
+// so; an archive, which packing is about to write anew, is named there. The folder is closed to
+// other users, as it may be an older service's. Takes a moment, however many logs there are.
 void setLeftoversAside();
 
 // The copy of a file or directory, with all it holds, into the staging directory.
