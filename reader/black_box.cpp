@@ -111,6 +111,7 @@ bool TakeRecord(std::string_view line, Sensor& sensor) {
             if (count == kMostValues || !cursor.Take(values[count++])) return false;
         } while (several && cursor.Skip(", "));
         if (cursor.rest() != (several ? ")" : "")) return false;
+        if (count != (several ? kMostValues : 1)) return false;
     }
     if (sensor.values.empty()) sensor.values.resize(count);
     if (sensor.values.size() != count) return false;

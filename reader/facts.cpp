@@ -154,7 +154,8 @@ std::string CountRestarts(const Report& report, std::string_view text) {
 std::string Worn(const Report& report, std::string_view /*text*/) {
     if (!report.black_box) return "";
     for (const Sensor& sensor : report.black_box->sensors) {
-        if (!sensor.total_worn) continue;
+        constexpr double kMost = 1e12;  // hostile ones are no time, and their millionths no integer
+        if (!sensor.total_worn || !(std::fabs(*sensor.total_worn) < kMost)) continue;
         return Divide(std::to_string(std::llround(*sensor.total_worn * 1e6)), 6);
     }
     return "";

@@ -1,0 +1,175 @@
+#!/usr/bin/python3
+"""Holds every line of `boardreport json` to doc/records.schema.json, and to what no schema can say.
+
+records_test.py BUILD_FOLDER [OPTION OF device/boot]...
+"""
+import json
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+import jsonschema
+
+HERE = pathlib.Path(__file__).resolve().parent.parent
+BUILD = pathlib.Path(sys.argv[1])
+SCHEMA = json.loads((HERE / 'doc/records.schema.json').read_text())
+CHECKS = {kind: jsonschema.Draft202012Validator({'$ref': '#/$defs/' + kind, '$defs': SCHEMA['$defs']})
+          for kind in SCHEMA['$defs']}
+jsonschema.Draft202012Validator.check_schema(SCHEMA)
+LOST = '\N{REPLACEMENT CHARACTER}'
+FACTS = {'device': 'Norvel Tarn', 'build.type': 'userdebug', 'serial': 'NVW000001', 'uptime': 174}
+
+
+class Made:
+    """A report of the generator's, and what its records have to say."""
+
+    def __init__(self, *arguments, black_box=None, failed=(), lossy=False, cut=False,
+                 incomplete=(), facts=FACTS, truncated=None):
+        self.arguments, self.truncated = arguments, truncated
+        self.says = {'black_box': black_box, 'failed': set(failed), 'lossy': lossy, 'cut': cut,
+                     'incomplete': set(incomplete), 'facts': facts}
+
+    def write(self, path):
+        subprocess.run([HERE / 'tests/make_report.py', '--records', '610', '-o', path,
+                        *self.arguments], check=True)
+        if self.truncated:
+            path.write_bytes(path.read_bytes()[:self.truncated])
+
+
+class Written:
+    """One byte for byte, and the times of its sensors."""
+
+    def __init__(self, text, times, **says):
+        self.text, self.times = text, times
+        self.says = {'black_box': None, 'failed': set(), 'lossy': False, 'cut': False,
+                     'incomplete': set(), 'facts': {}, **says}
+
+    def write(self, path):
+        path.write_bytes(self.text)
+
+
+REPORTS = {
+    'healthy': Made('--records', '7500'),
+    'faults': Made('--fault', 'failed', '--fault', 'timeout', '--fault', 'slow', '--fault', 'limited',
+                   failed=('USF stat', 'TEV Metrics'), facts={**FACTS, 'charging.limit': 'at most 150 mA by BD_TEMP'}),
+    'hot': Made('--fault', 'hot', '--fault', 'modem', '--fault', 'gap', '--fault', 'frozen',
+                facts={**FACTS, 'battery.health': 'Overheat', 'modem.restarts': 2}),
+    'hostile': Made('--fault', 'hostile', lossy=True, failed=('Hostile "<b>&\'',)),
+    'skipped': Made('--fault', 'skipped', black_box='Accelerometer skipped: Incomplete buffer'),
+    'no-data': Made('--fault', 'no-data', black_box='no data'),
+    'unfinished': Made('--fault', 'unfinished', incomplete=('Kernel log',)),
+    'long': Made('--size', str((64 << 20) + 1), cut=True),
+    'fits': Made('--size', str(64 << 20)),
+    'broken-off': Made(truncated=50000, incomplete=('Kernel log',)),
+    'numbers': Written(
+        b'verbose logging: enabled\n------ Sensor Black Box ------\n*** Sensor 1 (Accelerometer) ***\n'
+        b'Time: 9007199254740993, Value: (nan, -inf, 0.000001)\n'
+        b'Time: 18446744073709551615, Value: (1e300, -0.000000, 1.000000)\n'
+        b'*** Sensor 2 (No such) ***\nTime: 5, Value: (1.000000, 2.000000)\n'
+        b'*** Sensor 196 (W) ***\nTotal Time On Wrist: nan seconds\n------ \xe2\x80 (/x) ------\n'
+        b"------ 0.001s was the duration of '\xe2\x80' ------\n"
+        b'------ VENDOR PROPERTIES (/x) ------\n[ro.product.model]: [\xef\xbf\xbd]\n'
+        b"------ 0.001s was the duration of 'VENDOR PROPERTIES' ------\n",
+        [[9007199254740993, 18446744073709551615], [], []], lossy=True),
+    'wearable': Made(failed=('RM DUMPSTATE BIN DIR', 'Power supply property sw5100_bms'), lossy=True,
+                     facts={'device': 'Norvel Tarn', 'battery.level': 64}),
+}
+
+
+def without_duplicates(pairs):
+    if len(dict(pairs)) != len(pairs):
+        raise ValueError(f'a key twice: {pairs}')
+    return dict(pairs)
+
+
+def check_line(record):
+    """What is wrong with one record, whatever report it is of."""
+    kind = record.get('type')
+    if kind not in ('section', 'sensor', 'report'):
+        return f'no type: {record}'
+    if error := jsonschema.exceptions.best_match(CHECKS[kind].iter_errors(record)):
+        return f'{error.message[:300]} at {error.json_path}'
+    for at, part in (kind, record), ('facts', record.get('facts', {})):
+        properties = SCHEMA['$defs']['report']['properties']['facts'] if at == 'facts' else SCHEMA['$defs'][at]
+        if [key for key in properties['properties'] if key in part] != list(part):
+            return f'keys out of order: {list(part)}'
+    if kind == 'section':
+        strings = (record['title'], record['detail'], record['failure'] or '', record['text'])
+        # The one character that is written so in a report is in a fact.
+        if record['lossy'] != any(LOST in s for s in strings) and record['title'] != 'VENDOR PROPERTIES':
+            return f'lossy is {record["lossy"]}: {record["title"]}'
+    if kind == 'sensor':
+        if not all(type(time) is int for time in record['times']):
+            return 'a time is no integer'
+        if len(record['times']) != len(record['values']):
+            return f'{len(record["times"])} times, {len(record["values"])} values'
+    return None
+
+
+def check_report(name, says, records, wanted_times):
+    sections = [r for r in records if r['type'] == 'section']
+    last = records[-1]
+    if last['type'] != 'report' or sum(r['type'] == 'report' for r in records) != 1:
+        return 'the report is not its last record'
+    told = {
+        'black_box': last['black_box'], 'lossy': any(s['lossy'] for s in sections),
+        'failed': {s['title'] for s in sections if s['failure']}, 'cut': any('cut' in s for s in sections),
+        'incomplete': {s['title'] for s in sections if not s['complete']},
+        'facts': {key: last['facts'].get(key) for key in says['facts']},
+    }
+    wrong = [f'{key}: {told[key]}, not {says[key]}' for key in says if told[key] != says[key]]
+    if [s['index'] for s in sections] != list(range(last['sections'])):
+        wrong.append('indices are not 0, 1, ...')
+    if last['failed'] != len([s for s in sections if s['failure']]):
+        wrong.append(f'{last["failed"]} failed')
+    if last['complete'] != (not says['incomplete']):
+        wrong.append(f'complete: {last["complete"]}')
+    if any(('cut' in s) != (len(s['text'].encode()) >= 64 << 20 and name == 'long') for s in sections):
+        wrong.append('cut stands elsewhere')
+    times = [r['times'] for r in records if r['type'] == 'sensor']
+    if wanted_times is not None and times != wanted_times:
+        wrong.append(f'times: {times}')
+    return '; '.join(wrong)
+
+
+def convert(folder, names, **options):
+    """The records of several reports in one call, by file."""
+    call = subprocess.run([BUILD / 'bin/boardreport', 'json', *names], cwd=folder,
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, **options)
+    records = {}
+    for line in call.stdout.decode().split('\n')[:-1]:  # strict: what is no UTF-8 ends the test
+        record = json.loads(line, object_pairs_hook=without_duplicates)
+        records.setdefault(record['file'], []).append(record)
+    return call, records
+
+
+def main():
+    wrong = []
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+        for name, report in REPORTS.items():
+            if name != 'wearable':
+                report.write(folder / name)
+        subprocess.run([HERE / 'device/boot', '--state', BUILD / 'tests/records_test.device', '--build', BUILD,
+                        *sys.argv[2:], '--', BUILD / 'bin/boardreport', '-o', folder / 'wearable',
+                        '-b', folder / 'bundle'],
+                       check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        (folder / 'none').write_text('nothing of the kind\n')
+        call, records = convert(folder, [*REPORTS, 'none', 'missing'])
+        if (call.returncode, list(records)) != (3, list(REPORTS)):
+            wrong.append(f'exit status {call.returncode}, records of {list(records)}')
+        for name, its in records.items():
+            wrong += [f'{name}: {what}' for what in map(check_line, its) if what]
+            report = REPORTS[name]
+            what = check_report(name, report.says, its, getattr(report, 'times', None))
+            wrong += [f'{name}: {what}'] if what else []
+        with open(folder / 'healthy', 'rb') as standard_input:
+            call, piped = convert(folder, ['-'], stdin=standard_input)
+        if [{**r, 'file': 'healthy'} for r in piped.get('-', [])] != records['healthy']:
+            wrong.append('standard input makes other records than the file')
+    print(*wrong or [f'{sum(map(len, records.values()))} records'], sep='\n')
+    return 1 if wrong else 0
+
+
+sys.exit(main())
