@@ -1,6 +1,7 @@
 // boardreport as people run it, against the real service inside the simulated wearable.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -218,9 +219,10 @@ TEST_F(BoardreportTest, WhatEndsACallHalfWayKeepsThePartialReport) {
     };
     std::ofstream("/tmp/out/report.txt") << "older";
     std::ofstream("/tmp/out/bundle.tar") << "older";
+    std::ofstream("/tmp/out/report.html") << "older";
     for (const auto& end : ends) {
         FirstTool(end.script);
-        const Result result = Shell("boardreport");
+        const Result result = Shell("boardreport --page report.html");
         EXPECT_EQ(result.status, 1);
         EXPECT_NE(result.output.find(end.sentence), std::string::npos) << result.output;
         const std::string partial = "report.txt" + end.partial;
@@ -228,9 +230,22 @@ TEST_F(BoardreportTest, WhatEndsACallHalfWayKeepsThePartialReport) {
                   std::string::npos)
                 << result.output;
         EXPECT_NE(ReadFile("/tmp/out/" + partial).find("\nhalf\n"), std::string::npos);
+        const std::string page = "report.html" + end.partial;
+        EXPECT_NE(result.output.find("the page of the partial report is kept in " + page + "\n"),
+                  std::string::npos)
+                << result.output;
+        EXPECT_NE(ReadFile("/tmp/out/" + page).find("half"), std::string::npos);
     }
-    EXPECT_EQ(Shell("cat report.txt bundle.tar; ls").output,
-              "olderolderbundle.tar\nreport.txt\nreport.txt.partial\nreport.txt.partial.2\n");
+    EXPECT_EQ(Shell("cat report.txt bundle.tar report.html; ls").output,
+              "olderolderolderbundle.tar\nreport.html\nreport.html.partial\nreport.html.partial.2\n"
+              "report.txt\nreport.txt.partial\nreport.txt.partial.2\n");
+    // A page that is being made of a finished report can be made anew.
+    ASSERT_EQ(mkfifo("/tmp/out/endless", 0600), 0);
+    EXPECT_EQ(Shell("boardreport page endless & exec 3>endless\n"
+                    "while [ ! -e report.html.partial.3 ]; do sleep 0.05; done\n"
+                    "kill $!; wait $!; echo $?; ls report.html*")
+                      .output,
+              "Terminated\n143\nreport.html\nreport.html.partial\nreport.html.partial.2\n");
 }
 
 TEST_F(BoardreportTest, DoesNotWaitForWhoHoldsThePipe) {

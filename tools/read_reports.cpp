@@ -1,8 +1,10 @@
 #include "read_reports.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -51,6 +53,35 @@ bool IsOneOf(const std::string& output, const std::vector<std::string>& files) {
     });
 }
 
+// What a signal finds half written is removed: a page can be made anew.
+class RemovedOnSignal {
+  public:
+    explicit RemovedOnSignal(const OutputFile& file) : path_(file.path()) {
+        if (path_ == file.name()) return;  // nothing that is only on its way there
+        removed = path_.c_str();
+        struct sigaction action {};
+        action.sa_handler = Remove;
+        action.sa_flags = SA_RESETHAND;
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+            struct sigaction before {};
+            sigaction(signal, nullptr, &before);
+            if (before.sa_handler == SIG_DFL) sigaction(signal, &action, nullptr);
+        }
+    }
+    ~RemovedOnSignal() { removed = nullptr; }
+    RemovedOnSignal(const RemovedOnSignal&) = delete;
+    RemovedOnSignal& operator=(const RemovedOnSignal&) = delete;
+
+  private:
+    static void Remove(int signal) {
+        if (const char* const path = removed) unlink(path);
+        raise(signal);  // which ends the process, as if nobody had caught it
+    }
+
+    const std::string path_;
+    static inline std::atomic<const char*> removed;
+};
+
 }  // namespace
 
 int PrintSummary(const std::vector<std::string>& files) {
@@ -91,6 +122,7 @@ int WritePageFile(const std::vector<std::string>& files, const reader::PageOptio
         return kUnreadable;
     }
     OutputFile file(output);
+    const RemovedOnSignal unfinished(file);
     return WritePageFile(files, options, file, true);
 }
 
