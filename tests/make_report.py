@@ -56,11 +56,13 @@ def write(out, args):
     faults = {name: ('Accelerometer',) for name in args.fault}
     has = faults.__contains__
     out.write(b'verbose logging: disabled\n')
-    build = 'norvel/tarn/tarn:14/NWB1.%d/1:userdebug/dev-keys' % (rng.randrange(3))
+    model = args.device.split()[-1].lower()
+    build = 'norvel/%s/%s:14/%s/1:userdebug/dev-keys' % (
+        model, model, args.build or 'NWB1.%d' % rng.randrange(3))
     out.write(section('VENDOR PROPERTIES', (
         '[ro.boot.bootreason]: [reboot]\n[ro.build.fingerprint]: [%s]\n'
-        '[ro.build.type]: [userdebug]\n[ro.product.model]: [Norvel Tarn]\n'
-        '[ro.serialno]: [NVW%06d]\n' % (build, args.seed)).encode(), '/vendor/bin/getprop'))
+        '[ro.build.type]: [userdebug]\n[ro.product.model]: [%s]\n'
+        '[ro.serialno]: [NVW%06d]\n' % (build, args.device, args.seed)).encode(), '/vendor/bin/getprop'))
     out.write(black_box(args.records, faults, rng))
     out.write(section('USF stat', b'queue: depth 3\n', '/vendor/bin/usf_stats get -a',
                       failure='exit status 1' if has('failed') else None))
@@ -80,7 +82,7 @@ def write(out, args):
     if has('hostile'):
         out.write(section('Hostile "<b>&\'', HOSTILE, '/x'))
     line = b'[ %12.6f] some_driver 4a88000.i2c: transfer of %5d bytes in %5d us, status 0x0000\n'
-    block = b''.join(line % (i / 7, i % 4096, i % 997) for i in range(12000))
+    block = b''.join(line % (i / 7, rng.randrange(4096), rng.randrange(997)) for i in range(12000))
     out.write(section('Kernel log', b'', '/dev/log', end=False))
     for left in range(args.size, 0, -len(block)):
         out.write(block[:left] if left > len(block) else block[:left - 1] + b'\n')
@@ -97,7 +99,9 @@ def main():
     parser.add_argument('--records', type=int, default=7500, help='of all sensors together')
     parser.add_argument('--fault', action='append', default=[], choices=FAULTS,
                         help='several may be given')
-    parser.add_argument('--seed', type=int, default=1, help='the same gives the same report')
+    parser.add_argument('--device', default='Norvel Tarn', help='its model')
+    parser.add_argument('--build', help='its build, one of three unless given')
+    parser.add_argument('--seed', type=int, default=1, help='and serial number; the same gives the same report')
     parser.add_argument('-o', metavar='FILE', help='standard output unless given')
     args = parser.parse_args()
     with open(args.o, 'wb') if args.o else sys.stdout.buffer as out:
