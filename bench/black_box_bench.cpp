@@ -9,6 +9,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -93,17 +94,22 @@ BENCHMARK(BM_AcceptPieces)
         ->ArgsProduct({{10000, 1000000}, {0, 1}})
         ->Unit(benchmark::kMillisecond);
 
-// Each piece copied whole, and a bit set for each of its bytes, a word of them at a time; memory as
-// the service takes it, of which the system clears what is written.
+struct Free {
+    void operator()(void* memory) const { std::free(memory); }
+};
+
+// Each piece copied whole, and a bit set for each of its bytes, a word of them at a time, in memory
+// that is cleared as the service has it: a hub may leave a piece out.
 void BM_MemcpyAndBits(benchmark::State& state) {
     const auto data = Records(state.range(0));
     const auto offsets = Offsets(data.size(), state.range(1) != 0);
     for (auto _ : state) {
-        const auto copy = std::make_unique_for_overwrite<uint8_t[]>(data.size());
+        const std::unique_ptr<uint8_t[], Free> copy(
+                static_cast<uint8_t*>(std::calloc(data.size(), 1)));
         std::vector<bool> received(data.size());
         for (const size_t offset : offsets) {
             const size_t size = std::min(kPieceBytes, data.size() - offset);
-            std::memcpy(&copy[offset], &data[offset], size);
+            std::memcpy(copy.get() + offset, &data[offset], size);
             const auto bits = received.begin() + static_cast<ptrdiff_t>(offset);
             std::fill_n(bits, size, true);
         }

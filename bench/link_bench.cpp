@@ -192,7 +192,7 @@ void Bare(benchmark::State& state, bool round_trips, Cpus cpus) {
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
     WithAddress([fd](auto address, auto size) { return connect(fd, address, size); });
     const int epoll = epoll_create1(EPOLL_CLOEXEC);
-    epoll_event input{EPOLLIN, {}};
+    epoll_event input{EPOLLIN | EPOLLWAKEUP, {}};  // the link's
     epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &input);
     std::vector<char> buffer(kLargest);
     for (auto _ : state) {
