@@ -556,10 +556,13 @@ TEST_F(SocketClientTest, RecordsAreCopiedToTheStreams) {
         const Captured streams;
         client_.doConnect("none", callbacks_, false);
         Send("x");
+        std::FILE* const full = std::fopen("/dev/full", "we");
         errno = ENOTTY;
         outputHostLogErrno("Couldn't", "close", 7, EBADF);
         outputHostLog(3, stdout, "told", "close", 8);
+        outputHostLog(3, full, "lost", "close", 9);
         EXPECT_EQ(errno, ENOTTY);
+        std::fclose(full);
         for (const int i : {0, 1}) texts[i] = streams.Text(i + 1);
     }
     EXPECT_TRUE(std::regex_match(
@@ -571,7 +574,7 @@ TEST_F(SocketClientTest, RecordsAreCopiedToTheStreams) {
             std::regex("tryConnect:\\d+: Couldn't connect client socket to 'none': No such file or "
                        "directory\nclose:7: Couldn't: Bad file descriptor \\(9\\)\n\n")))
             << texts[1];
-    EXPECT_EQ(records.Take().size(), 4);
+    EXPECT_EQ(records.Take().size(), 5);
 }
 
 }  // namespace
