@@ -409,32 +409,6 @@ std::string Drain(int fd) {
     return text;
 }
 
-TEST_F(PrimitivesTest, FullPipeIsWaitedFor) {
-    const std::string path = File("file", "content\n");
-    for (const int flags : {0, O_NONBLOCK}) {
-        int ends[2];
-        ASSERT_EQ(pipe2(ends, flags), 0);
-        fcntl(ends[0], F_SETFL, 0);
-        const std::string filling(static_cast<size_t>(fcntl(ends[1], F_GETPIPE_SZ)), 'f');
-        ASSERT_EQ(write(ends[1], filling.data(), filling.size()),
-                  static_cast<ssize_t>(filling.size()));
-        std::string received;
-        std::thread late_reader([&] {
-            std::this_thread::sleep_for(300ms);
-            char part[8192];
-            for (ssize_t size; (size = read(ends[0], part, sizeof part)) > 0;) {
-                received.append(part, static_cast<size_t>(size));
-            }
-        });
-        EXPECT_EQ(DumpFileToFd(ends[1], "T", path), 0);
-        close(ends[1]);
-        late_reader.join();
-        close(ends[0]);
-        EXPECT_EQ(Timeless(received.substr(filling.size())),
-                  "------ T (" + path + ") ------\ncontent\n" + kFooter);
-    }
-}
-
 // Leaves it a blocking one.
 void Fill(int pipe) {
     fcntl(pipe, F_SETFL, O_NONBLOCK);

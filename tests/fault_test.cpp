@@ -355,27 +355,15 @@ int ToAFullDisk() {
     return open("/dev/full", O_WRONLY | O_CLOEXEC);
 }
 
-Fault ReportGoes(const char* name, int (*to)()) {
+// The report and the bundle.
+Fault BothGo(const char* name, int (*to)()) {
     const auto strike = [=](Wearable& wearable) {
-        const int report = to();
-        EXPECT_EQ(wearable.client().Board({report}), "");
-        close(report);
+        const int end = to();
+        EXPECT_EQ(wearable.client().Board({end, end}), "");
+        close(end);
         return "";
     };
-    return {name, strike, "", ""};
-}
-
-Fault BundleGoes(const char* name, int (*to)()) {
-    const auto strike = [=](Wearable& wearable) {
-        const int bundle = to();
-        const int report = memfd_create("report", MFD_CLOEXEC);
-        EXPECT_EQ(wearable.client().Board({report, bundle}), "");
-        std::string text = ReadFile("/proc/self/fd/" + std::to_string(report));
-        close(report);
-        close(bundle);
-        return text;
-    };
-    return {name, strike, "Failed to write"};
+    return {name, strike, "Failed to write", ""};
 }
 
 std::string NobodyReadsTheBundle(Wearable& wearable) {
@@ -425,10 +413,8 @@ std::vector<Fault> Faults() {
             {"nobody-reads-the-report", NobodyReadsTheReport, "The report is cut here", some},
             {"nobody-reads-standard-output", NobodyReadsStandardOutput, "the reader has stopped",
              AllTitles(), false},
-            ReportGoes("report-to-nobody", ToNobody),
-            ReportGoes("report-to-a-full-disk", ToAFullDisk),
-            BundleGoes("bundle-to-nobody", ToNobody),
-            BundleGoes("bundle-to-a-full-disk", ToAFullDisk),
+            BothGo("both-to-nobody", ToNobody),
+            BothGo("both-to-a-full-disk", ToAFullDisk),
             {"reader-pauses", ReaderPauses, "Modem SSR history", some},
             {"read-only-properties", ReadOnlyProperties, "Waited mdlog timeout"},
             {"no-properties", NoProperties, "getprop: cannot list"},

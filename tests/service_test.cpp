@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -217,28 +216,18 @@ TEST_F(ServiceTest, InheritedStateIsPutRight) {
 
 TEST_F(ServiceTest, FailedRegistrationIsFatal) {
     Get<int32_t>("getInterfaceVersion", "i");  // the name is taken from here on
-    struct Case {
-        const char* bus;
-        std::string status;
-    };
-    for (const Case& failing : {Case{"unix:path=/run/bus", std::to_string(-EEXIST)},
-                                Case{"unix:path=/run/none", std::to_string(-ENOENT)}}) {
-        const std::string environment = std::string("DBUS_SYSTEM_BUS_ADDRESS=") + failing.bus;
-        char* const argv[] = {const_cast<char*>("/vendor/bin/hw/dumpstate-service"), nullptr};
-        char* const envp[] = {const_cast<char*>(environment.c_str()), nullptr};
-        posix_spawn_file_actions_t log;
-        posix_spawn_file_actions_init(&log);
-        posix_spawn_file_actions_addopen(&log, 2, "/tmp/log", O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        pid_t pid = -1;
-        ASSERT_EQ(posix_spawn(&pid, argv[0], &log, nullptr, argv, envp), 0);
-        posix_spawn_file_actions_destroy(&log);
-        int status = 0;
-        ASSERT_EQ(waitpid(pid, &status, 0), pid);
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT);
+    for (const auto& [bus, status] :
+         {std::pair{"unix:path=/run/bus", -EEXIST}, {"unix:path=/run/none", -ENOENT}}) {
+        fs::remove("/tmp/log");
+        pid_t pid = Spawn({"env", std::string("DBUS_SYSTEM_BUS_ADDRESS=") + bus,
+                           "/vendor/bin/hw/dumpstate-service"},
+                          "/tmp/log");
+        const int end = EndChild(pid, 0);
+        EXPECT_TRUE(WIFSIGNALED(end) && WTERMSIG(end) == SIGABRT);
         const std::string expected =
                 R"(^\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}  \d+  \d+ F dumpstate-service: )"
                 R"(Check failed: status == STATUS_OK \(status=)" +
-                failing.status + R"(, STATUS_OK=0\) \n)";
+                std::to_string(status) + R"(, STATUS_OK=0\) \n)";
         EXPECT_TRUE(std::regex_search(ReadFile("/tmp/log"), std::regex(expected)))
                 << ReadFile("/tmp/log");
     }
