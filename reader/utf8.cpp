@@ -1,12 +1,22 @@
 #include "utf8.h"
 
 #include <algorithm>
+#include <array>
 
 namespace reader {
 namespace {
 
 unsigned char At(std::string_view text, size_t i) {
     return static_cast<unsigned char>(text[i]);
+}
+
+// Whether a character of several bytes turns the direction of its neighbours, or ends a line.
+bool Steers(std::string_view character) {
+    constexpr std::array<std::string_view, 14> kSteering = {
+            "\u061C", "\u200E", "\u200F", "\u2028", "\u2029", "\u202A", "\u202B",
+            "\u202C", "\u202D", "\u202E", "\u2066", "\u2067", "\u2068", "\u2069",
+    };
+    return std::ranges::find(kSteering, character) != kSteering.end();
 }
 
 }  // namespace
@@ -33,7 +43,8 @@ std::string Printable(std::string_view text) {
         const Utf8Step step = NextUtf8(text);
         const unsigned char first = At(text, 0);
         const bool control = first < 0x20 || first == 0x7F ||
-                             (first == 0xC2 && step.size == 2 && At(text, 1) < 0xA0);
+                             (first == 0xC2 && step.size == 2 && At(text, 1) < 0xA0) ||
+                             (step.size > 1 && Steers(text.substr(0, step.size)));
         if (step.valid && !control) {
             printable += text.substr(0, step.size);
         } else {

@@ -353,7 +353,7 @@ TEST(Comparison, PutsThreeReportsSideBySide) {
 }
 
 TEST(Summary, FitsATerminalAndDoesNotSteerIt) {
-    const std::string hostile = "\x1b[2J\xC2\x9B\x80 </script>" + std::string(300, 'w') + "é";
+    const std::string hostile = "\x1b[2J\xC2\x9B\x80\u202E </script>" + std::string(300, 'w') + "é";
     const Report bad =
             ReportFile("verbose logging: enabled\n" +
                        File("VENDOR PROPERTIES", "[ro.product.model]: [" + hostile + "]\n") +
@@ -361,6 +361,7 @@ TEST(Summary, FitsATerminalAndDoesNotSteerIt) {
                     .Read();
     const Summary summary = Summarize({&bad, 1}, false);
     EXPECT_FALSE(summary.good);
+    EXPECT_EQ(summary.text.find("\u202E"), std::string::npos);
     std::istringstream lines(summary.text);
     for (std::string line; std::getline(lines, line);) {
         EXPECT_LE(Columns(line), 80U) << line;
