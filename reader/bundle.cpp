@@ -35,7 +35,10 @@ Bundle ReadBundle(const std::string& path) {
         bundle.fault = "it can't be looked at: " + std::generic_category().message(errno);
         return bundle;
     }
-    if (!S_ISREG(status.st_mode)) return bundle;
+    if (!S_ISREG(status.st_mode)) {
+        bundle.fault = "it is no file";
+        return bundle;
+    }
 
     const std::unique_ptr<archive, Free> reader(archive_read_new());
     archive_read_support_format_tar(reader.get());
