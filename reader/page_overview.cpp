@@ -145,9 +145,9 @@ struct Group {
     Markup title;
 };
 constexpr std::array kGroups = {
-        Group{"battery.", "Battery"}, Group{"modem.", "Modem"},  Group{"worn", "Report"},
-        Group{"sections", "Report"},  Group{"failed", "Report"}, Group{"slowest", "Report"},
-        Group{"", "Device"},
+        Group{"battery.", "Battery"}, Group{"charging.", "Battery"}, Group{"modem.", "Modem"},
+        Group{"worn", "Report"},      Group{"sections", "Report"},   Group{"failed", "Report"},
+        Group{"slowest", "Report"},   Group{"", "Device"},
 };
 
 Markup GroupOf(std::string_view key) {
