@@ -251,6 +251,9 @@ def look_at_healthy(page):
     page.media(prefers_color_scheme='dark')
     page.check('dark', page.js('getComputedStyle(document.body).backgroundColor') != light)
     page.media()
+    page.width(360)
+    page.wait('document.documentElement.scrollWidth === 360')
+    page.width(1600)
 
 
 def look_at_faulty(page):
@@ -269,6 +272,7 @@ def look_at_comparison(page):
         ('lines', """[...document.querySelectorAll('[data-section="VENDOR PROPERTIES"] ins')]
             .some(e => e.textContent === '+ [ro.build.type]: [user]\\n')""", True),
         ('black box', "document.querySelector('[data-black-box]').dataset.failed.startsWith('B: ')", True),
+        ('plots are whole', "[...document.querySelectorAll('.plot')].every(e => e.scrollHeight <= e.clientHeight)", True),
         ('overlaid', "document.querySelectorAll('[data-sensor=\"1\"] script').length", 2),
     ]:
         page.check(what, page.js(expression), expected)

@@ -140,9 +140,14 @@ window.boardreport = {ready: false, plots: []};
         };
     }
 
-    function add(figure, lines) {
+    // Whole seconds need less room than the rest, and a narrow page has no more.
+    const secondsTicker = (from, to, pixels, options, graph) => Dygraph.numericTicks(from, to, pixels,
+        name => name === 'pixelsPerLabel' && stepFor(view) >= 1000 ? 50 : options(name), graph);
+
+    // A plot has its height from the first: what is drawn into it is not to be cut off later.
+    function add(figure, lines, height = '') {
         const element = document.createElement('div');
-        element.className = `plot ${figure.shape}`;
+        element.className = `plot ${figure.shape} ${height}`;
         figure.element.querySelector('.plots').append(element);
         const lane = figure.shape === 'event' || figure.shape === 'wear';
         const plot = {figure, element, lines, lane};
@@ -163,7 +168,7 @@ window.boardreport = {ready: false, plots: []};
             xAxisHeight: 20,
             axes: {
                 x: {
-                    ticker: boot === null ? Dygraph.numericTicks : Dygraph.dateTicker,
+                    ticker: boot === null ? secondsTicker : Dygraph.dateTicker,
                     axisLabelFormatter: x => label(Number(x), stepFor(view)),
                     axisLabelWidth: 84,
                     pixelsPerLabel: 90,
@@ -368,7 +373,7 @@ window.boardreport = {ready: false, plots: []};
         if (compared && columns === 3) {
             const sets = figure.sets.filter(set => set.columns.length === 3);
             axes.forEach((name, column) => {
-                add(figure, linesOf(sets, column));
+                add(figure, linesOf(sets, column), 'low');
                 const title = document.createElement('span');
                 title.className = 'axis';
                 title.textContent = name;
