@@ -58,12 +58,14 @@ struct Interval {
     char32_t last;
 };
 
-// What can't be seen, or changes how its neighbours are: C1 controls, soft hyphen, directions and
-// isolates, joiners, line and paragraph separators, byte order mark, annotations, tags.
+// What comes first of what is not ASCII, from U+0080 on.
+constexpr char32_t kLastControl = 0x9f;
+
+// What can't be seen, or changes how its neighbours are: soft hyphen, directions and isolates,
+// joiners, line and paragraph separators, byte order mark, annotations, tags.
 constexpr Interval kInvisible[] = {
-        {0x80, 0x9f},     {0xad, 0xad},     {0x61c, 0x61c},     {0x180e, 0x180e},
-        {0x200b, 0x200f}, {0x2028, 0x202e}, {0x2060, 0x206f},   {0xfeff, 0xfeff},
-        {0xfff9, 0xfffb}, {0xfffe, 0xffff}, {0xe0000, 0xe007f},
+        {0xad, 0xad},     {0x61c, 0x61c},   {0x180e, 0x180e}, {0x200b, 0x200f}, {0x2028, 0x202e},
+        {0x2060, 0x206f}, {0xfeff, 0xfeff}, {0xfff9, 0xfffb}, {0xfffe, 0xffff}, {0xe0000, 0xe007f},
 };
 
 bool IsInvisible(char32_t code) {
@@ -72,7 +74,7 @@ bool IsInvisible(char32_t code) {
 }
 
 void AppendHex(std::string& out, const char* format, unsigned code) {
-    std::array<char, 16> text{};
+    std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), format, code);
     out += text.data();
 }
@@ -85,13 +87,18 @@ void AppendPicture(std::string& out, char control) {
 
 // A character that is not ASCII, or bytes that are none.
 template <typename Mark>
-void AppendHigh(std::string& out, std::string_view bytes, bool valid, Mark mark) {
+void AppendHigh(std::string& out, std::string_view bytes, bool valid, Place place, Mark mark) {
     if (!valid) {
         mark(true);
         for (const char c : bytes) AppendHex(out, "\\x%02X", static_cast<unsigned char>(c));
-    } else if (const char32_t code = CodeOf(bytes); IsInvisible(code)) {
+    } else if (const char32_t code = CodeOf(bytes); code <= kLastControl) {
         mark(true);
         AppendHex(out, "\\u%04X", code);
+    } else if (IsInvisible(code) && place == Place::kText) {
+        mark(false);
+        // The style shows the code before it, and keeps its effect within the element.
+        AppendHex(out, "<i data-code=\"%04X\">", code);
+        (out += bytes) += "</i>";
     } else {
         mark(false);
         out += bytes;
@@ -125,7 +132,7 @@ void AppendShown(std::string& out, std::string_view text, Place place) {
         } else {
             const Utf8Step step = NextUtf8(text);
             length = step.size;
-            AppendHigh(out, text.substr(0, length), step.valid, mark);
+            AppendHigh(out, text.substr(0, length), step.valid, place, mark);
         }
         text.remove_prefix(length);
     }

@@ -24,7 +24,8 @@ class Markup {
 // Writes HTML piece by piece. What comes out of a report goes through Text(), Attribute() or
 // Base64(), and nothing in it is obeyed: not markup, not control characters, not what turns the
 // direction of writing. What can't be seen is shown: control characters as their pictures (U+241B
-// for escape), all else that is invisible as \u202E, bytes that are no UTF-8 as \xFF.
+// for escape) or as \u0085, bytes that are no UTF-8 as \xFF, and before all else that is invisible
+// the style shows its code, so that the text stays what it is.
 class Html {
   public:
     explicit Html(const Sink& sink) : sink_(sink) { buffer_.reserve(2 * kFull); }

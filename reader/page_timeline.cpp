@@ -9,6 +9,8 @@ namespace reader {
 namespace {
 
 constexpr size_t kSlowest = 5;
+// A browser takes long to draw more, and nobody tells them from one another.
+constexpr size_t kMostBars = 2000;
 
 double SecondsInSections(const Report& report) {
     double seconds = 0;
@@ -50,6 +52,34 @@ void WriteBar(Html& html, const Bar& bar, double scale) {
     html << "</a>";
 }
 
+// One or, where there are too many, so many neighbours that their bar can be seen.
+struct Bars {
+    Bar bar;
+    size_t sections = 0;
+    size_t failed = 0;
+    std::string trouble;
+
+    void Add(const PageContent& page, const Section& section, double at) {
+        const std::string_view why = section.Trouble();
+        if (sections++ == 0) {
+            bar = {SectionId(page.LineOf(section)), section.title, at, 0, "", "bar"};
+        }
+        bar.seconds += section.seconds;
+        if (!why.empty() && failed++ == 0) trouble = why;
+    }
+    void Write(Html& html, double scale) {
+        if (sections > 1) {
+            bar.title += " and " + Grouped(sections - 1) + " more";
+            if (failed > 0) trouble = Grouped(failed) + " failed";
+        }
+        bar.trouble = trouble;
+        if (failed > 0) bar.kind = "bar bad";
+        WriteBar(html, bar, scale);
+        sections = failed = 0;
+        trouble.clear();
+    }
+};
+
 void WriteStrip(Html& html, const PageContent& page, size_t report, double scale) {
     html << "<div class=\"strip\" role=\"group\"";
     html.Attribute("aria-label", "Sections of " + page.reports[report].file +
@@ -57,15 +87,17 @@ void WriteStrip(Html& html, const PageContent& page, size_t report, double scale
     html << ">";
     WriteChip(html, page, report);
     html << "<svg width=\"100%\" height=\"48\">";
+    const std::vector<Section>& sections = page.reports[report].sections;
+    const double thinnest =
+            sections.size() > kMostBars ? scale / static_cast<double>(kMostBars) : 0;
     double at = 0;
-    for (const Section& section : page.reports[report].sections) {
-        const std::string_view trouble = section.Trouble();
-        WriteBar(html,
-                 {SectionId(page.LineOf(section)), section.title, at, section.seconds, trouble,
-                  trouble.empty() ? Markup("bar") : Markup("bar bad")},
-                 scale);
+    Bars bars{{"", "", 0, 0, "", "bar"}, 0, 0, ""};
+    for (const Section& section : sections) {
+        bars.Add(page, section, at);
         at += section.seconds;
+        if (bars.bar.seconds >= thinnest) bars.Write(html, scale);
     }
+    if (bars.sections > 0) bars.Write(html, scale);
     const double besides = SecondsBesides(page, report);
     if (besides > 0) {
         WriteBar(html,

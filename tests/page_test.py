@@ -48,7 +48,7 @@ NASTY = [
     (b'<meta http-equiv=refresh content="0;url=http://example.invalid/">', None),
     (b'<details data-section="FAKE" data-failed="no"><p data-fact="device">', None),
     (b'&lt;b&gt; &amp;#x41; &#0;', None),
-    ('line\u2028separator, \u202edirection'.encode(), r'line\u2028separator, \u202Edirection'),
+    ('line\u2028separator, \u202edirection'.encode(), 'line\u2028separator, \u202edirection'),
     (b'nul\0 escape\x1b[31m cr\r bell\a', '\N{SYMBOL FOR NULL}'.join(['nul', ' escape']) +
      '\N{SYMBOL FOR ESCAPE}[31m cr\N{SYMBOL FOR CARRIAGE RETURN} bell\N{SYMBOL FOR BELL}'),
     (b'no utf-8: \xff\xc3( \xed\xa0\x80', r'no utf-8: \xFF\xC3( \xED\xA0\x80'),
