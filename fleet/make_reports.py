@@ -11,7 +11,7 @@ import random
 import subprocess
 import sys
 
-GENERATOR = pathlib.Path(__file__).resolve().parent.parent / 'tests/make_report.py'
+GENERATOR = pathlib.Path(__file__).resolve().parent / 'make_report.py'
 MODELS = ('Norvel Tarn', 'Norvel Beck')
 BUILDS = ('NWB1.260910.011', 'NWB1.261012.002', 'NWB1.261109.004')
 # In a hundred reports of each build.

@@ -74,7 +74,7 @@ def hostile(name):
 
 def big(name):
     """A million records."""
-    subprocess.run([HERE / 'tests/make_report.py', '--records', '1000000', '--fault', 'frozen', '--fault', 'gap',
+    subprocess.run([HERE / 'fleet/make_report.py', '--records', '1000000', '--fault', 'frozen', '--fault', 'gap',
                     '-o', WORK / f'{name}.txt'], check=True)
 
 

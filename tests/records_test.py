@@ -31,7 +31,7 @@ class Made:
                      'incomplete': set(incomplete), 'facts': facts}
 
     def write(self, path):
-        subprocess.run([HERE / 'tests/make_report.py', '--records', '610', '-o', path,
+        subprocess.run([HERE / 'fleet/make_report.py', '--records', '610', '-o', path,
                         *self.arguments], check=True)
         if self.truncated:
             path.write_bytes(path.read_bytes()[:self.truncated])
