@@ -72,7 +72,9 @@ TEST(LineDiff, IsRightOrSilent) {
     }
     std::string large;
     for (size_t i = 0; i < 7000; ++i) large += "line " + std::to_string(i) + "\n";
-    const auto runs = DiffLines("first\n" + large + "x\n", large + "last\n");
+    const std::string before = "first\n" + large + "x\n";
+    const std::string after = large + "last\n";
+    const auto runs = DiffLines(before, after);
     ASSERT_TRUE(runs);
     EXPECT_EQ(Tell(*runs).changed, 3U);
 }
