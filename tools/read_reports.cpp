@@ -61,7 +61,7 @@ class RemovedOnSignal {
         removed = path_.c_str();
         struct sigaction action {};
         action.sa_handler = Remove;
-        action.sa_flags = SA_RESETHAND;
+        action.sa_flags = static_cast<int>(SA_RESETHAND);
         for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
             struct sigaction before {};
             sigaction(signal, nullptr, &before);

@@ -232,6 +232,16 @@ int __wrap_scandir(const char* directory, dirent*** entries, int (*filter)(const
                           filter, compare);
 }
 
+int __wrap_access(const char* path, int /*mode*/) {
+    Write("read", path);
+    return -1;
+}
+
+int __wrap_chmod(const char* path, mode_t /*mode*/) {
+    Write("write", path);
+    return 0;
+}
+
 int __wrap_mkdir(const char* path, mode_t /*mode*/) {
     Write("write", path);
     return 0;
