@@ -199,6 +199,19 @@ TEST_F(DumpstateTest, RefusesBadArgumentsInOrderAndTouchesNothing) {
     EXPECT_TRUE(Call({0}).isOk());
 }
 
+TEST_F(DumpstateTest, VerboseSettingIsTheProperty) {
+    bool enabled = true;
+    EXPECT_TRUE(service_->getVerboseLoggingEnabled(&enabled).isOk());
+    EXPECT_FALSE(enabled);
+    for (const bool value : {true, false}) {
+        EXPECT_TRUE(service_->setVerboseLoggingEnabled(value).isOk());
+        EXPECT_EQ(ThePlatform().properties["persist.vendor.verbose_logging_enabled"],
+                  value ? "true" : "false");
+        EXPECT_TRUE(service_->getVerboseLoggingEnabled(&enabled).isOk());
+        EXPECT_EQ(enabled, value);
+    }
+}
+
 TEST_F(DumpstateTest, BinderIsOneAsLongAsItLivesAndDumpsNothing) {
     ndk::SpAIBinder first = service_->asBinder();
     EXPECT_EQ(service_->asBinder().get(), first.get());
