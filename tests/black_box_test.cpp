@@ -272,8 +272,9 @@ TEST_F(BlackBoxTest, ValuesAndTimesPrintLikePrintf) {
             expected += count > 1 ? ")\n" : "\n";
         }
         const std::string printed = PrintedRecords(type, kNewest, records);
-        const auto [at, wanted] = std::ranges::mismatch(printed, expected);
-        EXPECT_TRUE(printed == expected) << std::string(at, printed.end()).substr(0, 99);
+        EXPECT_TRUE(printed == expected)
+                << std::string(std::ranges::mismatch(printed, expected).in1, printed.end())
+                           .substr(0, 99);
         EXPECT_EQ(PrintedRecords(type, kNewest, {}), heading);
     }
 }

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -288,24 +289,28 @@ TEST_F(BundleTest, WhatEndsTheStreamIsLogged) {
 
     // Another signal than that breaks no write: a reader that only paused gets all.
     g_first_ring = {3600, 0};
+    static std::atomic<int> interruptions = 0;
     struct sigaction on_signal {};
-    on_signal.sa_handler = [](int) {};
+    on_signal.sa_handler = [](int) { ++interruptions; };
     sigaction(SIGUSR1, &on_signal, nullptr);
+    size_t left = filling.size() + 70000;
     std::thread reader([&, writer = pthread_self()] {
-        for (int i = 0; i < 5; ++i) {
+        for (int i = 1; i <= 5; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
             pthread_kill(writer, SIGUSR1);
+            while (interruptions < i) std::this_thread::yield();  // the last while nothing moves
         }
         char part[4096];
-        for (size_t left = filling.size() + 70000; left > 0;) {
-            left -= static_cast<size_t>(read(full[0], part, std::min(left, sizeof part)));
+        for (ssize_t got; (got = read(full[0], part, std::min(left, sizeof part))) > 0;) {
+            left -= static_cast<size_t>(got);
         }
     });
     EXPECT_EQ(Stream(70000, full[1]), Around({}));
+    close(full[1]);
     reader.join();
+    EXPECT_EQ(left, 0U);
     g_first_ring = {0, 50'000'000};
     close(full[0]);
-    close(full[1]);
     EXPECT_EQ(census_.Newcomers(), "");
 }
 

@@ -9,7 +9,7 @@
 
 // Whether this is a sanitizer's build. A sanitizer holds memory of its own, needs all the addresses
 // there are, and descriptors to ask whether memory is there.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(SANITIZED)
 inline constexpr bool kSanitized = true;
 #else
 inline constexpr bool kSanitized = false;
