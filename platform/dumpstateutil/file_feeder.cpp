@@ -4,6 +4,7 @@
 #include <linux/magic.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -24,6 +25,19 @@ namespace {
 
 // How long a thread waits for another file. The report's files come in groups.
 constexpr std::chrono::milliseconds kLinger{100};
+
+// Most files are read in less time than it takes to put a thread to sleep and wake it. Whoever
+// waits looks for some microseconds first, and soon lets others run in between, as the other thread
+// may have no processor of its own.
+constexpr int kBusyLooks = 1000;
+constexpr int kLooks = kBusyLooks + 50;
+
+template <typename Condition>
+void LookFor(Condition condition) {
+    for (int look = 0; look < kLooks && !condition(); ++look) {
+        if (look >= kBusyLooks) sched_yield();
+    }
+}
 
 // Created with every signal blocked, so that it takes none meant for the process and a lost reader
 // is EPIPE.
@@ -107,7 +121,7 @@ struct FileFeeder::Job {
 
     // The threads' mutex guards these.
     std::condition_variable changed;
-    bool answered = false;
+    std::atomic<bool> answered = false;
     bool abandoned = false;
     Rest rest;
 
@@ -146,6 +160,7 @@ class FileFeeder::Threads {
     int Give(const std::shared_ptr<Job>& job) {
         if (std::unique_lock lock(mutex_); idle_ > 0) {
             waiting_.push_back(job);
+            ++given_jobs_;
             --idle_;
             lock.unlock();
             given_.notify_one();
@@ -158,8 +173,9 @@ class FileFeeder::Threads {
     }
 
     bool WaitUntil(Job& job, platform::Deadline deadline) {
+        LookFor([&job] { return job.answered.load(); });
         std::unique_lock lock(mutex_);
-        return job.changed.wait_until(lock, deadline, [&job] { return job.answered; });
+        return job.changed.wait_until(lock, deadline, [&job] { return job.answered.load(); });
     }
 
     void Abandon(Job& job) {
@@ -218,6 +234,7 @@ class FileFeeder::Threads {
 
     // Null when the thread has waited long enough.
     std::shared_ptr<Job> Next() {
+        LookFor([this] { return given_jobs_ > 0; });
         std::unique_lock lock(mutex_);
         if (!given_.wait_for(lock, kLinger, [this] { return !waiting_.empty(); })) {
             --idle_;
@@ -225,12 +242,14 @@ class FileFeeder::Threads {
         }
         std::shared_ptr<Job> job = std::move(waiting_.back());
         waiting_.pop_back();
+        --given_jobs_;
         return job;
     }
 
     std::mutex mutex_;
     std::condition_variable given_;
     std::vector<std::shared_ptr<Job>> waiting_;  // each has a thread that will take it
+    std::atomic<int> given_jobs_ = 0;            // how many these are
     int idle_ = 0;                               // threads with nothing to take
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string.h>
+
 #include <algorithm>
 #include <string>
 #include <string_view>
@@ -12,9 +14,11 @@ class LastLine {
     void Add(std::string_view part) {
         if (part.empty()) return;
         const bool finishes = part.ends_with('\n');
-        const size_t before = part.substr(0, part.size() - (finishes ? 1 : 0)).rfind('\n');
-        if (finished_ || before != std::string_view::npos) beginning_.clear();
-        if (before != std::string_view::npos) part.remove_prefix(before + 1);
+        const void* before = memrchr(part.data(), '\n', part.size() - (finishes ? 1 : 0));
+        if (finished_ || before != nullptr) beginning_.clear();
+        if (before != nullptr) {
+            part = {static_cast<const char*>(before) + 1, part.data() + part.size()};
+        }
         beginning_ += part.substr(0, kMark.size() - std::min(kMark.size(), beginning_.size()));
         finished_ = finishes;
     }

@@ -26,6 +26,12 @@ SectionFrame::SectionFrame(int fd, std::string_view title, std::string_view deta
     pending_ += ") ------\n";
 }
 
+void SectionFrame::Hold(std::string_view content) {
+    constexpr size_t kFooter = 128;
+    pending_.reserve(pending_.size() + content.size() + kFooter);
+    pending_ += content;
+}
+
 bool SectionFrame::Begin() {
     const int error = Write();
     pending_.clear();

@@ -22,7 +22,7 @@ class SectionFrame {
     bool Begin();
 
     // Content that the next Begin() or Close() writes.
-    void Hold(std::string_view content) { pending_ += content; }
+    void Hold(std::string_view content);
 
     // Writes what is pending, newlines that keep the section's last line apart, the failure line
     // unless it is empty, and the footer, in one write. Returns 0 or an errno.
