@@ -14,11 +14,10 @@ class LastLine {
     void Add(std::string_view part) {
         if (part.empty()) return;
         const bool finishes = part.ends_with('\n');
-        const void* before = memrchr(part.data(), '\n', part.size() - (finishes ? 1 : 0));
+        const auto* before = static_cast<const char*>(
+                memrchr(part.data(), '\n', part.size() - (finishes ? 1 : 0)));
         if (finished_ || before != nullptr) beginning_.clear();
-        if (before != nullptr) {
-            part = {static_cast<const char*>(before) + 1, part.data() + part.size()};
-        }
+        if (before != nullptr) part.remove_prefix(static_cast<size_t>(before + 1 - part.data()));
         beginning_ += part.substr(0, kMark.size() - std::min(kMark.size(), beginning_.size()));
         finished_ = finishes;
     }

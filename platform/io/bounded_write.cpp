@@ -171,8 +171,8 @@ class Output {
 };
 
 int WriteAll(const Output& output, int fd, std::string_view text, Deadline deadline) {
-    const bool stuck = g_stuck_readers.Has(fd);
     while (!text.empty()) {
+        const bool stuck = g_stuck_readers.Has(fd);
         if (!output.regular() && !WaitWritable(fd, deadline)) return stuck ? EAGAIN : ETIMEDOUT;
         const ssize_t written = output.Write(text);
         if (written >= 0) {
