@@ -82,7 +82,7 @@ std::string Divide(std::string_view text, size_t decimals) {
         digits.insert(sign, decimals + 1 - (digits.size() - sign), '0');
     }
     if (decimals == 0) return digits;
-    digits.insert(digits.size() - decimals, ".");
+    digits.insert(digits.size() - decimals, 1, '.');
     digits.erase(digits.find_last_not_of('0') + 1);
     if (digits.ends_with('.')) digits.pop_back();
     return digits;

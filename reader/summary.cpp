@@ -236,7 +236,7 @@ void ShowCompleteness(Screen& screen, const Report& report) {
 
 // "[1]", as the reports are called in a comparison; the first is 0.
 std::string Mark(size_t report) {
-    return "[" + std::to_string(report) + "] ";
+    return std::string("[").append(std::to_string(report)).append("] ");
 }
 
 // What each report has, on one line if there is room.

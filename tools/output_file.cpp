@@ -79,7 +79,8 @@ void OutputFile::OpenBeside() {
     int fd = -1;
     int count = 0;
     do {
-        path_ = name_ + ".partial" + (++count == 1 ? "" : "." + std::to_string(count));
+        path_ = name_ + ".partial";
+        if (++count > 1) path_.append(".").append(std::to_string(count));
         fd = open(path_.c_str(), kFlags | O_CREAT | O_EXCL, kOwnersAlone);
     } while (fd < 0 && errno == EEXIST && count < kMostPartial);
     kept_ = true;
