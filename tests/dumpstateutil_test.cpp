@@ -35,6 +35,17 @@ std::binary_semaphore g_answer{0};
 // Set while no program seems to end, as if a driver held it.
 std::atomic<bool> g_held = false;
 
+// A pipe whose room somebody else takes between the look at it and the write.
+std::atomic<int> g_contended = -1;
+
+// Leaves it a blocking one.
+void Fill(int pipe) {
+    fcntl(pipe, F_SETFL, O_NONBLOCK);
+    while (write(pipe, "f", 1) == 1) {
+    }
+    fcntl(pipe, F_SETFL, 0);
+}
+
 // What a command does that is this program, and is told to: it leaves its group for its parent's.
 [[maybe_unused]] const bool g_leaves = [] {
     if (std::getenv("LEAVE") == nullptr) return false;
@@ -56,6 +67,7 @@ extern "C" {
 int __real_open(const char*, int, ...);
 int __real_open64(const char*, int, ...);  // what 32-bit userlands call
 int __real_waitid(idtype_t, id_t, siginfo_t*, int);
+int __real_poll(pollfd*, nfds_t, int);
 
 int __wrap_open(const char* path, int flags, ...) {
     va_list mode;
@@ -74,6 +86,14 @@ int __wrap_open64(const char* path, int flags, ...) {
 int __wrap_waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
     return g_held ? 0 : __real_waitid(type, id, info, options);
 }
+int __wrap_poll(pollfd* files, nfds_t count, int timeout) {
+    const int ready = __real_poll(files, count, timeout);
+    if (ready > 0 && files->fd == g_contended) {
+        Fill(files->fd);
+        g_contended = -1;
+    }
+    return ready;
+}
 }
 
 namespace android::os::dumpstate {
@@ -88,8 +108,8 @@ std::string ReadAll(int fd) {
     return text;
 }
 
-// The report with the one thing in it that varies taken out.
-// The report with a T for each duration. A regular expression would take a minute for megabytes.
+// The report with a T for each duration, the one thing in it that varies. A regular expression
+// would take a minute for megabytes.
 std::string Timeless(std::string report) {
     static const std::regex duration(R"(------ \d+\.\d{3})");
     for (size_t end = 0; (end = report.find("s was the duration", end)) != std::string::npos;) {
@@ -420,14 +440,6 @@ std::string Drain(int fd) {
     return text;
 }
 
-// Leaves it a blocking one.
-void Fill(int pipe) {
-    fcntl(pipe, F_SETFL, O_NONBLOCK);
-    while (write(pipe, "f", 1) == 1) {
-    }
-    fcntl(pipe, F_SETFL, 0);
-}
-
 // A stuck reader is waited for once. Until it takes something, files are not copied and commands
 // run for their effects, and then all is as before.
 void StickAndGoOn(const std::string& path) {
@@ -490,6 +502,27 @@ TEST_F(PrimitivesTest, StuckReadersCostOnePatience) {
     std::thread others[] = {std::thread(StickAndGoOn, path), std::thread(FillAndGoOn)};
     StickTerminalAndSocket(big);
     for (std::thread& other : others) other.join();
+}
+
+TEST_F(PrimitivesTest, RoomThatSomebodyElseTakesIsWaitedFor) {
+    const std::string path = File("file", "content\n");
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    g_contended = ends[1];
+    std::string received;
+    std::thread reader([&] {
+        while (g_contended >= 0) std::this_thread::yield();
+        char part[8192];
+        for (ssize_t size; (size = read(ends[0], part, sizeof part)) > 0;) {
+            received.append(part, static_cast<size_t>(size));
+        }
+    });
+    EXPECT_EQ(DumpFileToFd(ends[1], "T", path), 0);
+    close(ends[1]);
+    g_contended = -1;
+    reader.join();
+    close(ends[0]);
+    EXPECT_EQ(Timeless(received.substr(std::min(received.find('-'), received.size()))), Dump(path));
 }
 
 // A terminal's master opened anew would be another terminal's.
