@@ -171,8 +171,9 @@ TEST_F(ServiceTest, LeftoversAreNoneOfTheNextBundles) {
     fs::remove_all(folder);
 }
 
-// As a careless starter leaves it: children reaped by nobody, no standard input, and a limit of
-// files that the bundle is beyond.
+// As a careless starter leaves it: children reaped by nobody, no standard input, a standard output
+// whose reader is gone, and a limit of files that the bundle is beyond. A bus daemon would ignore
+// the signals that end writes for it.
 TEST_F(ServiceTest, InheritedStateIsPutRight) {
     Get<int32_t>("getInterfaceVersion", "i");
     const pid_t started = Pid();
@@ -183,8 +184,10 @@ TEST_F(ServiceTest, InheritedStateIsPutRight) {
     pid_t service = fork();
     if (service == 0) {
         signal(SIGCHLD, SIG_IGN);
-        signal(SIGXFSZ, SIG_DFL);
-        dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
+        for (const int ending : {SIGPIPE, SIGXFSZ}) signal(ending, SIG_DFL);
+        int gone[2];
+        if (pipe2(gone, O_CLOEXEC) != 0) _exit(1);
+        dup2(gone[1], STDOUT_FILENO);
         close(STDIN_FILENO);
         const rlimit limit{kLimit, kLimit};
         setrlimit(RLIMIT_FSIZE, &limit);
