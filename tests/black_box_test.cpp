@@ -182,7 +182,8 @@ class BlackBoxTest : public testing::Test {
         for (const auto& [from, to] : pieces) {
             const Bytes piece(records.begin() + from, records.begin() + to);
             Feed(Message(5, Piece(sensor, 0, size, from, to - from, piece)));
-            Feed(Message(5, Piece(sensor, 0, size, from, to - from, Bytes(to - from, 0xAA))));
+            const auto again = from + static_cast<uint32_t>(random() % (to - from));
+            Feed(Message(5, Piece(sensor, 0, size, again, to - again, Bytes(to - again, 0xAA))));
         }
         return Printed();
     }
