@@ -9,9 +9,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <string>
 
+#include "pattern.h"
 #include "processes.h"
 
 namespace fs = std::filesystem;
@@ -56,13 +56,12 @@ class BoardreportTest : public testing::Test {
 TEST_F(BoardreportTest, ShowsEachSectionAndKeepsTheReport) {
     const Result result = Shell("boardreport --no-bundle");
     EXPECT_EQ(result.status, 0) << result.output;
-    EXPECT_TRUE(std::regex_search(
-            result.output,
-            std::regex(
-                    R"(^ +\d+\.\d{3} s  VENDOR PROPERTIES\n( +\d+\.\d{3} s  .*\n)+)"
-                    R"(\d+ sections, 1 failed or timed out \(Power supply property sw5100_bms\); )"
-                    R"(black box: 7 sensors, \d+ records; )"
-                    R"([\d.]+ KiB in report.txt; [\d.]+ s\n$)")))
+    EXPECT_TRUE(
+            HasMatch(result.output,
+                     R"(^ +\d+\.\d{3} s  VENDOR PROPERTIES\n( +\d+\.\d{3} s  .*\n)+)"
+                     R"(\d+ sections, 1 failed or timed out \(Power supply property sw5100_bms\); )"
+                     R"(black box: 7 sensors, \d+ records; )"
+                     R"([\d.]+ KiB in report.txt; [\d.]+ s\n$)"))
             << result.output;
     EXPECT_NE(result.output.find("sw5100_bms: cannot open /sys"), std::string::npos);
     EXPECT_TRUE(ReadFile("/tmp/out/report.txt").starts_with("verbose logging: disabled\n------ "));
@@ -109,10 +108,9 @@ TEST_F(BoardreportTest, ALostBlackBoxIsNamed) {
 TEST_F(BoardreportTest, ChecksThatTheBundleIsWhole) {
     const Result whole = Shell("boardreport && tar tf bundle.tar | grep -c btsnoop; ls");
     EXPECT_EQ(whole.status, 0) << whole.output;
-    EXPECT_TRUE(std::regex_search(
+    EXPECT_TRUE(HasMatch(
             whole.output,
-            std::regex(
-                    R"(in report.txt, [\d.]+ KiB in bundle.tar; [\d.]+ s\n14\nbundle.tar\nreport.txt\n$)")))
+            R"(in report.txt, [\d.]+ KiB in bundle.tar; [\d.]+ s\n14\nbundle.tar\nreport.txt\n$)"))
             << whole.output;
 
     // Cut within a member, between two members, and before its first byte.

@@ -19,11 +19,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <semaphore>
 #include <string_view>
 #include <thread>
 
+#include "pattern.h"
 #include "processes.h"
 
 namespace {
@@ -111,11 +111,9 @@ std::string ReadAll(int fd) {
 // The report with a T for each duration, the one thing in it that varies. A regular expression
 // would take a minute for megabytes.
 std::string Timeless(std::string report) {
-    static const std::regex duration(R"(------ \d+\.\d{3})");
     for (size_t end = 0; (end = report.find("s was the duration", end)) != std::string::npos;) {
         const size_t begin = std::min(report.rfind("------ ", end), end);
-        const auto at = report.begin() + static_cast<ptrdiff_t>(begin);
-        if (std::regex_match(at, report.begin() + static_cast<ptrdiff_t>(end), duration)) {
+        if (IsMatch(report.substr(begin, end - begin), R"(------ \d+\.\d{3})")) {
             report.replace(begin, end + 1 - begin, "------ T");
             end = begin;
         }
@@ -181,9 +179,11 @@ TEST_F(PrimitivesTest, CommandFormatAndEveryOutcome) {
             {{"/vendor/bin"}, "/vendor/bin", "\n*** cannot run /vendor/bin: Permission denied\n"},
     };
     for (const Case& run : cases) {
-        const std::string header =
-                "------ T (" + std::regex_replace(run.header, std::regex("\n"), "\\n");
-        EXPECT_EQ(Run(run.command), header + ") ------\n" + run.body + kFooter);
+        std::string header = run.header;
+        for (size_t at; (at = header.find('\n')) != std::string::npos;) {
+            header.replace(at, 1, "\\n");
+        }
+        EXPECT_EQ(Run(run.command), "------ T (" + header + ") ------\n" + run.body + kFooter);
     }
     EXPECT_EQ(RunCommandToFd(report_, "T", Shell("exit 7")), 7);
     EXPECT_EQ(RunCommandToFd(report_, "T", Shell("kill -9 $$")), 128 + SIGKILL);
@@ -208,9 +208,7 @@ TEST_F(PrimitivesTest, CommandStartsWithACleanSlate) {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     close(stray);
     // The C library's spawn ignores its own two signals, 32 and 33, in every child.
-    EXPECT_TRUE(
-            std::regex_search(signals, std::regex("\nSigBlk:\t0{16}\nSigIgn:\t0{7}[01][08]0{7}\n")))
-            << signals;
+    EXPECT_TRUE(HasMatch(signals, "\nSigBlk:\t0{16}\nSigIgn:\t0{7}[01][08]0{7}\n")) << signals;
     // ls itself holds 3 and 4 while it lists.
     EXPECT_NE(descriptors.find(" ------\n0\n1\n2\n3\n4\n\n"), std::string::npos) << descriptors;
     EXPECT_NE(rest.find(" ------\n/dev/null\nleads\n"), std::string::npos) << rest;

@@ -6,8 +6,8 @@
 
 #include <filesystem>
 #include <iterator>
-#include <regex>
 
+#include "pattern.h"
 #include "processes.h"
 
 namespace fs = std::filesystem;
@@ -125,20 +125,6 @@ void ServiceClient::Fail(const char* method) {
     ADD_FAILURE() << method << " replied with something else";
 }
 
-static std::vector<std::string> Matches(const std::string& text, const std::regex& regex) {
-    std::vector<std::string> found;
-    for (std::sregex_iterator match(text.begin(), text.end(), regex), end; match != end; ++match) {
-        found.push_back((*match)[1]);
-    }
-    return found;
-}
-
-std::vector<std::string> Matches(const std::string& text, const char* pattern) {
-    return Matches(text, std::regex(pattern));
-}
-
 std::vector<std::string> Titles(const std::string& report) {
-    // Once: compiling an expression is nothing that several threads may do at a time.
-    static const std::regex regex("(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)");
-    return Matches(report, regex);
+    return Matches(report, "(?:^|\n)------ (.*) \\(.*\\) ------(?=\n)");
 }

@@ -53,7 +53,5 @@ class ServiceClient {
     static void Fail(const char* method);
 };
 
-// What the pattern's first group matched, each time.
-std::vector<std::string> Matches(const std::string& text, const char* pattern);
 // The titles of a report's sections.
 std::vector<std::string> Titles(const std::string& report);

@@ -12,9 +12,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 
 #include "expected_report.h"
+#include "pattern.h"
 #include "processes.h"
 #include "service_client.h"
 
@@ -231,8 +231,7 @@ TEST_F(ServiceTest, FailedRegistrationIsFatal) {
                 R"(^\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}  \d+  \d+ F dumpstate-service: )"
                 R"(Check failed: status == STATUS_OK \(status=)" +
                 std::to_string(status) + R"(, STATUS_OK=0\) \n)";
-        EXPECT_TRUE(std::regex_search(ReadFile("/tmp/log"), std::regex(expected)))
-                << ReadFile("/tmp/log");
+        EXPECT_TRUE(HasMatch(ReadFile("/tmp/log"), expected)) << ReadFile("/tmp/log");
     }
 }
 

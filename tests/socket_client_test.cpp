@@ -19,12 +19,12 @@
 #include <deque>
 #include <functional>
 #include <future>
-#include <regex>
 #include <string>
 #include <system_error>
 #include <thread>
 
 #include "host_log.h"
+#include "pattern.h"
 #include "processes.h"
 #include "socket_client.h"
 
@@ -565,14 +565,14 @@ TEST_F(SocketClientTest, RecordsAreCopiedToTheStreams) {
         std::fclose(full);
         for (const int i : {0, 1}) texts[i] = streams.Text(i + 1);
     }
-    EXPECT_TRUE(std::regex_match(
-            texts[0], std::regex("sendMessage:\\d+: Tried sending a message, "
-                                 "but don't have a valid socket handle\nclose:8: told\n")))
+    EXPECT_TRUE(IsMatch(texts[0],
+                        "sendMessage:\\d+: Tried sending a message, "
+                        "but don't have a valid socket handle\nclose:8: told\n"))
             << texts[0];
-    EXPECT_TRUE(std::regex_match(
-            texts[1],
-            std::regex("tryConnect:\\d+: Couldn't connect client socket to 'none': No such file or "
-                       "directory\nclose:7: Couldn't: Bad file descriptor \\(9\\)\n\n")))
+    EXPECT_TRUE(
+            IsMatch(texts[1],
+                    "tryConnect:\\d+: Couldn't connect client socket to 'none': No such file or "
+                    "directory\nclose:7: Couldn't: Bad file descriptor \\(9\\)\n\n"))
             << texts[1];
     EXPECT_EQ(records.Take().size(), 5);
 }
