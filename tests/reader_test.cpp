@@ -41,7 +41,9 @@ const std::string kBox = "------ Sensor Black Box ------\n";
 std::string Told(const std::string& report, size_t piece = std::string::npos) {
     std::ostringstream told;
     const auto bytes = [&report](TextRange range) {
-        return "[" + report.substr(range.begin, range.size()) + "]";
+        return "[" +
+               report.substr(static_cast<size_t>(range.begin), static_cast<size_t>(range.size())) +
+               "]";
     };
     ReportParser parser(
             {.on_begin = [&](std::string_view title) { told << "> " << title << "\n"; },
