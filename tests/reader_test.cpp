@@ -252,7 +252,7 @@ Sensor Recorded(unsigned number, size_t count, Value value) {
     for (size_t i = 0; i < count; ++i) {
         const double one = value(i);
         if (std::isinf(one)) continue;
-        sensor.times.push_back(i * 100'000'000);
+        sensor.times.push_back(uint64_t{i} * 100'000'000);
         sensor.values[0].push_back(one);
     }
     return sensor;
