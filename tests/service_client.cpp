@@ -102,12 +102,7 @@ std::string ServiceClient::Holdings() {
         return std::distance(begin(entries), end(entries));
     };
     // A thread that has read a file waits a moment for the next one.
-#if defined(__SANITIZE_THREAD__)
-    constexpr int kThreads = 2;
-#else
-    constexpr int kThreads = 1;
-#endif
-    Await([&] { return count("task") <= kThreads; });
+    Await([&] { return count("task") <= 1 + BACKGROUND_THREADS; });
     std::string holdings = "pid " + pid;
     for (const char* kind : {"fd", "task"}) {
         holdings += std::string(" ") + kind + " " + std::to_string(count(kind));
