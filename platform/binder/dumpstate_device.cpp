@@ -44,28 +44,30 @@ int SetError(sd_bus_error* error, const ndk::ScopedAStatus& status) {
 }
 
 // False only where the bus knows it. Callers that have given up wait in the queue like others, and
-// a report of minutes for each would keep those waiting that haven't.
-bool IsOnTheBus(sd_bus* bus, const char* name) {
+// a report of minutes for each would keep those waiting that haven't. Asked over a connection of
+// its own: who waits for an answer on that of the calls reads all that come before it, and holds
+// their descriptors.
+bool IsOnTheBus(const char* name) {
     constexpr uint64_t kPatienceMicroseconds = 5'000'000;
-    sd_bus_message* question = nullptr;
+    constexpr char kBus[] = "org.freedesktop.DBus";
+    sd_bus* bus = nullptr;
     sd_bus_message* answer = nullptr;
     int owned = 1;
-    if (sd_bus_message_new_method_call(bus, &question, "org.freedesktop.DBus",
-                                       "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                       "NameHasOwner") >= 0 &&
-        sd_bus_message_append(question, "s", name) >= 0 &&
-        sd_bus_call(bus, question, kPatienceMicroseconds, nullptr, &answer) >= 0 &&
+    if (sd_bus_open_system(&bus) >= 0 &&
+        sd_bus_set_method_call_timeout(bus, kPatienceMicroseconds) >= 0 &&
+        sd_bus_call_method(bus, kBus, "/org/freedesktop/DBus", kBus, "NameHasOwner", nullptr,
+                           &answer, "s", name) >= 0 &&
         sd_bus_message_read(answer, "b", &owned) < 0) {
         owned = 1;
     }
     sd_bus_message_unref(answer);
-    sd_bus_message_unref(question);
+    sd_bus_close_unref(bus);
     return owned != 0;
 }
 
 int DumpstateBoard(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
     const char* const caller = sd_bus_message_get_sender(call);
-    if (caller != nullptr && !IsOnTheBus(sd_bus_message_get_bus(call), caller)) {
+    if (caller != nullptr && !IsOnTheBus(caller)) {
         __android_log_print(ANDROID_LOG_WARN, nullptr,
                             "%s has left the bus: its call for a report is dropped", caller);
         return 1;  // served: nobody is left to be answered
