@@ -47,8 +47,8 @@ void set(const char* property, const char* value) {
     protect(property, [&] { SetProperty(property, value); });
 }
 
-// The rest too, after a signal.
-void pause(unsigned seconds) {
+// A signal's handler ends a sleep, of which whole seconds are left.
+void sleepThrough(unsigned seconds) {
     while (seconds > 0) seconds = sleep(seconds);
 }
 
@@ -62,7 +62,7 @@ void captureRadioAndEfs() {
     copySeries("/data/vendor/radio/extended_logs", kExtendedLogs, "extended_log_");
     dumpEntries(STDOUT_FILENO, kDiagTrace);
     set(kEfsDumpProperty, "true");
-    pause(kEfsDumpPauseSeconds);
+    sleepThrough(kEfsDumpPauseSeconds);
     dumpEntries(STDOUT_FILENO, kModemEfs);
     set(kEfsDumpProperty, "false");
     protect("radio logs", [] { dumpRilLogs(STDOUT_FILENO, kStagingDirectory); });
@@ -87,7 +87,7 @@ void captureDiagnosticLogs() {
     if (enabled && running) stopLogger();
     if (enabled && !running) debug("diag_mdlog is not running\n");
 
-    pause(kFlushPauseSeconds);
+    sleepThrough(kFlushPauseSeconds);
     debug("Waited modem for 1 second to flush logs");
     if (!enabled) return;
 

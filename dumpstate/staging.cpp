@@ -9,6 +9,7 @@
 #include <cstring>
 
 namespace aidl::android::hardware::dumpstate {
+
 void setLeftoversAside() {
     chmod(kTemporaryFolder, S_IRWXU);
     if (access(kBundleArchive, F_OK) == 0) {
@@ -17,7 +18,7 @@ void setLeftoversAside() {
                             "bundle is that one",
                             kBundleArchive);
     }
-    // Only an empty directory goes.
+    // An empty one goes, and what can't go is moved.
     if (rmdir(kStagingDirectory) != 0 && errno != ENOENT) {
         char aside[] = "/data/vendor/log/dumpstate/left.XXXXXX";
         if (mkdtemp(aside) == nullptr || rename(kStagingDirectory, aside) != 0) {

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <climits>
@@ -66,22 +65,6 @@ std::optional<std::string> Read(const std::string& key) {
     }
 }
 
-// Named after process and count, so that no two writers share one.
-std::string NameOfUnfinished(const std::string& key) {
-    static std::atomic<unsigned> count{0};
-    return PathOf("." + key + "." + std::to_string(getpid()) + "." + std::to_string(count++));
-}
-
-// Everybody may read a property, whatever umask its writer runs under.
-bool WriteNewFile(const std::string& path, const std::string& value) {
-    constexpr mode_t kMode = 0644;
-    const unique_fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
-    if (fd.get() < 0 || fchmod(fd.get(), kMode) != 0) return false;
-    const int error = platform::WriteUntil(fd.get(), value, platform::Deadline::max());
-    if (error != 0) errno = error;
-    return error == 0;
-}
-
 // Links rather than renames a "ro." key: link(2) fails where the name exists, and that is the test
 // that no second writer can slip past.
 bool Publish(const std::string& key, const std::string& unfinished) {
@@ -128,12 +111,15 @@ bool SetProperty(const std::string& key, const std::string& value) {
         errno = EINVAL;
         return false;
     }
-    const std::string unfinished = NameOfUnfinished(key);
-    const bool set = WriteNewFile(unfinished, value) && Publish(key, unfinished);
-    const int error = errno;
+    std::string unfinished = PathOf("." + key + ".XXXXXX");
+    const unique_fd fd(mkostemp(unfinished.data(), O_CLOEXEC));
+    if (fd.get() < 0) return false;
+    int error = platform::WriteUntil(fd.get(), value, platform::Deadline::max());
+    // Everybody may read a property, whatever umask its writer runs under.
+    if (error == 0 && (fchmod(fd.get(), 0644) != 0 || !Publish(key, unfinished))) error = errno;
     unlink(unfinished.c_str());
     errno = error;
-    return set;
+    return error == 0;
 }
 
 bool WaitForProperty(const std::string& key, const std::string& expected_value,

@@ -36,11 +36,14 @@ class BorrowedDescriptors {
     std::vector<ndk::ScopedFileDescriptor> fds_;
 };
 
-int SetError(sd_bus_error* error, const ndk::ScopedAStatus& status) {
-    const char* const name = status.getExceptionCode() == EX_ILLEGAL_ARGUMENT
-                                     ? SD_BUS_ERROR_INVALID_ARGS
-                                     : SD_BUS_ERROR_FAILED;
-    return sd_bus_error_set(error, name, status.getMessage());
+// Answers the call with the status, or when that is OK with the values.
+template <typename... Values>
+int Reply(sd_bus_message* call, sd_bus_error* error, const ndk::ScopedAStatus& status,
+          const char* types, Values... values) {
+    if (status.isOk()) return sd_bus_reply_method_return(call, types, values...);
+    const bool illegal = status.getExceptionCode() == EX_ILLEGAL_ARGUMENT;
+    return sd_bus_error_set(error, illegal ? SD_BUS_ERROR_INVALID_ARGS : SD_BUS_ERROR_FAILED,
+                            status.getMessage());
 }
 
 // False only where the bus knows it. Callers that have given up wait in the queue like others, and
@@ -83,35 +86,32 @@ int DumpstateBoard(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error*
     }
     const auto status = device.dumpstateBoard(
             fds.get(), static_cast<IDumpstateDevice::DumpstateMode>(mode), timeout_millis);
-    return status.isOk() ? sd_bus_reply_method_return(call, "") : SetError(error, status);
+    return Reply(call, error, status, "");
 }
 
 int GetVerboseLoggingEnabled(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
     bool enabled = false;
     const auto status = device.getVerboseLoggingEnabled(&enabled);
-    if (!status.isOk()) return SetError(error, status);
-    return sd_bus_reply_method_return(call, "b", static_cast<int>(enabled));
+    return Reply(call, error, status, "b", static_cast<int>(enabled));
 }
 
 int SetVerboseLoggingEnabled(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
     int enabled = 0;
     if (const int result = sd_bus_message_read(call, "b", &enabled); result < 0) return result;
     const auto status = device.setVerboseLoggingEnabled(enabled != 0);
-    return status.isOk() ? sd_bus_reply_method_return(call, "") : SetError(error, status);
+    return Reply(call, error, status, "");
 }
 
 int GetInterfaceVersion(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
     int32_t version = 0;
     const auto status = device.getInterfaceVersion(&version);
-    if (!status.isOk()) return SetError(error, status);
-    return sd_bus_reply_method_return(call, "i", version);
+    return Reply(call, error, status, "i", version);
 }
 
 int GetInterfaceHash(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
     std::string hash;
     const auto status = device.getInterfaceHash(&hash);
-    if (!status.isOk()) return SetError(error, status);
-    return sd_bus_reply_method_return(call, "s", hash.c_str());
+    return Reply(call, error, status, "s", hash.c_str());
 }
 
 using Operation = int(IDumpstateDevice&, sd_bus_message*, sd_bus_error*);
