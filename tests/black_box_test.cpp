@@ -360,7 +360,10 @@ TEST_F(BlackBoxTest, ReadersMayBeSlowGoneOrStuck) {
     std::signal(SIGPIPE, SIG_IGN);  // the service is not ended by it either
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     ASSERT_EQ(write(ends[1], whole.data(), 9999), 9999);  // no room for as much as is gathered
-    const auto nobody_reads = [&](int out) { SecondsOf([&] { client_->PrintToFd(out, 0s); }); };
+    const auto nobody_reads = [&](int out) {
+        const WithinAMinute end("a report that nobody reads");
+        SecondsOf([&] { client_->PrintToFd(out, 0s); });
+    };
     nobody_reads(ends[1]);
     EXPECT_EQ(std::exchange(longest_wait, 0), 5000);
     nobody_reads(ends[1]);
