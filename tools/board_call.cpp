@@ -23,7 +23,7 @@
 #include "progress.h"
 #include "read_reports.h"
 #include "report_parser.h"
-#include "summary.h"
+#include "units.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <utility>
 
-#include "summary.h"
+#include "units.h"
 
 namespace {
 
