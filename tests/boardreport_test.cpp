@@ -306,7 +306,7 @@ TEST_F(BoardreportTest, AnotherBusWithoutTheServiceOrTheRight) {
                      "'/></policy><servicedir>/vendor/etc/bus</servicedir><policy "
                      "context='default'>",
              "the bus doesn't let you call the dumpstate service: only root and the members of the "
-             "group adm may\n"},
+             "group " DUMPSTATE_GROUP " may\n"},
     };
     for (const auto& bus : buses) {
         std::ofstream("/tmp/out/bus.conf") << before << bus.rule << "</policy></busconfig>";
