@@ -1,15 +1,13 @@
-// What the sensor black box costs beside the least that could do its work: taking a snapshot beside
-// a memcpy and the bits that tell which bytes came, printing it beside fprintf of the same lines.
+// What the sensor black box costs: taking a snapshot, and printing it beside fprintf of the same
+// lines.
 
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -17,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "memory_file.h"
 #include "record_text.h"
 #include "report_writer.h"
 #include "sensor_black_box_buffer.h"
@@ -87,76 +86,24 @@ void BM_AcceptPieces(benchmark::State& state) {
         const android::sp<SensorBlackBoxClient> client(new SensorBlackBoxClient(kNanoapp));
         for (const auto& piece : pieces) client->handleNanoappMessage(piece);
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(data.size()));
 }
-BENCHMARK(BM_AcceptPieces)
-        ->ArgNames({"records", "shuffled"})
-        ->ArgsProduct({{10000, 1000000}, {0, 1}})
-        ->Unit(benchmark::kMillisecond);
-
-struct Free {
-    void operator()(void* memory) const { std::free(memory); }
-};
-
-// Each piece copied whole, and a bit set for each of its bytes, a word of them at a time, in memory
-// that is cleared as the service has it: a hub may leave a piece out.
-void BM_MemcpyAndBits(benchmark::State& state) {
-    const auto data = Records(state.range(0));
-    const auto offsets = Offsets(data.size(), state.range(1) != 0);
-    for (auto _ : state) {
-        const std::unique_ptr<uint8_t[], Free> copy(
-                static_cast<uint8_t*>(std::calloc(data.size(), 1)));
-        std::vector<bool> received(data.size());
-        for (const size_t offset : offsets) {
-            const size_t size = std::min(kPieceBytes, data.size() - offset);
-            std::memcpy(copy.get() + offset, &data[offset], size);
-            const auto bits = received.begin() + static_cast<ptrdiff_t>(offset);
-            std::fill_n(bits, size, true);
-        }
-        benchmark::DoNotOptimize(copy.get());
-    }
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(data.size()));
-}
-BENCHMARK(BM_MemcpyAndBits)
-        ->ArgNames({"records", "shuffled"})
-        ->ArgsProduct({{10000, 1000000}, {0, 1}})
-        ->Unit(benchmark::kMillisecond);
-
-// Where the report goes: a file in memory, since a disk's write-back would be all that is measured.
-class OutputFile {
-  public:
-    ~OutputFile() { unlink(path_.c_str()); }
-    FILE* get() const { return file_.get(); }
-    int fd() const { return fileno(file_.get()); }
-
-  private:
-    struct Close {
-        void operator()(FILE* file) const { std::fclose(file); }
-    };
-    std::string path_ = "/dev/shm/bench.XXXXXX";
-    const std::unique_ptr<FILE, Close> file_{fdopen(mkostemp(path_.data(), O_CLOEXEC), "w")};
-};
+BENCHMARK(BM_AcceptPieces)->ArgNames({"records", "shuffled"})->Args({10000, 0})->Args({1000000, 1});
 
 void BM_PrintRecords(benchmark::State& state) {
     const auto data = Records(state.range(0));
     SensorBlackBoxBuffer buffer(1, static_cast<uint32_t>(data.size()));
     buffer.AddBytes(0, data.data(), static_cast<uint32_t>(data.size()));
-    const OutputFile out;
+    const MemoryFile out;
     const auto print = [&] {
         ReportWriter report(out.fd());
         WriteRecords(report, *FindSensorType(1), buffer, kNewest);
         report.Flush();
-        lseek(out.fd(), 0, SEEK_SET);
+        out.Rewind();
     };
     print();  // the file gets its memory
     for (auto _ : state) print();
-    state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(BM_PrintRecords)
-        ->ArgName("records")
-        ->RangeMultiplier(10)
-        ->Range(1000, 1000000)
-        ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PrintRecords)->ArgName("records")->Arg(10000)->Arg(1000000);
 
 struct Record {
     uint32_t delta;
@@ -165,45 +112,28 @@ struct Record {
     float z;
 };
 
-template <typename Print>
-void ForEachRecord(const std::vector<Record>& records, Print print) {
-    uint64_t time = kNewest;
-    for (const Record& record : records) time -= uint64_t{record.delta} * 1000;
-    for (const Record& record : records) {
-        time += uint64_t{record.delta} * 1000;
-        print("Time: %llu, Value: (%.6f, %.6f, %.6f)\n", static_cast<unsigned long long>(time),
-              double{record.x}, double{record.y}, double{record.z});
-    }
-}
-
-std::vector<Record> Parsed(int64_t count) {
-    const auto data = Records(count);
-    std::vector<Record> records(static_cast<size_t>(count));
-    std::memcpy(records.data(), data.data(), data.size());  // on a little-endian machine
-    return records;
-}
-
 void BM_Fprintf(benchmark::State& state) {
-    const auto records = Parsed(state.range(0));
-    const OutputFile out;
-    std::setvbuf(out.get(), nullptr, _IOFBF, size_t{64} * 1024);  // the report writer's
+    const auto data = Records(state.range(0));
+    std::vector<Record> records(static_cast<size_t>(state.range(0)));
+    std::memcpy(records.data(), data.data(), data.size());  // on a little-endian machine
+    const MemoryFile memory;
+    std::FILE* const out = fdopen(dup(memory.fd()), "w");
+    std::setvbuf(out, nullptr, _IOFBF, size_t{64} * 1024);  // the report writer's
     const auto print = [&] {
-        ForEachRecord(records, [&](const char* format, auto... values) {
-            std::fprintf(out.get(), format, values...);
-        });
-        std::fflush(out.get());
-        std::rewind(out.get());
+        uint64_t time = kNewest;
+        for (const Record& record : records) time -= uint64_t{record.delta} * 1000;
+        for (const Record& record : records) {
+            time += uint64_t{record.delta} * 1000;
+            std::fprintf(out, "Time: %llu, Value: (%.6f, %.6f, %.6f)\n",
+                         static_cast<unsigned long long>(time), double{record.x}, double{record.y},
+                         double{record.z});
+        }
+        std::rewind(out);
     };
     print();  // the file gets its memory
     for (auto _ : state) print();
-    state.SetItemsProcessed(state.iterations() * state.range(0));
+    std::fclose(out);
 }
-BENCHMARK(BM_Fprintf)
-        ->ArgName("records")
-        ->RangeMultiplier(10)
-        ->Range(1000, 1000000)
-        ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Fprintf)->ArgName("records")->Arg(10000);
 
 }  // namespace
-
-BENCHMARK_MAIN();
