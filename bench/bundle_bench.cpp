@@ -22,27 +22,14 @@ using aidl::android::hardware::dumpstate::Dumpstate;
 using aidl::android::hardware::dumpstate::kBundleArchive;
 using aidl::android::hardware::dumpstate::kTemporaryFolder;
 
-// The most memory that this process has held since the last reset.
-void ResetPeak() {
-    std::ofstream("/proc/self/clear_refs") << 5;
-}
-double PeakKibibytes() {
-    std::ifstream status("/proc/self/status");
-    for (std::string word; status >> word;) {
-        double size = 0;
-        if (word == "VmHWM:" && status >> size) return size;
-    }
-    return 0;
-}
-
 void StreamArchive(benchmark::State& state, void (*stream)(int out)) {
     const MemoryFile archive(static_cast<size_t>(state.range(0)) * kMiB);
     std::filesystem::create_directories(kTemporaryFolder);
     std::filesystem::remove(kBundleArchive);
     std::filesystem::create_symlink(archive.path(), kBundleArchive);
-    ResetPeak();
+    std::ofstream("/proc/self/clear_refs") << 5;  // begins the peak anew
     for (auto _ : state) stream(DrainedPipe().fd());
-    state.counters["peak_kib"] = PeakKibibytes();
+    state.counters["peak_kib"] = KibibytesIn("/proc/self/status", "VmHWM:");
 }
 
 void ByService(int out) {

@@ -1,5 +1,5 @@
-// What the context hub link costs beside the least that could do its work: a bare sequenced-packet
-// socket with epoll, and the flatbuffers library's own verifier and object API.
+// What the context hub link costs beside the least that could do its work, a bare sequenced-packet
+// socket with epoll.
 
 #include <benchmark/benchmark.h>
 #include <cutils/sockets.h>
@@ -9,22 +9,16 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
+#include <semaphore>
 #include <thread>
 #include <vector>
 
-#include "host_protocol_host.h"
 #include "socket_client.h"
 
 namespace android::chre {
 namespace {
-
-namespace fbs = ::chre::fbs;
-using ::chre::HostProtocolCommon;
-using flatbuffers::FlatBufferBuilder;
 
 constexpr size_t kSize = 256;
 constexpr size_t kLargest = 32768;
@@ -83,18 +77,13 @@ class Daemon {
 class Counter : public SocketClient::ICallbacks {
   public:
     Counter(SocketClient& client, bool round_trips) : client_(client), round_trips_(round_trips) {}
-    void onConnected() override { Finish(); }
+    void onConnected() override { finished_.release(); }
     void onMessageReceived(const void* data, uint32_t length) override {
         if (--left_ == 0) {
-            Finish();
+            finished_.release();
         } else if (round_trips_) {
             client_.sendMessage(data, length);
         }
-    }
-    void WaitForFinish() {
-        std::unique_lock lock(mutex_);
-        condition_.wait(lock, [this] { return finished_; });
-        finished_ = false;
     }
     void Batch() {
         left_ = kBatch;
@@ -103,19 +92,13 @@ class Counter : public SocketClient::ICallbacks {
         WaitForFinish();
     }
 
-  private:
-    void Finish() {
-        const std::lock_guard lock(mutex_);
-        finished_ = true;
-        condition_.notify_one();
-    }
+    void WaitForFinish() { finished_.acquire(); }
 
+  private:
     SocketClient& client_;
     const bool round_trips_;
     int left_ = 0;
-    std::mutex mutex_;
-    std::condition_variable condition_;
-    bool finished_ = false;
+    std::binary_semaphore finished_{0};
 };
 
 void Link(benchmark::State& state, bool round_trips) {
@@ -157,45 +140,6 @@ void Bare(benchmark::State& state, bool round_trips) {
 }
 BENCHMARK_CAPTURE(Bare, round_trips, true)->UseRealTime();
 BENCHMARK_CAPTURE(Bare, datagrams, false)->UseRealTime();
-
-// A nanoapp's message of so many bytes, or for 0 a list of twenty nanoapps.
-std::vector<uint8_t> Message(int64_t size) {
-    FlatBufferBuilder builder(64);
-    if (size > 0) {
-        const std::vector<uint8_t> payload(static_cast<size_t>(size));
-        HostProtocolCommon::encodeNanoappMessage(builder, 1, 2, 3, payload.data(), payload.size(),
-                                                 ~0U, ~0U, false, false, 0);
-    } else {
-        std::vector<flatbuffers::Offset<fbs::NanoappListEntry>> nanoapps;
-        for (uint64_t id = 1; id <= 20; ++id) {
-            nanoapps.push_back(fbs::CreateNanoappListEntry(builder, id, 1));
-        }
-        const auto list = builder.CreateVector(nanoapps);
-        HostProtocolCommon::finalize(builder, fbs::ChreMessage::NanoappListResponse,
-                                     fbs::CreateNanoappListResponse(builder, list).Union(), 0);
-    }
-    return {builder.GetBufferPointer(), builder.GetBufferPointer() + builder.GetSize()};
-}
-
-void Decode(benchmark::State& state) {
-    const std::vector<uint8_t> message = Message(state.range(0));
-    IChreMessageHandlers handlers;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(
-                HostProtocolHost::decodeMessageFromChre(message.data(), message.size(), handlers));
-    }
-}
-BENCHMARK(Decode)->ArgName("bytes")->Arg(0)->Arg(16);
-
-void LibraryVerifyAndUnpack(benchmark::State& state) {
-    const std::vector<uint8_t> message = Message(state.range(0));
-    for (auto _ : state) {
-        flatbuffers::Verifier verifier(message.data(), message.size());
-        if (!fbs::VerifyMessageContainerBuffer(verifier)) continue;
-        benchmark::DoNotOptimize(fbs::UnPackMessageContainer(message.data()));
-    }
-}
-BENCHMARK(LibraryVerifyAndUnpack)->ArgName("bytes")->Arg(0)->Arg(16);
 
 }  // namespace
 }  // namespace android::chre

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 
 ProgramEnd SpawnAndWait(const std::vector<std::string>& argv, int out, int err) {
     std::vector<char*> arguments;
@@ -34,4 +35,13 @@ long RunProgram(const std::vector<std::string>& argv, int out) {
         std::exit(EXIT_FAILURE);
     }
     return end.peak_kib;
+}
+
+double KibibytesIn(const std::string& path, const std::string& word) {
+    std::ifstream file(path);
+    double size = 0;
+    for (std::string read; file >> read && read != word;) {
+    }
+    file >> size;
+    return size;
 }

@@ -59,23 +59,15 @@ void EndService(ServiceClient& client) {
 }
 
 double ResidentKibibytes(pid_t pid) {
-    std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
-    for (std::string word; rollup >> word;) {
-        double size = 0;
-        if (word == "Rss:" && rollup >> size) return size;
-    }
-    return 0;
+    return KibibytesIn("/proc/" + std::to_string(pid) + "/smaps_rollup", "Rss:");
 }
 
-class Stopwatch {
-  public:
-    double Seconds() const {
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-    }
-
-  private:
-    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-};
+template <typename Step>
+double SecondsOf(Step step) {
+    const auto start = std::chrono::steady_clock::now();
+    step();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
 
 // Times a whole report that `make` writes to a pipe, with and without the waits that are part of
 // it.
@@ -83,9 +75,7 @@ template <typename Make>
 void WholeReport(benchmark::State& state, double wait_seconds, Make make) {
     for (auto _ : state) {
         const DrainedPipe pipe;
-        const Stopwatch stopwatch;
-        make(pipe.fd());
-        const double seconds = stopwatch.Seconds();
+        const double seconds = SecondsOf([&] { make(pipe.fd()); });
         state.SetIterationTime(seconds);
         state.counters["overhead_ns"] = (seconds - wait_seconds) * 1e9;
     }
@@ -130,11 +120,11 @@ void BM_FirstByte(benchmark::State& state, const char* program) {
     for (auto _ : state) {
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0) std::abort();
-        const Stopwatch stopwatch;
-        client.Post({ends[1]});
-        pollfd first{ends[0], POLLIN, 0};
-        poll(&first, 1, -1);
-        state.SetIterationTime(stopwatch.Seconds());
+        state.SetIterationTime(SecondsOf([&] {
+            client.Post({ends[1]});
+            pollfd first{ends[0], POLLIN, 0};
+            poll(&first, 1, -1);
+        }));
         EndService(client);
         close(ends[0]);
         close(ends[1]);
@@ -147,16 +137,16 @@ BENCHMARK_CAPTURE(BM_FirstByte, minimal, "minimal_service")->UseManualTime();
 void BM_Idle(benchmark::State& state, const char* program) {
     ServiceClient client(BusThatStarts(program));
     for (auto _ : state) {
-        const Stopwatch stopwatch;
         client.Get<int32_t>("getInterfaceVersion", "i");
-        state.SetIterationTime(stopwatch.Seconds());
         state.counters["rss_kib"] = ResidentKibibytes(client.Pid());
         EndService(client);
     }
-    state.counters["binary_kib"] =
-            static_cast<double>(fs::file_size(fs::path("/vendor/bin/hw") / program)) / 1024;
+    const std::string stripped = "/tmp/bench/stripped";
+    RunProgram({"/usr/bin/strip", "-o", stripped, std::string("/vendor/bin/hw/") + program},
+               STDERR_FILENO);
+    state.counters["binary_kib"] = static_cast<double>(fs::file_size(stripped)) / 1024;
 }
-BENCHMARK_CAPTURE(BM_Idle, dumpstate, "dumpstate-service")->UseManualTime();
-BENCHMARK_CAPTURE(BM_Idle, minimal, "minimal_service")->UseManualTime();
+BENCHMARK_CAPTURE(BM_Idle, dumpstate, "dumpstate-service")->Iterations(1);
+BENCHMARK_CAPTURE(BM_Idle, minimal, "minimal_service")->Iterations(1);
 
 }  // namespace
