@@ -91,7 +91,6 @@ class Counter : public SocketClient::ICallbacks {
         client_.sendMessage(message, round_trips_ ? sizeof message : 1);
         WaitForFinish();
     }
-
     void WaitForFinish() { finished_.acquire(); }
 
   private:

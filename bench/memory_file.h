@@ -32,8 +32,6 @@ class DrainedPipe {
   public:
     DrainedPipe();
     ~DrainedPipe();  // waits until the thread has all
-    DrainedPipe(const DrainedPipe&) = delete;
-    DrainedPipe& operator=(const DrainedPipe&) = delete;
 
     int fd() const { return ends_[1]; }
 

@@ -1,5 +1,5 @@
-// The least that a service on the bus can be: it has the two methods that are measured, of which
-// the report is its first line.
+// The least that can stand in for the service: the two methods that are measured, of which the
+// report is its first line.
 
 #include <systemd/sd-bus.h>
 

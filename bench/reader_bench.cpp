@@ -56,18 +56,14 @@ class Report {
     size_t shown_ = 0;
 };
 
-const Report& Ordinary() {
-    static const Report report(7500, 55, kMiB / 2);
+template <size_t kRecords, size_t kSections, size_t kSize>
+const Report& Made() {
+    static const Report report(kRecords, kSections, kSize);
     return report;
 }
-const Report& Big() {
-    static const Report report(1'000'000, 50, 50 * kMiB);
-    return report;
-}
-const Report& Huge() {
-    static const Report report(1, 1, 1024 * kMiB);
-    return report;
-}
+constexpr auto* kOrdinary = Made<7500, 55, kMiB / 2>;
+constexpr auto* kBig = Made<1'000'000, 50, 50 * kMiB>;
+constexpr auto* kHuge = Made<1, 1, 1024 * kMiB>;
 
 using Command = std::vector<std::string>;
 
@@ -97,15 +93,15 @@ const Command kSummary{BOARDREPORT, "summary"};
 const Command kCountLines{"/usr/bin/wc", "-l"};
 constexpr size_t kFleet = 200;
 
-BENCHMARK_CAPTURE(Run, page_ordinary, kMakePage, Ordinary)->UseRealTime();
-BENCHMARK_CAPTURE(Run, page_big, kMakePage, Big)->UseRealTime();
-BENCHMARK_CAPTURE(Run, rivals_page_big, kRivalsPage, Big)->UseRealTime()->Repetitions(3);
-BENCHMARK_CAPTURE(Run, page_huge, kMakePage, Huge)->UseRealTime();
-BENCHMARK_CAPTURE(Run, json_ordinary, kJson, Ordinary)->UseRealTime();
-BENCHMARK_CAPTURE(Run, rivals_json_ordinary, kRivalsJson, Ordinary)->UseRealTime();
-BENCHMARK_CAPTURE(Run, json_fleet, kJson, Ordinary, kFleet)->UseRealTime();
-BENCHMARK_CAPTURE(Run, json_calls, kJson, Ordinary, 1, kFleet)->UseRealTime();
-BENCHMARK_CAPTURE(Run, summary_huge, kSummary, Huge)->UseRealTime();
-BENCHMARK_CAPTURE(Run, wc_huge, kCountLines, Huge)->UseRealTime();
+BENCHMARK_CAPTURE(Run, page_ordinary, kMakePage, kOrdinary)->UseRealTime();
+BENCHMARK_CAPTURE(Run, page_big, kMakePage, kBig)->UseRealTime();
+BENCHMARK_CAPTURE(Run, rivals_page_big, kRivalsPage, kBig)->UseRealTime()->Repetitions(3);
+BENCHMARK_CAPTURE(Run, page_huge, kMakePage, kHuge)->UseRealTime();
+BENCHMARK_CAPTURE(Run, json_ordinary, kJson, kOrdinary)->UseRealTime();
+BENCHMARK_CAPTURE(Run, rivals_json_ordinary, kRivalsJson, kOrdinary)->UseRealTime();
+BENCHMARK_CAPTURE(Run, json_fleet, kJson, kOrdinary, kFleet)->UseRealTime();
+BENCHMARK_CAPTURE(Run, json_calls, kJson, kOrdinary, 1, kFleet)->UseRealTime();
+BENCHMARK_CAPTURE(Run, summary_huge, kSummary, kHuge)->UseRealTime();
+BENCHMARK_CAPTURE(Run, wc_huge, kCountLines, kHuge)->UseRealTime();
 
 }  // namespace

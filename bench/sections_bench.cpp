@@ -6,13 +6,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,46 +26,40 @@ namespace {
 using android::os::dumpstate::DumpFileToFd;
 using android::os::dumpstate::RunCommandToFd;
 
+// A report that begins anew with every section.
+template <typename Write>
+void WriteAgainAndAgain(benchmark::State& state, Write write) {
+    const MemoryFile report;
+    for (auto _ : state) {
+        write(report.fd());
+        report.Rewind();
+    }
+}
+
 constexpr char kProgram[] = "/bin/true";
 
 void BM_Command(benchmark::State& state) {
-    const MemoryFile report;
-    for (auto _ : state) {
-        RunCommandToFd(report.fd(), "T", {kProgram});
-        report.Rewind();
-    }
+    WriteAgainAndAgain(state, [](int report) { RunCommandToFd(report, "T", {kProgram}); });
 }
 BENCHMARK(BM_Command)->UseRealTime();
 
 void BM_BareSpawnAndWait(benchmark::State& state) {
-    const MemoryFile report;
-    for (auto _ : state) RunProgram({kProgram}, report.fd());
+    WriteAgainAndAgain(state, [](int report) { RunProgram({kProgram}, report); });
 }
 BENCHMARK(BM_BareSpawnAndWait)->UseRealTime();
 
-void BM_ShellLoopWithTimeout(benchmark::State& state) {
-    constexpr char kScript[] =
-            "i=0; while [ $i -lt 20 ]; do echo '------ T (/bin/true) ------';"
-            " timeout 10 /bin/true; echo '------ T ------'; i=$((i+1)); done";
-    const MemoryFile report;
-    while (state.KeepRunningBatch(20)) {
-        RunProgram({"/vendor/bin/sh", "-c", kScript}, report.fd());
-        report.Rewind();
-    }
+constexpr char kScript[] =
+        "i=0; while [ $i -lt 20 ]; do echo '------ T (/bin/true) ------';"
+        " timeout 10 /bin/true; echo '------ T ------'; i=$((i+1)); done";
+
+void BM_20InShellLoopWithTimeout(benchmark::State& state) {
+    WriteAgainAndAgain(state, [](int report) {
+        RunProgram({"/vendor/bin/sh", "-c", kScript}, report);
+    });
 }
-BENCHMARK(BM_ShellLoopWithTimeout)->UseRealTime();
+BENCHMARK(BM_20InShellLoopWithTimeout)->UseRealTime();
 
 constexpr size_t kSmall = 4000;
-
-void BM_SmallFile(benchmark::State& state) {
-    const MemoryFile file(kSmall);
-    const MemoryFile report;
-    for (auto _ : state) {
-        DumpFileToFd(report.fd(), "T", file.path());
-        report.Rewind();
-    }
-}
-BENCHMARK(BM_SmallFile)->UseRealTime();
 
 // A titled section of one file that a thread of its own has read, with nothing that bounds or
 // guards it.
@@ -91,48 +83,35 @@ void WriteSectionByHand(int report, const std::string& path) {
     benchmark::DoNotOptimize(write(report, section.data(), static_cast<size_t>(length)));
 }
 
+void BM_SmallFile(benchmark::State& state) {
+    const MemoryFile file(kSmall);
+    WriteAgainAndAgain(state, [&](int report) { DumpFileToFd(report, "T", file.path()); });
+}
+BENCHMARK(BM_SmallFile)->UseRealTime();
+
 void BM_SmallFileByHand(benchmark::State& state) {
     const MemoryFile file(kSmall);
-    const MemoryFile report;
-    for (auto _ : state) {
-        WriteSectionByHand(report.fd(), file.path());
-        report.Rewind();
-    }
+    WriteAgainAndAgain(state, [&](int report) { WriteSectionByHand(report, file.path()); });
 }
 BENCHMARK(BM_SmallFileByHand)->UseRealTime();
 
-using Copy = void(int out, const std::string& path);
-
-void DumpFile(int out, const std::string& path) {
-    DumpFileToFd(out, "T", path);
-}
-void Cat(int out, const std::string& path) {
-    RunProgram({"/bin/cat", path}, out);
-}
-
-const MemoryFile& Gibibyte() {
+void BM_GibibyteToPipe(benchmark::State& state, void (*copy)(int out, const std::string& path)) {
     static const MemoryFile file(1024 * kMiB);
-    return file;
+    for (auto _ : state) copy(DrainedPipe().fd(), file.path());
 }
-
-void BM_LargeFileToPipe(benchmark::State& state, Copy* copy) {
-    for (auto _ : state) copy(DrainedPipe().fd(), Gibibyte().path());
-}
-BENCHMARK_CAPTURE(BM_LargeFileToPipe, dump, DumpFile)->UseRealTime()->Iterations(1);
-BENCHMARK_CAPTURE(BM_LargeFileToPipe, cat, Cat)->UseRealTime()->Iterations(1);
-
-// Written before, so that the time isn't what the kernel takes to find a gibibyte of memory.
-void BM_LargeFileToFile(benchmark::State& state, Copy* copy) {
-    static const MemoryFile report(1025 * kMiB);
-    for (auto _ : state) {
-        report.Rewind();
-        copy(report.fd(), Gibibyte().path());
-    }
-}
-BENCHMARK_CAPTURE(BM_LargeFileToFile, dump, DumpFile)->UseRealTime()->Iterations(1);
-BENCHMARK_CAPTURE(BM_LargeFileToFile, cat, Cat)->UseRealTime()->Iterations(1);
+BENCHMARK_CAPTURE(BM_GibibyteToPipe, dump,
+                  [](int out, const std::string& path) { DumpFileToFd(out, "T", path); })
+        ->UseRealTime()
+        ->Iterations(1);
+BENCHMARK_CAPTURE(BM_GibibyteToPipe, cat,
+                  [](int out, const std::string& path) {
+                      RunProgram({"/bin/cat", path}, out);
+                  })
+        ->UseRealTime()
+        ->Iterations(1);
 
 constexpr char kCopies[] = "/dev/shm/copies";
+const std::string kCopy = "/vendor/bin/cp $f /dev/shm/copies/${f##*/}";
 
 // A directory of that many logs.
 std::string Logs(int64_t count) {
@@ -164,15 +143,14 @@ void BM_DumpLogs(benchmark::State& state) {
         aidl::android::hardware::dumpstate::dumpLogs(out, logs, kCopies, -1, "log_");
     });
 }
-BENCHMARK(BM_DumpLogs)->ArgName("files")->Arg(100)->UseRealTime();
-BENCHMARK(BM_DumpLogs)->ArgName("files")->Arg(1000)->UseRealTime()->Iterations(1)->Repetitions(3);
+BENCHMARK(BM_DumpLogs)->Arg(100)->UseRealTime();
+BENCHMARK(BM_DumpLogs)->Arg(1000)->UseRealTime()->Iterations(1)->Repetitions(3);
 
 void BM_BareCopies(benchmark::State& state) {
     std::vector<std::string> names;
     for (const auto& log : fs::directory_iterator(Logs(state.range(0)))) {
         names.push_back(log.path().filename());
     }
-    std::ranges::sort(names, std::greater());  // the newest first, as dumpLogs takes them
     CopyLogs(state, [&](const std::string& logs, int out) {
         for (const std::string& name : names) {
             RunProgram({"/vendor/bin/sh", "-c",
@@ -181,7 +159,7 @@ void BM_BareCopies(benchmark::State& state) {
         }
     });
 }
-BENCHMARK(BM_BareCopies)->ArgName("files")->Arg(100)->UseRealTime();
+BENCHMARK(BM_BareCopies)->Arg(100)->UseRealTime();
 
 // By cp alone, and by a shell of its own for each cp, which is how dumpLogs has to run it.
 void BM_ShellLoop(benchmark::State& state, const std::string& body) {
@@ -190,13 +168,8 @@ void BM_ShellLoop(benchmark::State& state, const std::string& body) {
                    out);
     });
 }
-BENCHMARK_CAPTURE(BM_ShellLoop, cp, "/vendor/bin/cp $f /dev/shm/copies/${f##*/}")
-        ->ArgName("files")
-        ->Arg(100)
-        ->UseRealTime();
-BENCHMARK_CAPTURE(BM_ShellLoop, sh_cp,
-                  "/vendor/bin/sh -c \"/vendor/bin/cp $f /dev/shm/copies/${f##*/}\"")
-        ->ArgName("files")
+BENCHMARK_CAPTURE(BM_ShellLoop, cp, kCopy)->Arg(100)->UseRealTime();
+BENCHMARK_CAPTURE(BM_ShellLoop, sh_cp, "/vendor/bin/sh -c \"" + kCopy + "\"")
         ->Arg(100)
         ->UseRealTime();
 

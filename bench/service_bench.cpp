@@ -14,7 +14,6 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <string>
 
 #include "memory_file.h"
@@ -30,13 +29,9 @@ namespace {
 // A bus of its own that can start the program as the service. It ends with the wearable. Returns
 // its address.
 std::string BusThatStarts(const std::string& program) {
-    static std::map<std::string, std::string> addresses;
-    std::string& address = addresses[program];
-    if (!address.empty()) return address;
-    GTEST_FLAG_SET(throw_on_failure, true);  // nothing after it would measure what it says
     const fs::path folder = "/tmp/bench/" + program;
-    fs::create_directories(folder);
-    address = "unix:path=" + (folder / "socket").native();
+    const std::string address = "unix:path=" + (folder / "socket").native();
+    if (!fs::create_directories(folder)) return address;  // it runs
     std::ofstream(folder / "service.service") << "[D-BUS Service]\nName=" << ServiceClient::kName
                                               << "\nExec=/vendor/bin/hw/" << program << "\n";
     std::ofstream(folder / "bus.conf")
@@ -85,37 +80,31 @@ constexpr double kPause = 2;                       // between the two statistics
 constexpr timespec kFirstAttempt{0, 250'000'000};  // the wait before it, to reach the hub
 constexpr double kWaits = kPause + 0.25;
 
-const RecordedReport& Recorded() {
-    static const RecordedReport report;
-    return report;
-}
-
 void BM_Report(benchmark::State& state) {
     static ServiceClient client;
     client.Get<int32_t>("getInterfaceVersion", "i");  // starts it
-    WholeReport(state, kWaits, [](int fd) { client.Board({fd}); });
+    WholeReport(state, kWaits, [](int fd) { EXPECT_EQ(client.Board({fd}), ""); });
     state.counters["rss_kib"] = ResidentKibibytes(client.Pid());
 }
 BENCHMARK(BM_Report)->UseManualTime()->Iterations(1)->Repetitions(5);
 
 void BM_BareReport(benchmark::State& state) {
-    Recorded();
+    static const RecordedReport report;
     WholeReport(state, kWaits, [](int fd) {
         clock_nanosleep(CLOCK_MONOTONIC, 0, &kFirstAttempt, nullptr);
-        Recorded().Replay(fd);
+        report.Replay(fd);
     });
 }
 BENCHMARK(BM_BareReport)->UseManualTime()->Iterations(1)->Repetitions(5);
 
 void BM_ReportScript(benchmark::State& state) {
-    const std::string script = Recorded().Script();
-    WholeReport(state, kPause, [&script](int fd) {
-        RunProgram({"/vendor/bin/sh", "-c", script}, fd);
-    });
+    static const std::string script = RecordedReport().Script();
+    WholeReport(state, kPause, [](int fd) { RunProgram({"/vendor/bin/sh", "-c", script}, fd); });
 }
 BENCHMARK(BM_ReportScript)->UseManualTime()->Iterations(1)->Repetitions(5);
 
-void BM_FirstByte(benchmark::State& state, const char* program) {
+// Time and, of a service that has been asked for next to nothing, what stays.
+void BM_FirstByte(benchmark::State& state, const std::string& program) {
     ServiceClient client(BusThatStarts(program));
     for (auto _ : state) {
         int ends[2];
@@ -129,24 +118,20 @@ void BM_FirstByte(benchmark::State& state, const char* program) {
         close(ends[0]);
         close(ends[1]);
     }
+    client.Get<int32_t>("getInterfaceVersion", "i");
+    state.counters["rss_kib"] = ResidentKibibytes(client.Pid());
+    EndService(client);
+    const std::string stripped = "/tmp/bench/stripped";
+    RunProgram({"/usr/bin/strip", "-o", stripped, "/vendor/bin/hw/" + program}, STDERR_FILENO);
+    state.counters["binary_kib"] = static_cast<double>(fs::file_size(stripped)) / 1024;
 }
 BENCHMARK_CAPTURE(BM_FirstByte, dumpstate, "dumpstate-service")->UseManualTime();
 BENCHMARK_CAPTURE(BM_FirstByte, minimal, "minimal_service")->UseManualTime();
 
-// What stays of a service that has been started and asked for next to nothing.
-void BM_Idle(benchmark::State& state, const char* program) {
-    ServiceClient client(BusThatStarts(program));
-    for (auto _ : state) {
-        client.Get<int32_t>("getInterfaceVersion", "i");
-        state.counters["rss_kib"] = ResidentKibibytes(client.Pid());
-        EndService(client);
-    }
-    const std::string stripped = "/tmp/bench/stripped";
-    RunProgram({"/usr/bin/strip", "-o", stripped, std::string("/vendor/bin/hw/") + program},
-               STDERR_FILENO);
-    state.counters["binary_kib"] = static_cast<double>(fs::file_size(stripped)) / 1024;
-}
-BENCHMARK_CAPTURE(BM_Idle, dumpstate, "dumpstate-service")->Iterations(1);
-BENCHMARK_CAPTURE(BM_Idle, minimal, "minimal_service")->Iterations(1);
-
 }  // namespace
+
+int main(int argc, char** argv) {
+    GTEST_FLAG_SET(throw_on_failure, true);  // nothing after it would measure what it says
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+}

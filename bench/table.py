@@ -1,14 +1,10 @@
 #!/usr/bin/python3
-"""Prints the table of doc/performance.md from rows.tsv and a folder of Google Benchmark's JSON.
+"""Prints the table of doc/performance.md: table.py ROWS FOLDER
 
-table.py ROWS FOLDER
-
-Each row has the medians of two measures and their ratio, bold where it is more than it may come to. Those
-of programs that have no file in the folder are left out, unless it has none. A measure is
-    NAME[.COUNTER][*FACTOR]   a benchmark's time, or one of its counters
-    NUMBER UNIT               one that is given
-PROGRAM.device.json is of a build with a device's flags: the time has a column where it differs by more
-than a tenth.
+Each of ROWS has the medians of two measures, from Google Benchmark's PROGRAM.json in the folder, and their
+ratio, bold where it is more than it may come to. What was not measured is left out, unless nothing was. A
+measure is NAME[.COUNTER][*FACTOR], a benchmark's time or a counter of it, or a given NUMBER UNIT.
+PROGRAM.device.json is of a build as a device's: shown where it differs by more than a tenth.
 """
 import json
 import pathlib
@@ -41,22 +37,18 @@ def value_of(measure, medians):
 def human(value, measure):
     if value is None:
         return '–'
-    if re.search(r'_kib| [KM]iB', measure):
-        units = ('KiB', 'MiB') if value >= 10240 else ('KiB',)
-    else:
-        units = [unit for unit in ('ns', 'µs', 'ms', 's') if value >= UNITS[unit]] or ['ns']
-    scaled = value / UNITS[units[-1]]
-    return f'{scaled:.{max(0, 3 - len(str(int(scaled))))}f} {units[-1]}'
+    names = ('KiB', 'MiB') if re.search(r'_kib| [KM]iB', measure) else ('ns', 'µs', 'ms', 's')
+    name = max((name for name in names if value >= UNITS[name]), key=UNITS.get)
+    scaled = value / UNITS[name]
+    return f'{scaled:.{max(0, 3 - len(str(int(scaled))))}f} {name}'
 
 
-def cells_of(row, medians, devices):
-    work, measure, beside, other_measure, most = row
-    ours, other = value_of(measure, medians), value_of(other_measure, medians)
-    device = value_of(measure, devices)
+def cells_of(work, measure, beside, other_measure, most, medians, devices):
+    ours, other, device = (value_of(measure, medians), value_of(other_measure, medians),
+                           value_of(measure, devices))
     differs = ours and device and not 0.9 < device / ours < 1.1
     ratio = f'{ours / other:.2f}' if ours and other else '–'
-    most_number = most.split()[0]
-    if ratio != '–' and most_number != '-' and float(ratio) > float(most_number):
+    if ours and other and not most.startswith('-') and float(ratio) > float(most.split()[0]):
         ratio = f'**{ratio}**'
     return [work, human(ours, measure), human(device, measure) if differs else '', beside,
             human(other, other_measure), ratio, most.removeprefix('-').strip()]
@@ -75,7 +67,7 @@ def main():
             devices = results.get(program.with_suffix('.device.json'), {})
             last = ''
         elif not line.startswith('#') and (medians or not results):
-            cells = cells_of(line.split('\t'), medians, devices)
+            cells = cells_of(*line.split('\t'), medians, devices)
             shown = ['', '', ''] + cells[3:] if cells[0] == last else cells
             print('|', ' | '.join(shown), '|')
             last = cells[0]
