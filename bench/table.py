@@ -55,7 +55,7 @@ def cells_of(work, measure, beside, other_measure, most, medians, devices):
 
 
 def main():
-    rows, folder = sys.argv[1:]
+    rows, folder = sys.argv[1], sys.argv[2]
     results = {path: medians_of(path) for path in pathlib.Path(folder).glob('*.json')}
     print('| work | ours | as on a device | beside | | ratio | at most |')
     print('| --- | --- | --- | --- | --- | --- | --- |')
