@@ -40,6 +40,7 @@ std::string Quoted(std::string word) {
 
 RecordedReport::RecordedReport() {
     using aidl::android::hardware::dumpstate::Dumpstate;
+    ThePlatform() = {};
     for (const auto& property : std::filesystem::directory_iterator("/dev/__properties__")) {
         std::getline(std::ifstream(property.path()),
                      ThePlatform().properties[property.path().filename()]);
