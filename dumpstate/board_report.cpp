@@ -1,3 +1,5 @@
+#include <fcntl.h>
+
 #include <chrono>
 
 #include "dumpstate.h"
@@ -27,6 +29,15 @@ constexpr Entry kStorageAndWlan[] = {
         File("WLAN FW Log Symbol Table", "/vendor/firmware/Data.msc"),
 };
 
+// As large as anybody may make a pipe: an ordinary report then fits in as a whole, and a reader
+// that pauses misses nothing.
+void enlargePipe(int fd) {
+    constexpr int kMost = 1 << 20;
+    if (const int size = fcntl(fd, F_GETPIPE_SZ); size > 0 && size < kMost) {
+        fcntl(fd, F_SETPIPE_SZ, kMost);
+    }
+}
+
 void writeVerboseLine(int fd, bool enabled) {
     tev::dumpstate::PrintToReport(fd, "verbose logging: %s\n", enabled ? "enabled" : "disabled");
 }
@@ -51,6 +62,7 @@ ndk::ScopedAStatus Dumpstate::dumpstateBoardImpl(
     const bool has_bundle = bundle_fd >= 1;
     ModemCapture capture;
 
+    enlargePipe(fd);
     protect("verbose logging", [&] { writeVerboseLine(fd, getVerboseLoggingEnabledImpl()); });
     if (is_staged) {
         protect("staging", [&] { dumpEntries(fd, kStaging); });

@@ -114,7 +114,7 @@ bool SetProperty(const std::string& key, const std::string& value) {
     std::string unfinished = PathOf("." + key + ".XXXXXX");
     const unique_fd fd(mkostemp(unfinished.data(), O_CLOEXEC));
     if (fd.get() < 0) return false;
-    int error = platform::WriteUntil(fd.get(), value, platform::Deadline::max());
+    int error = platform::WriteWithin(std::chrono::hours(1), fd.get(), value);
     // Everybody may read a property, whatever umask its writer runs under.
     if (error == 0 && (fchmod(fd.get(), 0644) != 0 || !Publish(key, unfinished))) error = errno;
     unlink(unfinished.c_str());

@@ -25,6 +25,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
 
 constexpr std::chrono::milliseconds kLogPatience{100};
 
@@ -95,7 +96,9 @@ class Log {
             text = Record(ANDROID_LOG_WARN, "log", told);
         }
         text += Record(priority, tag, message);
-        const int error = platform::WriteUntil(STDERR_FILENO, text, now + kLogPatience);
+        // A reader that was waited for in vain is waited for again once it has taken something.
+        const int error = platform::WriteWithin(stopped_ ? 0ms : kLogPatience, STDERR_FILENO, text);
+        stopped_ = error == ETIMEDOUT;
         missing_ = error == 0 ? 0 : missing_ + 1;
         return error == 0 ? 1 : -error;
     }
@@ -110,6 +113,7 @@ class Log {
     std::mutex mutex_;
     std::array<Allowance, 61> allowances_;
     uint64_t missing_ = 0;  // since the last record that was written
+    bool stopped_ = false;
 };
 
 // Never destroyed: whoever outlives the others may log.

@@ -11,8 +11,8 @@
 // A record is one write(2): records of several threads or processes never mix, on a pipe up to
 // PIPE_BUF bytes. Any thread may log.
 // A log reader that has stopped costs one caller 100 ms, and then every record until it takes
-// something again. Of one tag and priority, 10,000 may come at once and 100 a second after that. How
-// many are missing is told by a line of its own before the next record. No exception leaves.
+// something again. Of one tag and priority, 10,000 may come at once and 100 a second after that.
+// How many are missing is told by a line of its own before the next record. No exception leaves.
 
 extern "C" {
 

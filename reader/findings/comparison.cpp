@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "sensor_kinds.h"
 #include "sensor_statistics.h"
 
 namespace reader {
@@ -143,9 +144,7 @@ std::vector<Comparison::SectionLine> CompareSections(std::span<const Report> rep
 bool Stopped(const Report& report, const Sensor* sensor) {
     if (sensor == nullptr || !sensor->skipped.empty()) return true;
     // Nobody need have made a gesture or worn it.
-    const SensorKind::Shape shape = KindOf(*sensor).shape;
-    const bool steady = shape == SensorKind::Shape::kVector || shape == SensorKind::Shape::kScalar;
-    if (sensor->times.empty()) return steady;
+    if (sensor->times.empty()) return KindOf(*sensor).steady();
     const SensorStatistics statistics = Measure(*report.black_box, *sensor);
     return statistics.still || statistics.frozen_to_end || statistics.silent > 0;
 }

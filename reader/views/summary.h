@@ -33,7 +33,4 @@ class HostCheck {
     size_t without_program_ = 0;
 };
 
-// "1.5 MiB"
-std::string HumanSize(uint64_t bytes);
-
 }  // namespace reader

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "page_parts.h"
+#include "units.h"
 
 namespace reader {
 namespace {

@@ -6,20 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "report_parser.h"
+#include "black_box.h"
 
 namespace reader {
-
-// What is measured, by the sensor's number.
-struct SensorKind {
-    enum class Shape { kVector, kScalar, kEvent, kWear };
-    unsigned number;
-    Shape shape;
-    const char* unit;  // "m/s²"; "" where there is none
-};
-
-// A sensor that the table doesn't have is a vector or a scalar, as its records are.
-SensorKind KindOf(const Sensor& sensor);
 
 struct SensorStatistics {
     struct Period {

@@ -9,6 +9,7 @@
 
 #include "facts.h"
 #include "report_parser.h"
+#include "section.h"
 #include "source.h"
 
 namespace reader {

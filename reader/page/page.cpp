@@ -3,6 +3,7 @@
 #include "page_built.h"
 #include "page_html.h"
 #include "page_parts.h"
+#include "units.h"
 
 namespace reader {
 namespace {

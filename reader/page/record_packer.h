@@ -3,11 +3,12 @@
 #include <cstdint>
 #include <string>
 
-#include "report_parser.h"
+#include "black_box.h"
 
 namespace reader {
 
-// A sensor's records as a page carries them; page/records.js tells what `bytes` holds and reads it.
+// A sensor's records as a page carries them; assets/records.js tells what `bytes` holds and reads
+// it.
 struct PackedRecords {
     uint64_t first = 0;        // the oldest record's time, nanoseconds since boot
     uint64_t unit = 1;         // of the times, in nanoseconds

@@ -4,7 +4,7 @@
 
 #include "line_diff.h"
 #include "page_parts.h"
-#include "summary.h"
+#include "units.h"
 
 namespace reader {
 namespace {

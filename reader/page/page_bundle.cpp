@@ -5,7 +5,7 @@
 
 #include "bundle.h"
 #include "page_parts.h"
-#include "summary.h"
+#include "units.h"
 
 namespace reader {
 namespace {

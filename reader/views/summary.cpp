@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "comparison.h"
+#include "sensor_kinds.h"
 #include "sensor_statistics.h"
+#include "units.h"
 #include "utf8.h"
 
 namespace reader {
@@ -404,17 +406,6 @@ std::string HostCheck::Sentence() const {
     constexpr size_t kFew = 5;  // that a device may lack
     if (without_program_ <= kFew || without_program_ * 2 <= commands_) return "";
     return "A host without /vendor/bin: no more shows than its own /proc and /sys.";
-}
-
-std::string HumanSize(uint64_t bytes) {
-    constexpr std::array<const char*, 4> kUnits = {"bytes", "KiB", "MiB", "GiB"};
-    size_t unit = 0;
-    auto size = static_cast<double>(bytes);
-    while (size >= 1024 && unit + 1 < kUnits.size()) {
-        size /= 1024;
-        ++unit;
-    }
-    return Format(unit == 0 ? "%.0f %s" : "%.1f %s", size, kUnits[unit]);
 }
 
 }  // namespace reader

@@ -4,9 +4,9 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <iterator>
 
 #include "clock_time.h"
+#include "sensor_kinds.h"
 
 namespace reader {
 namespace {
@@ -16,13 +16,6 @@ constexpr double kGapSteps = 10;
 // A sensor at rest repeats a value by chance, but not for so long.
 constexpr size_t kFrozenRecords = 10;
 constexpr double kFrozenSeconds = 2;
-
-constexpr SensorKind kKinds[] = {
-        {1, SensorKind::Shape::kVector, "m/s²"}, {6, SensorKind::Shape::kVector, "rad/s"},
-        {8, SensorKind::Shape::kVector, "µT"},   {10, SensorKind::Shape::kScalar, "hPa"},
-        {196, SensorKind::Shape::kWear, "s"},    {200, SensorKind::Shape::kEvent, ""},
-        {214, SensorKind::Shape::kEvent, ""},
-};
 
 // From one record to the next, in seconds. Times that go back are no step: the service's own wrap.
 double Step(const Sensor& sensor, size_t i) {
@@ -73,10 +66,8 @@ void FindFrozen(const Sensor& sensor, SensorStatistics& statistics) {
 double Silence(const BlackBox& black_box, const Sensor& sensor) {
     uint64_t newest = 0;
     for (const Sensor& other : black_box.sensors) {
-        const SensorKind::Shape shape = KindOf(other).shape;
-        const bool steady =
-                shape == SensorKind::Shape::kVector || shape == SensorKind::Shape::kScalar;
-        if (steady && !other.times.empty()) newest = std::max(newest, other.times.back());
+        if (KindOf(other).steady() && !other.times.empty())
+            newest = std::max(newest, other.times.back());
     }
     const uint64_t own = sensor.times.back();
     return newest <= own ? 0 : static_cast<double>(newest - own) / kSecond;
@@ -100,13 +91,6 @@ std::string Seconds(double seconds) {
 
 }  // namespace
 
-SensorKind KindOf(const Sensor& sensor) {
-    const auto* const known = std::ranges::find(kKinds, sensor.number, &SensorKind::number);
-    if (known != std::end(kKinds)) return *known;
-    return {sensor.number,
-            sensor.values.size() > 1 ? SensorKind::Shape::kVector : SensorKind::Shape::kScalar, ""};
-}
-
 SensorStatistics Measure(const BlackBox& black_box, const Sensor& sensor) {
     SensorStatistics statistics;
     const size_t count = sensor.times.size();
@@ -117,8 +101,7 @@ SensorStatistics Measure(const BlackBox& black_box, const Sensor& sensor) {
         statistics.rate = static_cast<double>(count - 1) / statistics.span;
     }
     statistics.median_step = MedianStep(sensor);
-    const SensorKind::Shape shape = KindOf(sensor).shape;
-    if (shape == SensorKind::Shape::kEvent || shape == SensorKind::Shape::kWear) return statistics;
+    if (!KindOf(sensor).steady()) return statistics;
 
     const double longest = kGapSteps * statistics.median_step;
     for (size_t i = 1; i < count; ++i) {

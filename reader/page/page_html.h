@@ -67,10 +67,4 @@ class Html {
 // that the next bytes go on with.
 size_t WholeCharacters(std::string_view text);
 
-std::string Fixed(double number, int digits);
-// "7,442"
-std::string Grouped(uint64_t number);
-// "2 min 54 s"
-std::string Duration(double seconds);
-
 }  // namespace reader

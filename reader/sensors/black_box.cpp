@@ -5,24 +5,15 @@
 #include <charconv>
 #include <cmath>
 
+#include "sensor_kinds.h"
+
 namespace reader {
 namespace {
 
 constexpr size_t kMostValues = 3;
 
-// What the hub of a wearable records. A device may have fewer, but a block that has most of them
-// has lost the others: of a sensor of which no piece has come, the service knows nothing to say.
-struct KnownSensor {
-    unsigned number;
-    const char* name;
-};
-constexpr std::array<KnownSensor, 7> kKnownSensors = {{{1, "Accelerometer"},
-                                                       {6, "Gyroscope"},
-                                                       {8, "Magnetometer"},
-                                                       {10, "Barometer"},
-                                                       {196, "LowLatencyOffBody"},
-                                                       {200, "TiltToWake"},
-                                                       {214, "RaiseToTalk"}}};
+// A device may have fewer sensors than are known, but a block that has most of them has lost the
+// others: of a sensor of which no piece has come, the service knows nothing to say.
 constexpr size_t kMostSensors = 5;
 
 // Takes apart a line from its front; each says whether that was there.
@@ -164,12 +155,12 @@ std::string BlackBox::Trouble() const {
         if (!sensor.skipped.empty()) add(sensor.name + " skipped: " + sensor.skipped);
     }
     std::vector<const char*> lost;
-    for (const KnownSensor& known : kKnownSensors) {
+    for (const SensorKind& known : KnownSensors()) {
         if (std::ranges::find(sensors, known.number, &Sensor::number) == sensors.end()) {
             lost.push_back(known.name);
         }
     }
-    if (kKnownSensors.size() - lost.size() < kMostSensors) return trouble;
+    if (KnownSensors().size() - lost.size() < kMostSensors) return trouble;
     for (const char* const name : lost) add(std::string(name) + " is missing");
     return trouble;
 }

@@ -4,6 +4,8 @@
 
 #include "page_parts.h"
 #include "record_packer.h"
+#include "sensor_kinds.h"
+#include "units.h"
 
 namespace reader {
 namespace {
@@ -35,9 +37,7 @@ Markup ShapeOf(const SensorKind& kind) {
 
 // How far apart two records have to be for a gap between them, in nanoseconds.
 std::string GapOf(const SensorKind& kind, const SensorStatistics& statistics) {
-    const bool steady =
-            kind.shape == SensorKind::Shape::kVector || kind.shape == SensorKind::Shape::kScalar;
-    if (!steady || statistics.median_step <= 0) return "Infinity";
+    if (!kind.steady() || statistics.median_step <= 0) return "Infinity";
     return Fixed(10e9 * statistics.median_step, 0);
 }
 
