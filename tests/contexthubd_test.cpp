@@ -245,7 +245,8 @@ TEST_F(ContexthubdTest, IgnoresWhatItCannotReadAndWaitsForNobodyElse) {
 
 TEST_F(ContexthubdTest, NamesWhatIsWrongWithItsOptions) {
     const auto refused = [](const std::string& options, int status, const char* sentence) {
-        const std::string line = "timeout 60 contexthubd " + options + " >" + kLog + " 2>&1";
+        const std::string line =
+                "/usr/bin/timeout 60 contexthubd " + options + " >" + kLog + " 2>&1";
         EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), status) << options;
         EXPECT_NE(ReadFile(kLog).find(sentence), std::string::npos) << ReadFile(kLog);
     };
