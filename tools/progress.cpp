@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "units.h"
 #include "utf8.h"
 
 using reader::Printable;

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "report_parser.h"
+#include "section.h"
 #include "summary.h"
 
 // Shows a report's progress on standard error: a plain line for each section and the black box as

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace reader {
+
+// Numbers for people.
+
+// "1.5 MiB"
+std::string HumanSize(uint64_t bytes);
+// "2 min 54 s"; below a minute "4.5 s".
+std::string Duration(double seconds);
+// Always the same form, with so many digits after the point.
+std::string Fixed(double number, int digits);
+// "7,442"
+std::string Grouped(uint64_t number);
+
+}  // namespace reader
