@@ -129,6 +129,10 @@ class Spawning {
 
     // Allocates nothing: nobody catches what would be thrown on a thread of its own.
     void Run() {
+        {
+            const std::lock_guard lock(mutex_);
+            if (abandoned_) return;
+        }
         pid_t pid = -1;
         const int error = plan_.Spawn(&pid, argv_.data());
         const std::lock_guard lock(mutex_);
