@@ -41,6 +41,7 @@ class ReportParser {
         enum class Kind {
             kHeader,     // a footer, of the section `title`, without its header
             kFooter,     // the section `title` goes on until after others: its footer is another's
+            kAround,     // of lines outside that the service doesn't write there; `title` is the first
             kBeginning,  // another report begins, and the one before has not come to its end
         };
         Kind kind;
@@ -106,6 +107,8 @@ class ReportParser {
         double seconds;
     };
 
+    // Each line is looked at: else only those that may be a header and the like.
+    bool EveryLineMatters() const { return in_black_box_ || open_.empty(); }
     bool MayMatter(char first) const;
     size_t FindLine(std::string_view bytes) const;
     void Capture(std::string_view bytes);
@@ -126,7 +129,10 @@ class ReportParser {
     void Drop(size_t from);
     void GiveUp(size_t open, uint64_t at);
     void TellResolved(uint64_t at);
-    void TellLoss(Loss::Kind kind, std::string_view title, const Line& line);
+    void TakeLongLine(std::string_view beginning, uint64_t begin);
+    void TakeOutside(const Line& line);
+    void TellStray();
+    void TellLoss(Loss::Kind kind, std::string_view title, TextRange where);
     void Tell(Item&& item, uint64_t end);
     void TellOutside(uint64_t until);
 
@@ -135,6 +141,7 @@ class ReportParser {
     std::optional<bool> verbose_;
     bool has_first_line_ = false;
     bool at_end_ = false;
+    std::optional<Loss> stray_;  // lines that may belong to a footer that is to come
     bool cut_ = false;
 
     bool line_start_ = true;  // else within a line that doesn't matter
