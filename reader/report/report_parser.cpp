@@ -162,7 +162,8 @@ void ReportParser::Finish() {
     if (line.starts_with('-')) {
         const uint64_t begin = fed_ - line.size();
         TakeLine({line, begin, fed_});
-        if (stray_ && stray_->where.begin == begin) stray_.reset();  // a header's beginning, perhaps
+        if (stray_ && stray_->where.begin == begin)
+            stray_.reset();  // a header's beginning, perhaps
     } else {
         Capture(line);
     }
@@ -212,7 +213,7 @@ void ReportParser::TakeFirstLine(const Line& line, std::string_view setting) {
         older_ = line.begin;
         return;
     }
-    if (in_black_box_) return TakeBlackBoxLine(line);
+    EndBlackBox(line.begin);
     TellStray();
     if (!has_first_line_ && told_ == 0) {
         if (setting == "enabled" || setting == "disabled") verbose_ = setting == "enabled";
@@ -228,7 +229,8 @@ void ReportParser::TakeFirstLine(const Line& line, std::string_view setting) {
 void ReportParser::TakeOutside(const Line& line) {
     if (!has_first_line_ || at_end_ || IsServiceLine(line.text)) return;
     if (!stray_) {
-        stray_ = {Loss::Kind::kAround, std::string(line.text.substr(0, kToldOfLine)),
+        stray_ = {Loss::Kind::kAround,
+                  std::string(line.text.substr(0, kToldOfLine)),
                   {line.begin, line.begin}};
     }
     stray_->where.end = line.end;
@@ -262,7 +264,10 @@ void ReportParser::TakeRule(const Line& line) {
     } else if (line.text == kBlackBox) {
         BeginBlackBox(line);
     } else if (open_.empty()) {
+        has_headings_ = has_headings_ || line.text == kLastHeading;
         TakeOutside(line);
+    } else if (line.text == kLastHeading && !has_headings_) {
+        own_heading_ = line.begin;
     }
 }
 
@@ -347,17 +352,18 @@ void ReportParser::TakeFooter(const Line& line, const Footer& footer) {
     TellResolved(line.end);
 }
 
-// Whether what seems to be the item's content are sections that the service writes, none of which
-// has come before it.
+// Whether what seems to be the item's content is what the service writes, and has not come before
+// it.
 bool ReportParser::HoldsOwnSections(size_t index) const {
+    const uint64_t begin = items_[index].begin;
     std::array<size_t, kServiceSections> within{};
-    bool holds = false;
+    bool holds = own_heading_ > begin && older_ <= begin;
     for (size_t i = index + 1; i < items_.size(); ++i) {
         if (items_[i].service) ++within[*items_[i].service];
     }
     for (size_t i = index + 1; i < items_.size() && !holds; ++i) {
         const Item& item = items_[i];
-        holds = item.service && item.older <= items_[index].begin &&
+        holds = item.service && item.older <= begin &&
                 seen_[*item.service] == within[*item.service];
     }
     return holds;

@@ -39,9 +39,9 @@ class ReportParser {
   public:
     struct Loss {
         enum class Kind {
-            kHeader,     // a footer, of the section `title`, without its header
-            kFooter,     // the section `title` goes on until after others: its footer is another's
-            kAround,     // of lines outside that the service doesn't write there; `title` is the first
+            kHeader,  // a footer, of the section `title`, without its header
+            kFooter,  // the section `title` goes on until after others: its footer is another's
+            kAround,  // of lines outside that the service doesn't write there; `title` is the first
             kBeginning,  // another report begins, and the one before has not come to its end
         };
         Kind kind;
@@ -151,8 +151,10 @@ class ReportParser {
 
     // The first is told as soon as it ends; what follows it, as in the report, has begun within it.
     std::vector<Item> items_;
-    std::vector<size_t> open_;  // the sections that are open, outermost first
-    uint64_t older_ = 0;        // where in content a report's first line stood last
+    std::vector<size_t> open_;   // the sections that are open, outermost first
+    uint64_t older_ = 0;         // where in content a report's first line stood last
+    uint64_t own_heading_ = 0;   // where in content one stands that is due outside
+    bool has_headings_ = false;  // outside
     // How often each of the service's sections is among the items, complete, or has been told.
     std::array<size_t, kServiceSections> seen_{};
     bool in_black_box_ = false;        // the last item is the black box, and open

@@ -61,8 +61,7 @@ constexpr std::array<std::string_view, kServiceSections> kTitles = {
 
 constexpr std::array<std::string_view, 4> kLines = {
         "", "-------------------------------------------------------",
-        "------------------- USF Stats (1/2) -------------------",
-        "------------------- USF Stats (2/2) -------------------"};
+        "------------------- USF Stats (1/2) -------------------", kLastHeading};
 
 }  // namespace
 

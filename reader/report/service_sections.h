@@ -20,6 +20,9 @@ std::string_view LastServiceSection();
 // Whether the service writes the line outside of sections and black box.
 bool IsServiceLine(std::string_view line);
 
+inline constexpr std::string_view kLastHeading =
+        "------------------- USF Stats (2/2) -------------------";
+
 // The section that tells when the device booted and when the report was made.
 inline constexpr std::string_view kTimesSection = "Power Stats Times";
 
