@@ -2,7 +2,7 @@
 'use strict';
 (() => {
     // The last may be what is outside of the sections, which has no title.
-    const sections = [...document.querySelectorAll('#sections details:is([data-section], .outside)')];
+    const sections = [...document.querySelectorAll('#sections :is([data-section], .outside)')];
     const titled = sections.filter(section => 'section' in section.dataset);
     const search = document.querySelector('input[type=search]');
     const found = document.querySelector('#found');
@@ -19,11 +19,11 @@
             return;  // not one of this page's
         }
         const target = document.getElementById(id);
-        if (!target || target.tagName !== 'DETAILS') return;
+        if (!target?.matches('details, [data-section]')) return;
         if (target.hidden) clearSearch();
         target.open = true;
         target.scrollIntoView({block: 'start'});
-        target.querySelector('summary').focus({preventScroll: true});
+        target.querySelector('summary')?.focus({preventScroll: true});
     }
     addEventListener('hashchange', openTarget);
     document.addEventListener('click', event => {
@@ -69,7 +69,7 @@
         if (!window.CSS || !CSS.highlights) return;
         const ranges = [];
         if (last !== '') {
-            for (const section of sections.filter(one => one.open && !one.hidden)) {
+            for (const section of sections.filter(one => one.open !== false && !one.hidden)) {
                 const walker = document.createTreeWalker(section, NodeFilter.SHOW_TEXT);
                 while (walker.nextNode() && ranges.length < kMostMarks) {
                     const text = walker.currentNode.data.toLowerCase();
@@ -95,7 +95,8 @@
             if (event.key === 'Enter' && search.value !== '' && first) {
                 event.preventDefault();  // or it would close again what has the focus by then
                 first.open = true;
-                first.querySelector('summary').focus();
+                first.querySelector('summary')?.focus();
+                first.scrollIntoView({block: 'nearest'});
             } else if (event.key === 'Escape') {
                 clearSearch();
             }
