@@ -6,11 +6,9 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstring>
-#include <mutex>
-#include <optional>
 #include <string_view>
 
-#include "nonblocking_output.h"
+#include "patient_write.h"
 
 namespace android::chre {
 namespace {
@@ -18,21 +16,10 @@ namespace {
 constexpr char kTag[] = "CHRE";
 constexpr std::chrono::milliseconds kCopyPatience{100};
 
-// The standard streams, each found out about once. Another thread's copy waits for this one's.
-void WriteToDescriptor(int fd, std::string_view copy) {
-    static std::mutex mutex;
-    static std::optional<NonblockingOutput> outputs[2];
-    const std::lock_guard lock(mutex);
-    std::optional<NonblockingOutput>& output = outputs[fd == STDERR_FILENO ? 1 : 0];
-    if (!output || !output->Is(fd)) output.emplace(fd);
-    // What doesn't go is lost: there is nobody to tell.
-    output->Write(copy, kCopyPatience);
-}
-
+// What doesn't go is lost: there is nobody to tell.
 void WriteCopy(std::FILE* stream, std::string_view copy) {
     if (const int fd = fileno(stream); fd >= 0) {
-        std::fflush(stream);  // what stood there before stays before
-        WriteToDescriptor(fd, copy);
+        writePatiently(fd, copy, kCopyPatience);
     } else {  // a stream in memory
         std::fwrite(copy.data(), 1, copy.size(), stream);
         std::fflush(stream);

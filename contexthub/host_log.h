@@ -9,9 +9,9 @@ namespace android::chre {
 // Writes one record to the system log, tagged "CHRE", and a copy of it to the stream as
 // "operation:line: message" and a newline. Records of several threads never mix in the stream.
 //
-// The copy is a convenience and holds nobody up: a reader that has stopped costs 100 ms once and
-// every copy until it takes something again; a reader that is gone costs the copy, and SIGPIPE must
-// not end the process. What is longer than a kilobyte is cut there. Keeps errno.
+// The copy is a convenience and holds nobody up: it goes past the stream's buffer, a reader that
+// has stopped costs 100 ms and the copy, one that is gone the copy, and SIGPIPE must not end the
+// process. What is longer than a kilobyte is cut there. Keeps errno.
 void outputHostLog(int priority, std::FILE* stream, const char* format, const char* operation,
                    int line, ...) __attribute__((__format__(printf, 3, 6)));
 

@@ -1,27 +1,11 @@
 #include "host_protocol_host.h"
 
 #include <memory>
-#include <new>
 
 namespace android::chre {
 
 namespace fbs = ::chre::fbs;
 using ::chre::HostProtocolCommon;
-
-namespace {
-
-// Null when there is no memory for it: a few kilobytes can name one table many thousand times, and
-// each name becomes an object of its own.
-std::unique_ptr<fbs::MessageContainerT> Unpack(const void* data) {
-    try {
-        return std::unique_ptr<fbs::MessageContainerT>(
-                flatbuffers::GetRoot<fbs::MessageContainer>(data)->UnPack());
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-
-}  // namespace
 
 void HostProtocolHost::encodeNanoappListRequest(flatbuffers::FlatBufferBuilder& builder) {
     const auto request = fbs::CreateNanoappListRequest(builder);
@@ -31,8 +15,8 @@ void HostProtocolHost::encodeNanoappListRequest(flatbuffers::FlatBufferBuilder& 
 bool HostProtocolHost::decodeMessageFromChre(const void* data, size_t length,
                                              IChreMessageHandlers& handlers) {
     if (!HostProtocolCommon::verifyMessage(data, length)) return false;
-    const auto container = Unpack(data);
-    if (container == nullptr) return false;
+    const std::unique_ptr<const fbs::MessageContainerT> container(
+            flatbuffers::GetRoot<fbs::MessageContainer>(data)->UnPack());
     const fbs::ChreMessageUnion& message = container->message;
     // What is verified has its message: none of the pointers below is null.
     switch (message.type) {

@@ -38,7 +38,8 @@ class HostProtocolHost {
 
     // Verifies the datagram, unpacks it and calls the handler that its union number stands for.
     // False when it is no valid message, or when the fallback handler says so. `data` must be
-    // aligned like any heap memory.
+    // aligned like any heap memory. Throws std::bad_alloc: a few kilobytes can name one table many
+    // thousand times, and each name becomes an object of its own.
     static bool decodeMessageFromChre(const void* data, size_t length,
                                       IChreMessageHandlers& handlers);
 };

@@ -99,9 +99,11 @@ SocketClient::SocketClient(Deadline deadline)
     : receiveBuffer_(kReceiveBufferSize), deadline_(std::move(deadline)) {}
 
 SocketClient::~SocketClient() {
-    if (onReceiveThread()) {
+    if (onReceiveThread() && !callbacks_) {
         receiveThread_.detach();  // which ends with this: it has let go of who owned this client
     } else {
+        // Refused within a callback, which would return into this client: the joinable thread then
+        // ends the process.
         disconnect();
     }
 }
@@ -195,42 +197,37 @@ bool SocketClient::onReceiveThread() const {
 }
 
 bool SocketClient::tryConnect(bool suppressErrorLogs) {
+    const bool loud = !suppressErrorLogs;
     errno = 0;
     // Not blocking while it connects: a daemon that has stopped accepting makes a blocking connect
     // wait for the send time-out, and nothing but that would end the wait when a disconnect is
     // asked for. As it is, the attempt fails with the same error and the back-off tries again.
     unique_fd fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const auto set = [&fd](int option, const auto& value) {
+        return setsockopt(fd.get(), SOL_SOCKET, option, &value, sizeof value) == 0;
+    };
+    const char* const name = socketName_.data();
     if (fd.get() == -1) {
-        if (!suppressErrorLogs) {
-            LOGE("tryConnect", "Couldn't create local socket: %s", std::strerror(errno));
-        }
-        return false;
-    }
-    if (setsockopt(fd.get(), SOL_SOCKET, SO_SNDBUF, &kSendBufferSize, sizeof kSendBufferSize) !=
-        0) {
-        if (!suppressErrorLogs) {
+        if (loud) LOGE("tryConnect", "Couldn't create local socket: %s", std::strerror(errno));
+    } else if (!set(SO_SNDBUF, kSendBufferSize)) {
+        if (loud) {
             LOGE("tryConnect", "Failed to set SO_SNDBUF to %d: %s", kSendBufferSize,
                  std::strerror(errno));
         }
-        return false;
-    }
-    if (setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout) != 0) {
-        if (!suppressErrorLogs) {
-            LOGE("tryConnect", "Failed to set SO_SNDTIMEO: %s", std::strerror(errno));
-        }
-        return false;
-    }
-    if (socket_local_client_connect(fd.get(), socketName_.data(), ANDROID_SOCKET_NAMESPACE_RESERVED,
-                                    SOCK_SEQPACKET) == -1) {
-        if (!suppressErrorLogs) {
-            LOGE("tryConnect", "Couldn't connect client socket to '%s': %s", socketName_.data(),
+    } else if (!set(SO_SNDTIMEO, kSendTimeout)) {
+        if (loud) LOGE("tryConnect", "Failed to set SO_SNDTIMEO: %s", std::strerror(errno));
+    } else if (socket_local_client_connect(fd.get(), name, ANDROID_SOCKET_NAMESPACE_RESERVED,
+                                           SOCK_SEQPACKET) == -1) {
+        if (loud) {
+            LOGE("tryConnect", "Couldn't connect client socket to '%s': %s", name,
                  std::strerror(errno));
         }
-        return false;
+    } else {
+        fcntl(fd.get(), F_SETFL, fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
+        socket_ = fd.release();
+        return true;
     }
-    fcntl(fd.get(), F_SETFL, fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
-    socket_ = fd.release();
-    return true;
+    return false;
 }
 
 bool SocketClient::reconnect() {
@@ -303,10 +300,8 @@ bool SocketClient::receiveOne(int epollFd) {
 }
 
 void SocketClient::closeSocket() {
-    // Taken away first: who looks from now on finds none. Who has it already is waited for, and the
-    // shutdown ends a send that waits for room.
+    // Taken away first: who looks from now on finds none. Who has it already is waited for.
     const int fd = socket_.exchange(-1);
-    shutdown(fd, SHUT_RDWR);
     for (uint32_t users = socketUsers_; users != 0; users = socketUsers_) socketUsers_.wait(users);
     if (close(fd) != 0) LOG_ERRNO("receiveThread", "Couldn't close socket");
 }

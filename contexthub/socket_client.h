@@ -47,7 +47,9 @@ class SocketClient {
 
     SocketClient();  // waits as long as the back-off says
     explicit SocketClient(Deadline deadline);
-    ~SocketClient();  // disconnects
+    // Disconnects. Also runs on the receive thread where that lets go of the last reference to
+    // callbacks that own the client; in a callback it ends the process.
+    ~SocketClient();
     SocketClient(const SocketClient&) = delete;
     SocketClient& operator=(const SocketClient&) = delete;
 

@@ -3,7 +3,7 @@
 #include <android-base/properties.h>
 #include <android/log.h>
 
-#include "protect.h"
+#include "section.h"
 
 namespace aidl::android::hardware::dumpstate {
 namespace {

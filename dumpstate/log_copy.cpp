@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "protect.h"
+#include "section.h"
 
 namespace aidl::android::hardware::dumpstate {
 namespace {

@@ -8,8 +8,6 @@
 
 #include "debug_record.h"
 #include "log_copy.h"
-#include "pause.h"
-#include "protect.h"
 #include "section.h"
 #include "staging.h"
 
@@ -21,7 +19,6 @@ using ::android::base::GetIntProperty;
 using ::android::base::SetProperty;
 using ::android::base::WaitForProperty;
 using namespace std::chrono_literals;
-using tev::dumpstate::pauseFor;
 
 constexpr char kEfsDumpProperty[] = "vendor.sys.modem.diag.efsdump";
 constexpr char kLoggingEnabledProperty[] = "persist.vendor.sys.modem.diag.mdlog";
@@ -29,8 +26,8 @@ constexpr char kLoggerRunningProperty[] = "vendor.sys.modem.diag.mdlog_on";
 constexpr char kLoggerControlProperty[] = "vendor.sys.modem.diag.mdlog";
 constexpr char kLogCountProperty[] = "persist.vendor.sys.modem.diag.mdlog_br_num";
 
-constexpr std::chrono::seconds kEfsDumpPause{2};
-constexpr std::chrono::seconds kFlushPause{1};
+constexpr unsigned kEfsDumpPauseSeconds = 2;
+constexpr unsigned kFlushPauseSeconds = 1;
 constexpr std::chrono::milliseconds kLoggerPatience{10000};
 constexpr int kExtendedLogs = 100;
 constexpr int kDiagnosticLogs = 100;
@@ -50,6 +47,11 @@ void set(const char* property, const char* value) {
     protect(property, [&] { SetProperty(property, value); });
 }
 
+// A signal's handler ends a sleep, of which whole seconds are left.
+void sleepThrough(unsigned seconds) {
+    while (seconds > 0) seconds = sleep(seconds);
+}
+
 bool isOn(const char* property) {
     bool on = false;
     protect(property, [&] { on = GetBoolProperty(property, false); });
@@ -60,7 +62,7 @@ void captureRadioAndEfs() {
     copySeries("/data/vendor/radio/extended_logs", kExtendedLogs, "extended_log_");
     dumpEntries(STDOUT_FILENO, kDiagTrace);
     set(kEfsDumpProperty, "true");
-    pauseFor(kEfsDumpPause);
+    sleepThrough(kEfsDumpPauseSeconds);
     dumpEntries(STDOUT_FILENO, kModemEfs);
     set(kEfsDumpProperty, "false");
     protect("radio logs", [] { dumpRilLogs(STDOUT_FILENO, kStagingDirectory); });
@@ -85,7 +87,7 @@ void captureDiagnosticLogs() {
     if (enabled && running) stopLogger();
     if (enabled && !running) debug("diag_mdlog is not running\n");
 
-    pauseFor(kFlushPause);
+    sleepThrough(kFlushPauseSeconds);
     debug("Waited modem for 1 second to flush logs");
     if (!enabled) return;
 

@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "protect.h"
-
 namespace aidl::android::hardware::dumpstate {
 namespace {
 

@@ -7,7 +7,11 @@
 #include <optional>
 #include <span>
 
+#include "protect.h"
+
 namespace aidl::android::hardware::dumpstate {
+
+using tev::dumpstate::protect;
 
 // Whom an entry is for. User builds leave out what is for development; the build type is asked
 // anew by each row that says so, and a row that belongs to the one above goes by its answer.

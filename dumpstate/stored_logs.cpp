@@ -5,7 +5,6 @@
 #include "debug_record.h"
 #include "dumpstate.h"
 #include "log_copy.h"
-#include "protect.h"
 #include "section.h"
 
 namespace aidl::android::hardware::dumpstate {

@@ -1,5 +1,10 @@
 #include "report_writer.h"
 
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <patient_write.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -14,21 +19,27 @@
 namespace tev::dumpstate {
 namespace {
 
-using android::chre::NonblockingOutput;
+using android::base::unique_fd;
 
-constexpr std::chrono::seconds kReportPatience{5};
+constexpr std::chrono::seconds kReportPatience{30};
 
-bool WriteOrTell(const NonblockingOutput& output, std::string_view text) {
-    if (output.Write(text, kReportPatience)) return true;
+// Nobody waits again for a reader that was waited for in vain, or meets one that is gone: what
+// comes after runs as usual, into /dev/null.
+void GiveUpReader(int fd) {
+    const unique_fd null(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    if (null.get() >= 0) dup3(null.get(), fd, O_CLOEXEC);
+}
+
+bool Write(int fd, std::string_view text) {
+    if (android::chre::writePatiently(fd, text, kReportPatience)) return true;
+    const int error = errno;
     __android_log_print(ANDROID_LOG_WARN, kLogTag, "The report is cut here: %s",
-                        std::strerror(errno));
+                        std::strerror(error));
+    if (error == ETIMEDOUT || error == EPIPE) GiveUpReader(fd);
     return false;
 }
 
 }  // namespace
-
-// The text's memory stays as it is found: most writers hold a few lines.
-ReportWriter::ReportWriter(int fd) : output_(fd) {}
 
 char* ReportWriter::BeginLine() {
     if (text_.size() - size_ < kLongestLine) Flush();
@@ -46,7 +57,7 @@ void ReportWriter::Print(const char* format, ...) {
 
 void ReportWriter::Flush() {
     const std::string_view text(text_.data(), std::exchange(size_, 0));
-    if (!lost_) lost_ = !WriteOrTell(output_, text);
+    if (!lost_) lost_ = !Write(fd_, text);
 }
 
 void PrintToReport(int fd, const char* format, ...) {
@@ -55,7 +66,7 @@ void PrintToReport(int fd, const char* format, ...) {
     va_start(arguments, format);
     std::vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
-    WriteOrTell(NonblockingOutput(fd), text.data());
+    Write(fd, text.data());
 }
 
 }  // namespace tev::dumpstate

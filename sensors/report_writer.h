@@ -1,16 +1,13 @@
 #pragma once
 
-#include <nonblocking_output.h>
-
 #include <array>
 #include <cstddef>
 
 namespace tev::dumpstate {
 
 // Everything here is written in full, or the report is cut there, which the log says: a reader that
-// takes nothing for five seconds, or has gone away, loses what comes after that. No call blocks for
-// longer than it takes to find that out, and none fails. SIGPIPE doesn't
-// end the process.
+// takes nothing for 30 s, or has gone away, is given up, and /dev/null takes its place in the
+// descriptor. No call fails. SIGPIPE must not end the process.
 
 // Writes a few lines straight to the report, of 511 characters together.
 void PrintToReport(int fd, const char* format, ...) __attribute__((__format__(printf, 2, 3)));
@@ -21,7 +18,7 @@ class ReportWriter {
     static constexpr size_t kLongestLine = 512;
 
     // The descriptor stays the caller's and is not closed.
-    explicit ReportWriter(int fd);
+    explicit ReportWriter(int fd) : fd_(fd) {}
     ~ReportWriter() { Flush(); }
     ReportWriter(const ReportWriter&) = delete;
     ReportWriter& operator=(const ReportWriter&) = delete;
@@ -36,10 +33,10 @@ class ReportWriter {
     void Flush();
 
   private:
-    const android::chre::NonblockingOutput output_;
+    const int fd_;
     bool lost_ = false;
     size_t size_ = 0;
-    std::array<char, 64 * 1024> text_;
+    std::array<char, 64 * 1024> text_;  // left as it is found: most writers hold a few lines
 };
 
 }  // namespace tev::dumpstate

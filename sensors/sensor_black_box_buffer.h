@@ -1,20 +1,19 @@
 #pragma once
 
-#include <cstddef>
+#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
-#include <memory>
+#include <vector>
 
 namespace tev::dumpstate {
 
 // Puts one sensor's data together from bytes that come in any order and more than once: knows its
 // whole size from the start, takes each byte once, and tells when none is missing. A byte never
-// goes missing again. Memory: the data and one bit a byte, of which the system commits no more than
-// what has arrived, so a size that is announced and never sent costs address space only.
+// goes missing again. Its memory is a byte and a bit for each byte of data, from the start.
 class SensorBlackBoxBuffer {
   public:
     // Throws std::bad_alloc when the memory can't be had.
-    SensorBlackBoxBuffer(uint8_t sensor_type, uint32_t size);
+    SensorBlackBoxBuffer(uint8_t sensor_type, uint32_t size)
+        : sensor_type_(sensor_type), data_(size), received_(size) {}
 
     // Stores the byte, unless that offset has been received: then false, and the first byte stays.
     // The offset is below Size().
@@ -22,26 +21,24 @@ class SensorBlackBoxBuffer {
 
     // AddByte for each of `count` bytes, in order, up to the first that is refused. Returns how
     // many were stored. The whole range is within Size().
-    uint32_t AddBytes(uint32_t offset, const void* bytes, uint32_t count);
+    uint32_t AddBytes(uint32_t offset, const void* bytes, uint32_t count) {
+        const auto flags = received_.begin() + offset;
+        const auto added = static_cast<uint32_t>(std::find(flags, flags + count, true) - flags);
+        std::fill_n(flags, added, true);
+        std::copy_n(static_cast<const int8_t*>(bytes), added, data_.begin() + offset);
+        received_count_ += added;
+        return added;
+    }
 
-    bool Done() const { return received_count_ == size_; }
+    bool Done() const { return received_count_ == data_.size(); }
     uint8_t sensor_type() const { return sensor_type_; }
-    uint32_t Size() const { return size_; }
-    const int8_t* Buffer() const { return data_.get(); }
+    uint32_t Size() const { return static_cast<uint32_t>(data_.size()); }
+    const int8_t* Buffer() const { return data_.data(); }
 
   private:
-    struct Free {
-        void operator()(void* memory) const { std::free(memory); }
-    };
-    template <typename T>
-    using Zeroed = std::unique_ptr<T[], Free>;
-    template <typename T>
-    static Zeroed<T> Allocate(size_t count);
-
     uint8_t sensor_type_;
-    uint32_t size_;
-    Zeroed<int8_t> data_;
-    Zeroed<uint64_t> received_;  // bit offset % 64 of word offset / 64
+    std::vector<int8_t> data_;
+    std::vector<bool> received_;
     uint32_t received_count_ = 0;
 };
 

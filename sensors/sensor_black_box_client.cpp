@@ -8,6 +8,7 @@
 
 #include "little_endian.h"
 #include "log.h"
+#include "protect.h"
 #include "record_text.h"
 #include "report_writer.h"
 
@@ -38,10 +39,8 @@ constexpr size_t kSnapshotHeaderBytes = 5;
 constexpr size_t kTimestampBytes = 9;
 
 // What all buffers of a snapshot may come to. The nanoapp keeps its data in the hub's own memory,
-// which is a few megabytes, so this refuses nothing real. And it is an eighth of the memory of a
-// device whose every other process goes on running, and fits into a 32-bit address space with room
-// to spare.
-constexpr uint64_t kMostSnapshotBytes = uint64_t{256} << 20;
+// which is a few megabytes, so this refuses nothing real.
+constexpr uint64_t kMostSnapshotBytes = uint64_t{32} << 20;
 
 // As long as for ever, and a deadline that no clock of the system's is too narrow for.
 constexpr std::chrono::seconds kLongestWait = std::chrono::years(10);
@@ -83,29 +82,29 @@ constexpr uint32_t Shown(uint64_t number) {
 android::sp<SensorBlackBoxClient> SensorBlackBoxClient::start(uint64_t nanoapp_id,
                                                               const char* socket_name) {
     const android::sp<SensorBlackBoxClient> client(new SensorBlackBoxClient(nanoapp_id));
-    __android_log_print(ANDROID_LOG_INFO, kLogTag, "Connecting to CHRE");
+    SENSOR_LOG(INFO, "Connecting to CHRE");
     if (!client->socket_.connectInBackground(socket_name, client)) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Couldn't connect to CHRE socket");
+        SENSOR_LOG(ERROR, "Couldn't connect to CHRE socket");
         return {};
     }
     return client;
 }
 
 void SensorBlackBoxClient::onConnected() {
-    protect("onConnected", [this] {
-        __android_log_print(ANDROID_LOG_INFO, kLogTag, "Black box client connected to CHRE socket");
+    protect(kLogTag, "onConnected", [this] {
+        SENSOR_LOG(INFO, "Black box client connected to CHRE socket");
         flatbuffers::FlatBufferBuilder builder(kBuilderBytes);
         android::chre::HostProtocolHost::encodeNanoappListRequest(builder);
         if (!socket_.sendMessage(builder.GetBufferPointer(), builder.GetSize())) {
-            __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Failed to send NanoappList request");
+            SENSOR_LOG(ERROR, "Failed to send NanoappList request");
         }
     });
 }
 
 void SensorBlackBoxClient::onMessageReceived(const void* data, uint32_t length) {
-    protect("onMessageReceived", [this, data, length] {
+    protect(kLogTag, "onMessageReceived", [this, data, length] {
         if (!android::chre::HostProtocolHost::decodeMessageFromChre(data, length, *this)) {
-            __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Failed to decode message from CHRE");
+            SENSOR_LOG(ERROR, "Failed to decode message from CHRE");
         }
     });
 }
@@ -116,17 +115,16 @@ void SensorBlackBoxClient::handleNanoappListResponse(
         return nanoapp->app_id == nanoapp_id_;
     });
     if (found == response.nanoapps.end()) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Sensor black box not found");
+        SENSOR_LOG(ERROR, "Sensor black box not found");
         return;
     }
     if (!(*found)->enabled) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Sensor black box not enabled");
+        SENSOR_LOG(ERROR, "Sensor black box not enabled");
         return;
     }
-    __android_log_print(ANDROID_LOG_INFO, kLogTag, "Requesting black box sensor count");
+    SENSOR_LOG(INFO, "Requesting black box sensor count");
     if (!SendBlackBoxMessage(kSensorCountRequest, nullptr, 0)) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Failed to send kSensorCountRequest message to sensor black box");
+        SENSOR_LOG(ERROR, "Failed to send kSensorCountRequest message to sensor black box");
     }
 }
 
@@ -145,9 +143,8 @@ void SensorBlackBoxClient::handleNanoappMessage(const chre::fbs::NanoappMessageT
         case kSensorCountReply:
             return handleSensorCountReply(message.message);
         default:
-            __android_log_print(ANDROID_LOG_WARN, kLogTag,
-                                "Ignoring unsupported message type %d from black box",
-                                static_cast<int>(message.message_type));
+            SENSOR_LOG(WARN, "Ignoring unsupported message type %d from black box",
+                       static_cast<int>(message.message_type));
     }
 }
 
@@ -156,19 +153,16 @@ void SensorBlackBoxClient::handleSensorCountReply(const Payload& payload) {
         const std::lock_guard lock(mutex_);
         if (sensor_count_ != 0) return;
         if (payload.size() != kSensorCountBytes) {
-            __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                                "Unexpected message size for kSensorCountReply");
+            SENSOR_LOG(ERROR, "Unexpected message size for kSensorCountReply");
             return;
         }
         sensor_count_ = LoadU32(payload.data());
         if (sensor_count_ == 0) {
-            __android_log_print(ANDROID_LOG_WARN, kLogTag,
-                                "Sensor black box has no sensors configured.");
+            SENSOR_LOG(WARN, "Sensor black box has no sensors configured.");
             return;
         }
-        __android_log_print(ANDROID_LOG_INFO, kLogTag,
-                            "Sensor black box has %u sensors.  Requesting snapshot creation.",
-                            sensor_count_);
+        SENSOR_LOG(INFO, "Sensor black box has %u sensors.  Requesting snapshot creation.",
+                   sensor_count_);
     }
     requestSnapshot();
 }
@@ -179,33 +173,29 @@ void SensorBlackBoxClient::requestSnapshot() {
     StoreU32(payload.data(), static_cast<uint32_t>(id));
     size_t size = payload.size();
     if (id == kNoSnapshotId) {
-        __android_log_print(ANDROID_LOG_WARN, kLogTag,
-                            "Invalid value of dumpstate.last_id. Not sending a snapshot ID.");
+        SENSOR_LOG(WARN, "Invalid value of dumpstate.last_id. Not sending a snapshot ID.");
         size = 0;
     } else {
-        __android_log_print(ANDROID_LOG_INFO, kLogTag, "Using snapshot ID: %d", id);
+        SENSOR_LOG(INFO, "Using snapshot ID: %d", id);
     }
     if (!SendBlackBoxMessage(kSnapshotRequest, payload.data(), size)) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Failed to send kSnapshotRequest message to sensor black box");
+        SENSOR_LOG(ERROR, "Failed to send kSnapshotRequest message to sensor black box");
     }
 }
 
 void SensorBlackBoxClient::handleSnapshotReply(const Payload& payload) {
     if (payload.size() < kSnapshotHeaderBytes ||
         (payload.size() - kSnapshotHeaderBytes) % kTimestampBytes != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Unexpected message size for kSnapshotReply (%zu - %zu) %% %zu != 0",
-                            payload.size(), kSnapshotHeaderBytes, kTimestampBytes);
+        SENSOR_LOG(ERROR, "Unexpected message size for kSnapshotReply (%zu - %zu) %% %zu != 0",
+                   payload.size(), kSnapshotHeaderBytes, kTimestampBytes);
         return;
     }
     {
         const std::lock_guard lock(mutex_);
         fragment_count_ = LoadU32(payload.data());
         cookie_ = payload[4];
-        __android_log_print(ANDROID_LOG_INFO, kLogTag,
-                            "Black box snapshot created (%u fragments, cookie = %d)",
-                            fragment_count_, cookie_);
+        SENSOR_LOG(INFO, "Black box snapshot created (%u fragments, cookie = %d)", fragment_count_,
+                   cookie_);
         for (size_t at = kSnapshotHeaderBytes; at < payload.size(); at += kTimestampBytes) {
             timestamps_[payload[at]] = LoadU64(&payload[at + 1]);
         }
@@ -228,13 +218,12 @@ void SensorBlackBoxClient::requestNextFragment() {
         if (next_fragment_ == fragment_count_) return;
         index = next_fragment_++;
     }
-    __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "Requesting fragment %zu", size_t{index});
+    SENSOR_LOG(DEBUG, "Requesting fragment %zu", size_t{index});
     std::array<uint8_t, 2 * sizeof(uint32_t)> payload;
     StoreU32(&payload[0], index);
     StoreU32(&payload[4], 1);
     if (!SendBlackBoxMessage(kGetFragmentRequest, payload.data(), payload.size())) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Failed to send kGetFragmentRequest to the black box");
+        SENSOR_LOG(ERROR, "Failed to send kGetFragmentRequest to the black box");
     }
 }
 
@@ -261,64 +250,58 @@ void SensorBlackBoxClient::handleFragmentData(const Payload& payload) {
 
 void SensorBlackBoxClient::acceptPiece(const Payload& payload) {
     if (payload.size() <= Piece::kHeaderBytes) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Received fragment with null message data, stopping black box dump");
+        SENSOR_LOG(ERROR, "Received fragment with null message data, stopping black box dump");
         stopped_ = true;
         return;
     }
     const Piece piece(payload);
     if (piece.cookie != cookie_) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Received fragment with incorrect cookie value (%d != %d)",
-                            piece.cookie, cookie_);
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag, "Stopping black box dump");
+        SENSOR_LOG(ERROR, "Received fragment with incorrect cookie value (%d != %d)", piece.cookie,
+                   cookie_);
+        SENSOR_LOG(ERROR, "Stopping black box dump");
         stopped_ = true;
         return;
     }
     const SensorType* const type = FindSensorType(piece.sensor);
     if (type == nullptr) {
-        __android_log_print(ANDROID_LOG_WARN, kLogTag, "Ignoring unsupported sensor type %d",
-                            piece.sensor);
+        SENSOR_LOG(WARN, "Ignoring unsupported sensor type %d", piece.sensor);
         return;
     }
     SensorBlackBoxBuffer* const buffer = findOrCreateBuffer(*type, piece.total_bytes);
     if (buffer == nullptr) return;
     if (buffer->Size() != piece.total_bytes) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Inconsistent total_bytes values in black box data received "
-                            "(Sensor: %d (%s), %u -> %u)",
-                            piece.sensor, GetSensorName(piece.sensor), buffer->Size(),
-                            piece.total_bytes);
+        SENSOR_LOG(ERROR,
+                   "Inconsistent total_bytes values in black box data received "
+                   "(Sensor: %d (%s), %u -> %u)",
+                   piece.sensor, GetSensorName(piece.sensor), buffer->Size(), piece.total_bytes);
         return;
     }
     if (piece.offset >= buffer->Size() || piece.End() > buffer->Size()) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Black box data out of bound. Sensor: %d (%s). Buffer: %u bytes. "
-                            "Received: %u - %u.",
-                            piece.sensor, GetSensorName(piece.sensor), buffer->Size(), piece.offset,
-                            Shown(piece.End()));
+        SENSOR_LOG(ERROR,
+                   "Black box data out of bound. Sensor: %d (%s). Buffer: %u bytes. "
+                   "Received: %u - %u.",
+                   piece.sensor, GetSensorName(piece.sensor), buffer->Size(), piece.offset,
+                   Shown(piece.End()));
         return;
     }
     if (payload.size() < piece.PayloadBytes()) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Incomplete black box data buffer received.  Sensor: %d (%s).  "
-                            "Expecting %u, received %u.",
-                            piece.sensor, GetSensorName(piece.sensor), Shown(piece.PayloadBytes()),
-                            Shown(payload.size()));
+        SENSOR_LOG(ERROR,
+                   "Incomplete black box data buffer received.  Sensor: %d (%s).  "
+                   "Expecting %u, received %u.",
+                   piece.sensor, GetSensorName(piece.sensor), Shown(piece.PayloadBytes()),
+                   Shown(payload.size()));
         return;
     }
     const uint32_t added =
             buffer->AddBytes(piece.offset, payload.data() + Piece::kHeaderBytes, piece.length);
     if (added < piece.length) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Duplicated byte received for sensor %d (%s) at offset %u",
-                            piece.sensor, GetSensorName(piece.sensor), piece.offset + added);
+        SENSOR_LOG(ERROR, "Duplicated byte received for sensor %d (%s) at offset %u", piece.sensor,
+                   GetSensorName(piece.sensor), piece.offset + added);
         return;
     }
     if (buffer->Done()) {
-        __android_log_print(ANDROID_LOG_INFO, kLogTag,
-                            "Fully received black box data for sensor %d (%s)", piece.sensor,
-                            GetSensorName(piece.sensor));
+        SENSOR_LOG(INFO, "Fully received black box data for sensor %d (%s)", piece.sensor,
+                   GetSensorName(piece.sensor));
     }
 }
 
@@ -327,29 +310,26 @@ SensorBlackBoxBuffer* SensorBlackBoxClient::findOrCreateBuffer(const SensorType&
     const auto found = buffers_.find(type.number);
     if (found != buffers_.end()) return &found->second;
     if (total_bytes % type.record_size() != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Unexpected size of buffer for sensor %d (%s): %u %% %zu != 0",
-                            type.number, GetSensorName(type.number), total_bytes,
-                            type.record_size());
+        SENSOR_LOG(ERROR, "Unexpected size of buffer for sensor %d (%s): %u %% %zu != 0",
+                   type.number, GetSensorName(type.number), total_bytes, type.record_size());
         return nullptr;
     }
     uint64_t announced = total_bytes;
     for (const auto& [number, buffer] : buffers_) announced += buffer.Size();
     if (announced > kMostSnapshotBytes) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Refusing buffer for sensor %d (%s): %u bytes make %llu, more than the "
-                            "%llu for all sensors",
-                            type.number, GetSensorName(type.number), total_bytes,
-                            static_cast<unsigned long long>(announced),
-                            static_cast<unsigned long long>(kMostSnapshotBytes));
+        SENSOR_LOG(ERROR,
+                   "Refusing buffer for sensor %d (%s): %u bytes make %llu, more than the "
+                   "%llu for all sensors",
+                   type.number, GetSensorName(type.number), total_bytes,
+                   static_cast<unsigned long long>(announced),
+                   static_cast<unsigned long long>(kMostSnapshotBytes));
         return nullptr;
     }
     try {
         return &buffers_.try_emplace(type.number, type.number, total_bytes).first->second;
     } catch (const std::bad_alloc&) {
-        __android_log_print(ANDROID_LOG_ERROR, kLogTag,
-                            "Refusing buffer for sensor %d (%s): no memory for %u bytes",
-                            type.number, GetSensorName(type.number), total_bytes);
+        SENSOR_LOG(ERROR, "Refusing buffer for sensor %d (%s): no memory for %u bytes", type.number,
+                   GetSensorName(type.number), total_bytes);
         return nullptr;
     }
 }

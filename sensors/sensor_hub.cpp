@@ -5,10 +5,11 @@
 #include <chrono>
 #include <cstdint>
 #include <initializer_list>
-#include <string>
+#include <optional>
+#include <thread>
 
 #include "log.h"
-#include "pause.h"
+#include "protect.h"
 #include "report_writer.h"
 #include "sensor_black_box_client.h"
 
@@ -17,6 +18,7 @@ namespace {
 
 using android::os::dumpstate::CommandOptions;
 using android::os::dumpstate::RunCommandToFd;
+using namespace std::chrono_literals;
 
 constexpr uint64_t kBlackBoxNanoapp = 0x4E6F727665001025;
 constexpr char kContextHubSocket[] = "chre";
@@ -25,21 +27,24 @@ constexpr std::chrono::seconds kUsfPause{2};
 constexpr char kMcuLogDirectory[] = "/data/vendor/log/mcu";
 
 struct RegisterDump {
-    const char* name;
-    int sensor;
+    const char* title;
+    const char* sensor;
 };
 
 constexpr RegisterDump kRegisterDumps[] = {
-        {"IMU", 1}, {"ALS", 9}, {"MAG", 6}, {"BARO", 4}, {"AFE", 37},
+        {"Register dump for IMU", "1"},  {"Register dump for ALS", "9"},
+        {"Register dump for MAG", "6"},  {"Register dump for BARO", "4"},
+        {"Register dump for AFE", "37"},
 };
 
+// Without a time-out, the platform's own.
 void runCommand(int fd, const char* title, std::initializer_list<const char*> argv,
-                const CommandOptions& options) {
-    protect(title, [&] { RunCommandToFd(fd, title, {argv.begin(), argv.end()}, options); });
-}
-
-CommandOptions Seconds(int64_t timeout) {
-    return CommandOptions::WithTimeout(timeout).Build();
+                std::optional<std::chrono::seconds> timeout = {}) {
+    protect(kLogTag, title, [&] {
+        const auto options = timeout ? CommandOptions::WithTimeout(timeout->count()).Build()
+                                     : CommandOptions::DEFAULT;
+        RunCommandToFd(fd, title, {argv.begin(), argv.end()}, options);
+    });
 }
 
 // A black box client for as long as the section lasts. Its end is the connection's, and with that
@@ -47,7 +52,7 @@ CommandOptions Seconds(int64_t timeout) {
 class BlackBox {
   public:
     BlackBox() {
-        protect(kName, [this] {
+        protect(kLogTag, kName, [this] {
             client_ = SensorBlackBoxClient::start(kBlackBoxNanoapp, kContextHubSocket);
         });
     }
@@ -65,7 +70,7 @@ class BlackBox {
                           kContextHubSocket);
             return;
         }
-        protect(kName, [&] { client_->PrintToFd(fd, kBlackBoxWait); });
+        protect(kLogTag, kName, [&] { client_->PrintToFd(fd, kBlackBoxWait); });
     }
 
   private:
@@ -81,35 +86,26 @@ void writeUsfHeading(int fd, int run) {
 }
 
 void dumpUsfOnce(int fd) {
-    runCommand(fd, "USF stat", {"/vendor/bin/usf_stats", "get", "-a"}, Seconds(3));
-}
-
-void dumpRegisters(int fd, const RegisterDump& row) {
-    protect(row.name, [&] {
-        const std::string title = std::string("Register dump for ") + row.name;
-        const std::string sensor = std::to_string(row.sensor);
-        runCommand(
-                fd, title.c_str(),
-                {"/vendor/bin/sensor_test", "--api", "usf", "register_dump", "-s", sensor.c_str()},
-                Seconds(1));
-    });
+    runCommand(fd, "USF stat", {"/vendor/bin/usf_stats", "get", "-a"}, 3s);
 }
 
 }  // namespace
 
 void dump(int fd) {
-    runCommand(fd, "FLUSH DLS", {"/vendor/bin/tev", "DebugLogServiceFlush"}, Seconds(3));
+    runCommand(fd, "FLUSH DLS", {"/vendor/bin/tev", "DebugLogServiceFlush"}, 3s);
     const BlackBox black_box;
     black_box.dump(fd);
     writeUsfHeading(fd, 1);
     dumpUsfOnce(fd);
-    pauseFor(kUsfPause);
+    std::this_thread::sleep_for(kUsfPause);
     writeUsfHeading(fd, 2);
     dumpUsfOnce(fd);
-    runCommand(fd, "TEV Metrics", {"/vendor/bin/tev", "GetMetrics"}, Seconds(3));
-    for (const RegisterDump& row : kRegisterDumps) dumpRegisters(fd, row);
-    runCommand(fd, "USF registry dump", {"/vendor/bin/usf_reg_edit", "save", "-", "/"},
-               CommandOptions::DEFAULT);
+    runCommand(fd, "TEV Metrics", {"/vendor/bin/tev", "GetMetrics"}, 3s);
+    for (const auto& [title, sensor] : kRegisterDumps) {
+        runCommand(fd, title,
+                   {"/vendor/bin/sensor_test", "--api", "usf", "register_dump", "-s", sensor}, 1s);
+    }
+    runCommand(fd, "USF registry dump", {"/vendor/bin/usf_reg_edit", "save", "-", "/"});
 }
 
 const char* getMcuLogDataPath() {

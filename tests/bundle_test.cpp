@@ -66,6 +66,7 @@ class BundleTest : public testing::Test {
         ThePlatform() = {};
         fs::create_directories(kStaging);
         std::ofstream(kArchive) << std::string(size, 'a');
+        const WithinAMinute end("the end of a bundle");
         ndk::SharedRefBase::make<Dumpstate>()->createDumpstateBin(77, bundle_fd);
         return ThePlatform().logs;
     }
@@ -250,7 +251,10 @@ TEST_F(BundleTest, WhatEndsTheStreamIsLogged) {
 
     mkfifo(kArchive, 0600);  // what opening might wait for
     ThePlatform() = {};
-    ndk::SharedRefBase::make<Dumpstate>()->createDumpstateBin(77, 1000);
+    {
+        const WithinAMinute end("an archive to be opened");
+        ndk::SharedRefBase::make<Dumpstate>()->createDumpstateBin(77, 1000);
+    }
     EXPECT_EQ(ThePlatform().logs, Around({}));
     fs::remove(kArchive);
 

@@ -132,7 +132,7 @@ TEST_F(DumpstateTest, UnusableSecondDescriptorMakesNoBundle) {
         EXPECT_TRUE(fs::is_empty(folder / "log"));
         EXPECT_EQ(std::ranges::count_if(ThePlatform().logs,
                                         [](const std::string& record) {
-                                            return record.find("'old' among it") != record.npos;
+                                            return record.find("is moved aside") != record.npos;
                                         }),
                   left);
     }

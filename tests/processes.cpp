@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -92,6 +93,7 @@ int EndChild(pid_t& child, int signal) {
     int status = -1;
     if (child <= 0) return status;
     kill(child, signal);
+    const WithinAMinute end("the end of a child");
     waitpid(std::exchange(child, -1), &status, 0);
     return status;
 }
@@ -102,6 +104,24 @@ void Await(const std::function<bool()>& condition) {
         ASSERT_LT(std::chrono::steady_clock::now(), deadline);
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
+}
+
+static const char* volatile g_awaited = "";
+
+WithinAMinute::WithinAMinute(const char* what) {
+    g_awaited = what;
+    signal(SIGALRM, [](int) {
+        for (const char* text :
+             {"Waited a minute in vain for ", const_cast<const char*>(g_awaited), "\n"}) {
+            if (write(STDERR_FILENO, text, std::strlen(text)) < 0) break;
+        }
+        _exit(1);
+    });
+    alarm(60);
+}
+
+WithinAMinute::~WithinAMinute() {
+    alarm(0);
 }
 
 int Bounded(int socket) {

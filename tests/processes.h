@@ -35,12 +35,22 @@ std::string ReadFile(const std::string& path);
 // Starts a program with files for what it prints. What can't be started fails the running test.
 pid_t Spawn(const std::vector<std::string>& command, const std::string& errors,
             const std::string& output = "/dev/null");
-// Sends the signal, 0 for none, waits for the end, and forgets the child. How it ended, as
-// waitpid(2) tells; -1 where there is none.
+// Sends the signal, 0 for none, waits for the end, a minute at most, and forgets the child. How it
+// ended, as waitpid(2) tells; -1 where there is none.
 int EndChild(pid_t& child, int signal);
 
 // Looks until the condition holds; a minute without fails the running test.
 void Await(const std::function<bool()>& condition);
+
+// For what can't be asked whether it will end: a scope that lasts for longer than a minute ends the
+// test program, saying what was waited for. One at a time.
+class WithinAMinute {
+  public:
+    explicit WithinAMinute(const char* what);
+    ~WithinAMinute();
+    WithinAMinute(const WithinAMinute&) = delete;
+    WithinAMinute& operator=(const WithinAMinute&) = delete;
+};
 
 // The socket, of which no receive and no accept waits for longer than a minute.
 int Bounded(int socket);

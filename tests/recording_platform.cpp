@@ -12,6 +12,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <mutex>
 #include <thread>
 
@@ -120,7 +121,6 @@ bool WaitForProperty(const std::string& key, const std::string& expected_value,
 }
 
 // As much as the tests' own values need.
-// As much as the tests' own values need.
 template <typename T>
 T GetIntProperty(const std::string& key, T default_value, T /*min*/, T /*max*/) {
     const std::string text = GetProperty(key, "");
@@ -155,8 +155,14 @@ int __android_log_print(int priority, const char* tag, const char* format, ...) 
     return result;
 }
 
-// The C library's own, replaced at link level; a test may have one of its own in turn.
-__attribute__((weak)) unsigned sleep(unsigned seconds) {
+// The C library's own, replaced at link level; a test may have one of its own in turn. A test's
+// waits are shorter than a second.
+unsigned sleep(unsigned seconds) {
     Record(-1, {"sleep", std::to_string(seconds)});
+    return 0;
+}
+__attribute__((weak)) int nanosleep(const timespec* time, timespec* left) {
+    if (time->tv_sec == 0) return clock_nanosleep(CLOCK_MONOTONIC, 0, time, left);
+    Record(-1, {"sleep", std::to_string(time->tv_sec)});
     return 0;
 }

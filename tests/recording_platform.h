@@ -5,7 +5,8 @@
 #include <vector>
 
 // Stands in for the platform's libraries at link level and writes down what the service asks of
-// them. It owns the clock as well: sleep(3) and property waits are written down and return at once.
+// them. It owns the clock as well: sleep(3), waits of whole seconds and property waits are written
+// down and return at once.
 struct RecordingPlatform {
     std::map<std::string, std::string> properties;
     // One line a request, its parts set apart by tabs, newlines as \n:

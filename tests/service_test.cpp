@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 
@@ -149,6 +150,40 @@ TEST_F(ServiceTest, BundleHoldsEveryLogAndLeavesNothing) {
     EXPECT_EQ(census.Newcomers(), "");
 }
 
+// More than the service has descriptors for, were they all held at once.
+TEST_F(ServiceTest, CallersInTheQueueTakeNothingFromTheReportBeingServed) {
+    Get<int32_t>("getInterfaceVersion", "i");
+    const pid_t service = Pid();
+    rlimit before{};
+    constexpr rlim_t kDescriptors = 24;
+    ASSERT_EQ(prlimit(service, RLIMIT_NOFILE, nullptr, &before), 0);
+    const rlimit few{kDescriptors, before.rlim_max};
+    prlimit(service, RLIMIT_NOFILE, &few, nullptr);
+    const int report = memfd_create("report", MFD_CLOEXEC);
+    const int bundle = memfd_create("bundle", MFD_CLOEXEC);
+    const int unread = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const auto post = [](ServiceClient& caller, int first, int second) {
+        caller.Post({first, second});
+        caller.IsOnTheBus(kName);  // answered when the bus has passed the call on
+    };
+    kill(service, SIGSTOP);
+    ServiceClient served;
+    post(served, report, bundle);
+    {
+        std::array<ServiceClient, kDescriptors / 2 + 1> others;
+        for (ServiceClient& other : others) post(other, unread, unread);
+        kill(service, SIGCONT);
+        Await([report] { return lseek(report, 0, SEEK_CUR) > 0; });
+    }
+    EXPECT_EQ(Board({}, 8), "org.freedesktop.DBus.Error.InvalidArgs: Invalid mode");  // the last
+    EXPECT_EQ(Titles(ReadFile("/proc/self/fd/" + std::to_string(report))),
+              ExpectedTitles(false, true));
+    EXPECT_GT(lseek(bundle, 0, SEEK_CUR), 100'000);
+    for (const int fd : {report, bundle, unread}) close(fd);
+    EXPECT_EQ(Pid(), service);
+    prlimit(service, RLIMIT_NOFILE, &before, nullptr);
+}
+
 // With nothing to remove it: what an older service left open to everybody.
 TEST_F(ServiceTest, LeftoversAreNoneOfTheNextBundles) {
     const fs::path folder = "/data/vendor/log/dumpstate";
@@ -165,7 +200,7 @@ TEST_F(ServiceTest, LeftoversAreNoneOfTheNextBundles) {
     EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
     EXPECT_FALSE(fs::exists(folder / "log/old"));
     EXPECT_TRUE(fs::exists(folder / "log/mcu"));
-    for (const char* told : {"combined.tar' is still there", "'old' among it, is moved aside"}) {
+    for (const char* told : {"combined.tar' is still there", "bundle is moved aside to '"}) {
         EXPECT_NE(ReadFile("/run/log").find(told), std::string::npos) << told;
     }
     fs::remove_all(folder);

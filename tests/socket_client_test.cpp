@@ -391,6 +391,22 @@ TEST_F(SocketClientTest, ReceiveThreadMayNeitherConnectNorDisconnect) {
     }
 }
 
+// Where it would return into what is gone.
+TEST_F(SocketClientTest, ClientDeletedInACallbackEndsTheProcess) {
+    EXPECT_DEATH(
+            {
+                auto* const client = new SocketClient;
+                callbacks_->in_message = [client] { delete client; };
+                client->connectInBackground("hub", callbacks_);
+                daemon_.Accept();
+                daemon_.Send("x");
+                const std::string event = events_.Next() + ", " + events_.Next();
+                std::fputs(event.c_str(), stderr);
+                std::_Exit(0);
+            },
+            "terminate called");
+}
+
 TEST_F(SocketClientTest, DisconnectEndsEveryStateWithoutACallback) {
     const Log waiting{"3 Waiting for RX thread to exit"};
     client_.disconnect();

@@ -85,6 +85,13 @@ void Progress::Clear() {
     if (live_) std::fputs("\r\x1b[K", stderr);
 }
 
+std::string Progress::WhatIsMissing() const {
+    if (verdict_.complete) return "";
+    if (report_.tally.unfinished > 0) return "the report has sections that never ended";
+    if (!report_.at_end || report_.cut) return "the report's end is missing";
+    return "text of the report is lost";
+}
+
 std::string Progress::Verdict() const {
     std::string names;
     const size_t failed = report_.tally.failed;

@@ -8,11 +8,10 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
+#include <cctype>
 #include <cerrno>
-#include <charconv>
 #include <climits>
-#include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <string_view>
 
@@ -24,7 +23,8 @@ namespace {
 constexpr std::string_view kDirectory = "/dev/__properties__/";
 constexpr size_t kLongestValue = size_t{64} * 1024;
 
-// Without inotify (no watches or descriptors left, directory missing) a waiter looks this often.
+// A waiter looks this often, whatever inotify says: there may be no watch or descriptor left, and
+// the directory missing or another one.
 constexpr std::chrono::milliseconds kLookAgain{100};
 
 // A leading dot is kept for files that are being written.
@@ -65,65 +65,11 @@ std::optional<std::string> Read(const std::string& key) {
     }
 }
 
-// Named after process and count, so that no two writers share one.
-std::string NameOfUnfinished(const std::string& key) {
-    static std::atomic<unsigned> count{0};
-    return PathOf("." + key + "." + std::to_string(getpid()) + "." + std::to_string(count++));
-}
-
-// Everybody may read a property, whatever umask its writer runs under.
-bool WriteNewFile(const std::string& path, const std::string& value) {
-    constexpr mode_t kMode = 0644;
-    const unique_fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
-    if (fd.get() < 0 || fchmod(fd.get(), kMode) != 0) return false;
-    const int error = platform::WriteUntil(fd.get(), value, platform::Deadline::max());
-    if (error != 0) errno = error;
-    return error == 0;
-}
-
 // Links rather than renames a "ro." key: link(2) fails where the name exists, and that is the test
 // that no second writer can slip past.
 bool Publish(const std::string& key, const std::string& unfinished) {
     if (key.starts_with("ro.")) return link(unfinished.c_str(), PathOf(key).c_str()) == 0;
     return rename(unfinished.c_str(), PathOf(key).c_str()) == 0;
-}
-
-// A watch on the property directory, if one is to be had.
-class Watch {
-  public:
-    Watch() : fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-        constexpr uint32_t kChanges = IN_MOVED_TO | IN_CREATE | IN_CLOSE_WRITE | IN_DELETE;
-        alive_ = fd_.get() >= 0 && inotify_add_watch(fd_.get(), PathOf("").c_str(), kChanges) >= 0;
-    }
-
-    // Waits until something has changed or the deadline has passed.
-    void Wait(platform::Deadline deadline) {
-        if (!alive_) {
-            const auto now = std::chrono::steady_clock::now();
-            deadline = std::min(deadline, now + kLookAgain);
-        }
-        pollfd change{alive_ ? fd_.get() : -1, POLLIN, 0};
-        poll(&change, 1, platform::PollTimeout(deadline));
-        // The caller looks at the value itself: what has changed doesn't count.
-        std::array<char, 4096> events;
-        while (alive_ && read(fd_.get(), events.data(), events.size()) > 0) {
-        }
-    }
-
-  private:
-    const unique_fd fd_;
-    bool alive_;
-};
-
-bool ParseInteger(const std::string& text, bool* negative, unsigned long long* magnitude) {
-    std::string_view digits = text;
-    *negative = digits.starts_with('-');
-    if (*negative || digits.starts_with('+')) digits.remove_prefix(1);
-    const bool hex = digits.starts_with("0x") || digits.starts_with("0X");
-    if (hex) digits.remove_prefix(2);
-    const char* end = digits.data() + digits.size();
-    const auto [stop, error] = std::from_chars(digits.data(), end, *magnitude, hex ? 16 : 10);
-    return error == std::errc{} && stop == end;
 }
 
 }  // namespace
@@ -144,17 +90,15 @@ bool GetBoolProperty(const std::string& key, bool default_value) {
 
 template <typename T>
 T GetIntProperty(const std::string& key, T default_value, T min, T max) {
-    bool negative = false;
-    unsigned long long magnitude = 0;
-    if (!ParseInteger(GetProperty(key, ""), &negative, &magnitude)) return default_value;
-    constexpr auto kMost = static_cast<unsigned long long>(std::numeric_limits<long long>::max());
-    if (magnitude > kMost + (negative ? 1 : 0)) return default_value;
-    // The most negative number has no positive twin: step over it.
-    const long long value = !negative        ? static_cast<long long>(magnitude)
-                            : magnitude == 0 ? 0
-                                             : -static_cast<long long>(magnitude - 1) - 1;
-    if (value < min || value > max) return default_value;
-    return static_cast<T>(value);
+    const std::string text = GetProperty(key, " ");
+    // Of what strtoll() reads, white space at the beginning is none of an integer's.
+    if (std::isspace(static_cast<unsigned char>(text.front())) != 0) return default_value;
+    const bool hex = text.find_first_of("xX") != std::string::npos;
+    char* end = nullptr;
+    errno = 0;
+    const long long value = std::strtoll(text.c_str(), &end, hex ? 16 : 10);
+    const bool whole = errno == 0 && end == text.c_str() + text.size();
+    return whole && value >= min && value <= max ? static_cast<T>(value) : default_value;
 }
 
 template int8_t GetIntProperty(const std::string&, int8_t, int8_t, int8_t);
@@ -167,27 +111,32 @@ bool SetProperty(const std::string& key, const std::string& value) {
         errno = EINVAL;
         return false;
     }
-    const std::string unfinished = NameOfUnfinished(key);
-    const bool set = WriteNewFile(unfinished, value) && Publish(key, unfinished);
-    const int error = errno;
+    std::string unfinished = PathOf("." + key + ".XXXXXX");
+    const unique_fd fd(mkostemp(unfinished.data(), O_CLOEXEC));
+    if (fd.get() < 0) return false;
+    int error = platform::WriteWithin(std::chrono::hours(1), fd.get(), value);
+    // Everybody may read a property, whatever umask its writer runs under.
+    if (error == 0 && (fchmod(fd.get(), 0644) != 0 || !Publish(key, unfinished))) error = errno;
     unlink(unfinished.c_str());
     errno = error;
-    return set;
+    return error == 0;
 }
 
 bool WaitForProperty(const std::string& key, const std::string& expected_value,
                      std::chrono::milliseconds relative_timeout) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point start = Clock::now();
-    const auto most =
-            std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point::max() - start);
-    const Clock::time_point deadline =
-            relative_timeout >= most ? Clock::time_point::max() : start + relative_timeout;
-    Watch watch;
     for (;;) {
+        // Watched before it is looked at, so that no change falls between the two, and anew each
+        // time, as the directory itself may have been replaced.
+        const unique_fd watch(inotify_init1(IN_CLOEXEC));
+        inotify_add_watch(watch.get(), PathOf("").c_str(),
+                          IN_MOVED_TO | IN_CREATE | IN_CLOSE_WRITE | IN_DELETE);
         if (Read(key).value_or("") == expected_value) return true;
-        if (Clock::now() >= deadline) return false;
-        watch.Wait(deadline);
+        const auto passed = std::chrono::floor<std::chrono::milliseconds>(Clock::now() - start);
+        if (passed >= relative_timeout) return false;
+        pollfd change{watch.get(), POLLIN, 0};
+        poll(&change, 1, static_cast<int>(std::min(relative_timeout - passed, kLookAgain).count()));
     }
 }
 

@@ -2,22 +2,15 @@
 
 struct AIBinder_Weak {
     AIBinder* const binder;
-    const std::shared_ptr<BinderReferences> references;
+    const std::shared_ptr<std::atomic<int>> references;
 };
 
 void AIBinder_incStrong(AIBinder* binder) {
-    const std::lock_guard lock(binder->references->mutex);
-    ++binder->references->strong;
+    ++*binder->references;
 }
 
 void AIBinder_decStrong(AIBinder* binder) {
-    if (binder == nullptr) return;
-    bool last;
-    {
-        const std::lock_guard lock(binder->references->mutex);
-        last = --binder->references->strong == 0;
-    }
-    if (last) delete binder;
+    if (binder != nullptr && --*binder->references == 0) delete binder;
 }
 
 AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder) {
@@ -29,8 +22,8 @@ void AIBinder_Weak_delete(AIBinder_Weak* weak) {
 }
 
 AIBinder* AIBinder_Weak_promote(AIBinder_Weak* weak) {
-    const std::lock_guard lock(weak->references->mutex);
-    if (weak->references->strong == 0) return nullptr;
-    ++weak->references->strong;
-    return weak->binder;
+    int strong = *weak->references;
+    while (strong != 0 && !weak->references->compare_exchange_weak(strong, strong + 1)) {
+    }
+    return strong == 0 ? nullptr : weak->binder;
 }

@@ -36,36 +36,41 @@ class BorrowedDescriptors {
     std::vector<ndk::ScopedFileDescriptor> fds_;
 };
 
-int SetError(sd_bus_error* error, const ndk::ScopedAStatus& status) {
-    const char* const name = status.getExceptionCode() == EX_ILLEGAL_ARGUMENT
-                                     ? SD_BUS_ERROR_INVALID_ARGS
-                                     : SD_BUS_ERROR_FAILED;
-    return sd_bus_error_set(error, name, status.getMessage());
+// Answers the call with the status, or when that is OK with the values.
+template <typename... Values>
+int Reply(sd_bus_message* call, sd_bus_error* error, const ndk::ScopedAStatus& status,
+          const char* types, Values... values) {
+    if (status.isOk()) return sd_bus_reply_method_return(call, types, values...);
+    const bool illegal = status.getExceptionCode() == EX_ILLEGAL_ARGUMENT;
+    return sd_bus_error_set(error, illegal ? SD_BUS_ERROR_INVALID_ARGS : SD_BUS_ERROR_FAILED,
+                            status.getMessage());
 }
 
 // False only where the bus knows it. Callers that have given up wait in the queue like others, and
-// a report of minutes for each would keep those waiting that haven't.
-bool IsOnTheBus(sd_bus* bus, const char* name) {
+// a report of minutes for each would keep those waiting that haven't. Asked over a connection of
+// its own: who waits for an answer on that of the calls reads all that come before it, and holds
+// their descriptors.
+bool IsOnTheBus(const char* name) {
     constexpr uint64_t kPatienceMicroseconds = 5'000'000;
-    sd_bus_message* question = nullptr;
+    constexpr char kBus[] = "org.freedesktop.DBus";
+    sd_bus* bus = nullptr;
     sd_bus_message* answer = nullptr;
     int owned = 1;
-    if (sd_bus_message_new_method_call(bus, &question, "org.freedesktop.DBus",
-                                       "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                       "NameHasOwner") >= 0 &&
-        sd_bus_message_append(question, "s", name) >= 0 &&
-        sd_bus_call(bus, question, kPatienceMicroseconds, nullptr, &answer) >= 0 &&
+    if (sd_bus_open_system(&bus) >= 0 &&
+        sd_bus_set_method_call_timeout(bus, kPatienceMicroseconds) >= 0 &&
+        sd_bus_call_method(bus, kBus, "/org/freedesktop/DBus", kBus, "NameHasOwner", nullptr,
+                           &answer, "s", name) >= 0 &&
         sd_bus_message_read(answer, "b", &owned) < 0) {
         owned = 1;
     }
     sd_bus_message_unref(answer);
-    sd_bus_message_unref(question);
+    sd_bus_close_unref(bus);
     return owned != 0;
 }
 
 int DumpstateBoard(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
     const char* const caller = sd_bus_message_get_sender(call);
-    if (caller != nullptr && !IsOnTheBus(sd_bus_message_get_bus(call), caller)) {
+    if (caller != nullptr && !IsOnTheBus(caller)) {
         __android_log_print(ANDROID_LOG_WARN, nullptr,
                             "%s has left the bus: its call for a report is dropped", caller);
         return 1;  // served: nobody is left to be answered
@@ -81,35 +86,32 @@ int DumpstateBoard(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error*
     }
     const auto status = device.dumpstateBoard(
             fds.get(), static_cast<IDumpstateDevice::DumpstateMode>(mode), timeout_millis);
-    return status.isOk() ? sd_bus_reply_method_return(call, "") : SetError(error, status);
+    return Reply(call, error, status, "");
 }
 
 int GetVerboseLoggingEnabled(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
     bool enabled = false;
     const auto status = device.getVerboseLoggingEnabled(&enabled);
-    if (!status.isOk()) return SetError(error, status);
-    return sd_bus_reply_method_return(call, "b", static_cast<int>(enabled));
+    return Reply(call, error, status, "b", static_cast<int>(enabled));
 }
 
 int SetVerboseLoggingEnabled(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
     int enabled = 0;
     if (const int result = sd_bus_message_read(call, "b", &enabled); result < 0) return result;
     const auto status = device.setVerboseLoggingEnabled(enabled != 0);
-    return status.isOk() ? sd_bus_reply_method_return(call, "") : SetError(error, status);
+    return Reply(call, error, status, "");
 }
 
 int GetInterfaceVersion(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
     int32_t version = 0;
     const auto status = device.getInterfaceVersion(&version);
-    if (!status.isOk()) return SetError(error, status);
-    return sd_bus_reply_method_return(call, "i", version);
+    return Reply(call, error, status, "i", version);
 }
 
 int GetInterfaceHash(IDumpstateDevice& device, sd_bus_message* call, sd_bus_error* error) {
     std::string hash;
     const auto status = device.getInterfaceHash(&hash);
-    if (!status.isOk()) return SetError(error, status);
-    return sd_bus_reply_method_return(call, "s", hash.c_str());
+    return Reply(call, error, status, "s", hash.c_str());
 }
 
 using Operation = int(IDumpstateDevice&, sd_bus_message*, sd_bus_error*);

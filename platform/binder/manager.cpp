@@ -56,6 +56,6 @@ void ABinderProcess_joinThreadPool() {
     for (;;) {
         int result = sd_bus_process(bus, nullptr);
         if (result == 0) result = sd_bus_wait(bus, UINT64_MAX);
-        if (result < 0 && result != -EINTR) return;
+        if (result < 0) return;
     }
 }

@@ -11,11 +11,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <mutex>
 #include <thread>
+
+#include "held_thread.h"
 
 extern "C" {  // glibc 2.36 declares it for C only
 #include <sys/pidfd.h>
@@ -114,21 +117,65 @@ class SpawnPlan {
     posix_spawnattr_t attributes_;
 };
 
+// A program that is being started, shared by who wants it and the thread that starts it.
+class Spawning {
+  public:
+    Spawning(const std::vector<std::string>& command, int output_fd)
+        : command_(command), plan_(output_fd) {}
+
+    void Run() {
+        std::vector<char*> argv;
+        argv.reserve(command_.size() + 1);
+        for (std::string& argument : command_) argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        pid_t pid = -1;
+        const int error = plan_.Spawn(&pid, argv.data());
+        const std::lock_guard lock(mutex_);
+        error_ = error;
+        pid_ = error == 0 ? pid : -1;
+        if (abandoned_ && error == 0) {
+            kill(-pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+        changed_.notify_one();
+    }
+
+    // The program's number, below 0 when it could not be started; nothing at the deadline, and then
+    // the program is ended as soon as it begins.
+    std::optional<pid_t> WaitUntil(platform::Deadline deadline) {
+        std::unique_lock lock(mutex_);
+        abandoned_ = !changed_.wait_until(lock, deadline, [this] { return pid_.has_value(); });
+        return pid_;
+    }
+    int error() const { return error_; }
+
+  private:
+    std::vector<std::string> command_;
+    const SpawnPlan plan_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::optional<pid_t> pid_;
+    int error_ = 0;
+    bool abandoned_ = false;
+};
+
 }  // namespace
 
-int ChildProcess::Start(const std::vector<std::string>& command, int output_fd) {
+int ChildProcess::Start(const std::vector<std::string>& command, int output_fd,
+                        platform::Deadline deadline) {
     TheUnkillable().Reap();
     if (command.empty()) return EINVAL;
-    std::vector<char*> argv;
-    argv.reserve(command.size() + 1);
-    for (const std::string& argument : command) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-
-    const int error = SpawnPlan(output_fd).Spawn(&pid_, argv.data());
-    if (error != 0) {
-        pid_ = -1;
-        return error;
+    if (IsHeld(command[0])) return EALREADY;
+    const auto spawning = std::make_shared<Spawning>(command, output_fd);
+    // Where there is no thread to be had, the risk is the smaller loss.
+    if (StartDetached([spawning] { spawning->Run(); }) != 0) spawning->Run();
+    const std::optional<pid_t> pid = spawning->WaitUntil(deadline);
+    if (!pid) {
+        RememberHeld(command[0], spawning);
+        return ETIMEDOUT;
     }
+    if (*pid < 0) return spawning->error();
+    pid_ = *pid;
     pidfd_.reset(pidfd_open(pid_, 0));
     return 0;
 }

@@ -17,8 +17,11 @@ namespace android::os::dumpstate {
 // driver has let it go.
 class ChildProcess {
   public:
-    // Starts the program with output_fd as standard output and error. Returns an errno on failure.
-    int Start(const std::vector<std::string>& command, int output_fd);
+    // Starts the program with output_fd as standard output and error, on another thread, as the
+    // file that it is in may hold whoever runs it. Returns an errno on failure: ETIMEDOUT when it
+    // had not begun by the deadline (it is ended as soon as it does), EALREADY while the file still
+    // holds the thread of such a one.
+    int Start(const std::vector<std::string>& command, int output_fd, platform::Deadline deadline);
     ~ChildProcess();
 
     // How the program ended, as in waitid(2): CLD_EXITED with an exit status, else a signal.

@@ -1,83 +1,110 @@
 #include <DumpstateUtil.h>
+#include <poll.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
 #include <chrono>
 #include <string>
 #include <string_view>
 
-#include "copy.h"
-#include "file_feeder.h"
+#include "file_reader.h"
 #include "last_line.h"
+#include "platform/bounded_write.h"
 #include "section_frame.h"
 
 namespace android::os::dumpstate {
 namespace {
 
+using std::chrono::steady_clock;
+
+// How long a file may keep the report waiting, its reader's pauses not counted.
 constexpr std::chrono::seconds kTimeout{10};
 
-// A section that takes longer to begin shows its header before, so that a reader sees what is
-// waited for.
+// A file that takes longer to begin shows its header before, so that a reader sees what is waited
+// for.
 constexpr std::chrono::milliseconds kAtOnce{100};
 
-struct Outcome {
-    std::string_view separator;
-    bool complete;
-    std::string failure;
+// What goes out in one write, more or less.
+constexpr size_t kPiece = size_t{64} * 1024;
+
+class Copy {
+  public:
+    Copy(SectionFrame& frame, const std::string& path) : frame_(frame), path_(path) {}
+
+    // Copies the file. Returns the failure, or "".
+    std::string Run() {
+        if (const int error = reader_.Start(path_); error != 0) return CannotOpen(error);
+        while (WaitForInput()) {
+            const ssize_t size = read(reader_.pipe(), buffer_.data(), buffer_.size());
+            if (size < 0 && errno == EINTR) continue;
+            if (size <= 0) return AtEnd();
+            if (!Deliver({buffer_.data(), static_cast<size_t>(size)})) return "";
+        }
+        reader_.Abandon();
+        return "timed out after " + std::to_string(kTimeout.count()) + " s, stopped";
+    }
+
+    std::string_view separator() const { return last_line_.Separator(); }
+
+  private:
+    std::string CannotOpen(int error) const {
+        return "cannot open " + path_ + ": " + Reason(error);
+    }
+
+    std::string AtEnd() const {
+        if (reader_.open_error() != 0) return CannotOpen(reader_.open_error());
+        if (reader_.read_error() == 0) return "";
+        return "cannot read " + path_ + ": " + Reason(reader_.read_error());
+    }
+
+    // False at the time-out.
+    bool WaitForInput() {
+        const bool ready = Poll(std::min(start_ + kAtOnce, deadline_));
+        if (ready) return steady_clock::now() < deadline_;
+        return Flush() && Poll(deadline_);
+    }
+
+    bool Poll(platform::Deadline until) const {
+        pollfd readable{reader_.pipe(), POLLIN, 0};
+        int ready;
+        do {
+            ready = poll(&readable, 1, platform::PollTimeout(until));
+        } while (ready < 0 && errno == EINTR);
+        return ready != 0;
+    }
+
+    // False when the rest is lost.
+    bool Deliver(std::string_view bytes) {
+        last_line_.Add(bytes);
+        return frame_.Add(bytes) < kPiece || Flush();
+    }
+
+    bool Flush() {
+        const auto begin = steady_clock::now();
+        const bool whole = frame_.Flush() == 0;
+        deadline_ += steady_clock::now() - begin;
+        return whole;
+    }
+
+    const steady_clock::time_point start_ = steady_clock::now();
+    platform::Deadline deadline_ = start_ + kTimeout;
+    SectionFrame& frame_;
+    const std::string& path_;
+    FileReader reader_;
+    LastLine last_line_;
+    std::array<char, kPiece> buffer_;
 };
-
-Outcome CannotOpen(const std::string& path, int error) {
-    return {"", false, "cannot open " + path + ": " + Reason(error)};
-}
-
-std::chrono::seconds Begin(SectionFrame& frame) {
-    return frame.Begin() ? kTimeout : std::chrono::seconds(0);
-}
-
-// What comes after the file's beginning.
-CopyResult CopyRest(FileFeeder& feeder, SectionFrame& frame, int fd, platform::Deadline deadline,
-                    LastLine& last_line) {
-    const FileFeeder::Rest rest = feeder.TakeRest();
-    if (rest.file.get() >= 0) {
-        // The size bounds the copy: a log that grows as fast as it is read has no end.
-        return CopyRegularFile(rest.file.get(), fd, rest.size, Begin(frame), last_line);
-    }
-    if (rest.pipe.get() < 0) return {.read_error = feeder.read_error()};
-    if (!frame.Begin()) deadline = std::chrono::steady_clock::now();
-    CopyResult copy = CopyPipe(rest.pipe.get(), fd, deadline, last_line);
-    if (!copy.timed_out && copy.write_error == 0) copy.read_error = feeder.read_error();
-    return copy;
-}
-
-Outcome Copy(SectionFrame& frame, int fd, const std::string& path) {
-    FileFeeder feeder;
-    if (const int error = feeder.Start(path); error != 0) return CannotOpen(path, error);
-    const auto start = std::chrono::steady_clock::now();
-    const platform::Deadline deadline = start + kTimeout;
-    const bool answered =
-            feeder.WaitUntil(start + kAtOnce) || feeder.WaitUntil(frame.Begin() ? deadline : start);
-    if (answered && feeder.open_error() != 0) return CannotOpen(path, feeder.open_error());
-
-    const std::string_view beginning = feeder.beginning();
-    LastLine last_line;
-    last_line.Add(beginning);
-    frame.Hold(beginning);
-    const CopyResult copy = answered ? CopyRest(feeder, frame, fd, deadline, last_line)
-                                     : CopyResult{.timed_out = true};
-    std::string failure;
-    if (copy.timed_out) {
-        failure = "timed out after " + std::to_string(kTimeout.count()) + " s, stopped";
-    } else if (copy.read_error != 0) {
-        failure = "cannot read " + path + ": " + Reason(copy.read_error);
-    }
-    return {last_line.Separator(), failure.empty() && copy.write_error == 0, failure};
-}
 
 }  // namespace
 
 int DumpFileToFd(int fd, const std::string& title, const std::string& path) {
     SectionFrame frame(fd, title, path);
-    const Outcome outcome = Copy(frame, fd, path);
-    const int error = frame.Close(outcome.separator, outcome.failure);
-    return outcome.complete && error == 0 ? 0 : -1;
+    Copy copy(frame, path);
+    const std::string failure = copy.Run();
+    const int error = frame.Close(copy.separator(), failure);
+    return failure.empty() && error == 0 ? 0 : -1;
 }
 
 }  // namespace android::os::dumpstate

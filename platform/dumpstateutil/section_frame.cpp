@@ -1,12 +1,14 @@
 #include "section_frame.h"
 
 #include <android/log.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
 
+#include "platform/bounded_write.h"
 #include "platform/printable.h"
 
 namespace android::os::dumpstate {
@@ -26,16 +28,23 @@ SectionFrame::SectionFrame(int fd, std::string_view title, std::string_view deta
     pending_ += ") ------\n";
 }
 
-void SectionFrame::Hold(std::string_view content) {
-    constexpr size_t kFooter = 128;
-    pending_.reserve(pending_.size() + content.size() + kFooter);
+size_t SectionFrame::Add(std::string_view content) {
     pending_ += content;
+    return pending_.size();
 }
 
-bool SectionFrame::Begin() {
-    const int error = Write();
+int SectionFrame::Flush() {
+    using namespace std::chrono_literals;
+    const int error = platform::WriteWithin(fd_ == STDOUT_FILENO ? 5s : 30s, fd_, pending_);
     pending_.clear();
-    return error != ETIMEDOUT && error != EAGAIN;
+    if (error == ETIMEDOUT || error == EPIPE) {
+        __android_log_print(ANDROID_LOG_WARN, nullptr,
+                            "%s: the reader has %s, what comes from here on is lost",
+                            title_.c_str(), error == EPIPE ? "gone" : "stopped");
+        platform::GiveUpReader(fd_);
+    }
+    if (error_ == 0) error_ = error;
+    return error;
 }
 
 int SectionFrame::Close(std::string_view separator, std::string_view failure) {
@@ -50,18 +59,8 @@ int SectionFrame::Close(std::string_view separator, std::string_view failure) {
     std::snprintf(duration.data(), duration.size(), "------ %.3fs was the duration of '",
                   std::chrono::duration<double>(now - start_).count());
     pending_.append(duration.data()).append(title_).append("' ------\n");
-    return Write();
-}
-
-int SectionFrame::Write() {
-    const int error =
-            platform::WriteUntil(fd_, pending_, std::chrono::steady_clock::now() + kReportPatience);
-    if (error == ETIMEDOUT) {
-        __android_log_print(ANDROID_LOG_WARN, nullptr,
-                            "%s: the reader has stopped, what it doesn't take is lost",
-                            title_.c_str());
-    }
-    return error;
+    Flush();
+    return error_;
 }
 
 std::string Reason(int error) {

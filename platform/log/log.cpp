@@ -9,12 +9,15 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/bounded_write.h"
 #include "platform/printable.h"
@@ -22,10 +25,9 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
 
 constexpr std::chrono::milliseconds kLogPatience{100};
-// What goes on being counted is told as often as this.
-constexpr std::chrono::seconds kTellInterval{10};
 
 char PriorityLetter(int priority) {
     constexpr std::string_view kLetters = "??VDIWEF";
@@ -33,21 +35,11 @@ char PriorityLetter(int priority) {
 }
 
 std::string Format(const char* format, va_list arguments) {
-    std::array<char, 1024> line;
-    va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(line.data(), line.size(), format, arguments);
-    std::string message;
-    if (length < 0) {
-        message = format;
-    } else if (static_cast<size_t>(length) < line.size()) {
-        message.assign(line.data(), static_cast<size_t>(length));
-    } else {
-        message.resize(static_cast<size_t>(length) + 1);
-        std::vsnprintf(message.data(), message.size(), format, again);
-        message.pop_back();
-    }
-    va_end(again);
+    char* text = nullptr;
+    const int length = vasprintf(&text, format, arguments);
+    if (length < 0) return format;
+    const std::unique_ptr<char, decltype(&std::free)> owner(text, std::free);
+    std::string message(text, static_cast<size_t>(length));
     message.erase(message.find_last_not_of('\n') + 1);
     return message;
 }
@@ -69,101 +61,59 @@ std::string Record(int priority, const char* tag, std::string_view message) {
     return record += '\n';
 }
 
-// How many records of one tag may still come at once.
+// How many records may still come at once: 10,000, far more than any report that isn't flooded, and
+// 100 more each second.
 class Allowance {
   public:
     bool Take(Clock::time_point now) {
-        const auto since = std::chrono::floor<std::chrono::milliseconds>(now - refilled_) / kEach;
-        left_ = static_cast<int>(std::min<int64_t>(left_ + since, kMost));
-        refilled_ += since * kEach;
-        return left_ > 0 && left_-- > 0;
+        const std::chrono::duration<double> since = now - std::exchange(asked_, now);
+        left_ = std::min(left_ + 100 * since.count(), 10'000.0);
+        if (left_ < 1) return false;
+        --left_;
+        return true;
     }
 
   private:
-    // Far more than any report that isn't flooded.
-    static constexpr int kMost = 10'000;
-    static constexpr std::chrono::milliseconds kEach{10};
-
-    int left_ = kMost;
-    Clock::time_point refilled_;
+    double left_ = 10'000;
+    Clock::time_point asked_;
 };
 
-std::string Counted(uint64_t count, const char* what) {
-    return std::to_string(count) + what;
-}
-
-// What the process has told its log, and what it has only counted.
 class Log {
   public:
     // As __android_log_print().
-    int Write(int priority, const char* tag, const std::string& message) {
+    int Write(int priority, const char* tag, std::string_view message) {
         const std::lock_guard lock(mutex_);
         const Clock::time_point now = Clock::now();
-        const bool repeats =
-                priority == last_priority_ && tag == last_tag_ && message == last_message_;
-        if (repeats) {
-            ++repeats_;
-            if (now - told_ < kTellInterval) return 0;
-        } else if (!AllowanceOf(priority, tag).Take(now)) {
-            ++left_out_;
+        if (!AllowanceOf(priority, tag).Take(now)) {
+            ++missing_;
             return 0;
         }
-        const uint64_t left_out = left_out_;
-        std::string text = WhatWasCounted(now);
-        if (!repeats) {
-            text += Record(priority, tag, message);
-            last_priority_ = priority;
-            last_tag_ = tag;
-            last_message_ = message;
+        std::string text;
+        if (missing_ > 0) {
+            const std::string told = std::to_string(missing_) +
+                                     " records are missing here: the log's reader had stopped, or "
+                                     "they were more than anybody reads";
+            text = Record(ANDROID_LOG_WARN, "log", told);
         }
-        const int error = platform::WriteUntil(STDERR_FILENO, text, now + kLogPatience);
-        const uint64_t told = repeats_ + (left_out - left_out_) + (repeats ? 0 : 1);
-        lost_ = error == 0 ? 0 : lost_ + told;
-        repeats_ = 0;
-        if (error != 0) {
-            last_message_.clear();  // nobody has seen it
-            return -error;
-        }
-        told_ = now;
-        return repeats ? 0 : 1;
+        text += Record(priority, tag, message);
+        // A reader that was waited for in vain is waited for again once it has taken something.
+        const int error = platform::WriteWithin(stopped_ ? 0ms : kLogPatience, STDERR_FILENO, text);
+        stopped_ = error == ETIMEDOUT;
+        missing_ = error == 0 ? 0 : missing_ + 1;
+        return error == 0 ? 1 : -error;
     }
 
   private:
+    // By tag and priority, so that one's flood is not another's, and debugging's not an error's.
     Allowance& AllowanceOf(int priority, std::string_view tag) {
         const size_t number = std::hash<std::string_view>()(tag) + static_cast<size_t>(priority);
         return allowances_[number % allowances_.size()];
     }
 
-    std::string WhatWasCounted(Clock::time_point now) {
-        std::string text;
-        if (lost_ > 0) {
-            text += Record(ANDROID_LOG_WARN, "log",
-                           Counted(lost_, " records lost: the log's reader had stopped"));
-        }
-        if (repeats_ > 0) {
-            text += Record(last_priority_, last_tag_.c_str(),
-                           Counted(repeats_, " times more the same as before"));
-        }
-        if (left_out_ > 0 && now - left_out_told_ >= kTellInterval) {
-            text += Record(ANDROID_LOG_WARN, "log",
-                           Counted(left_out_, " records left out: more than anybody reads"));
-            left_out_ = 0;
-            left_out_told_ = now;
-        }
-        return text;
-    }
-
     std::mutex mutex_;
-    // By tag and priority, so that one's flood is not another's, and debugging's not an error's.
     std::array<Allowance, 61> allowances_;
-    int last_priority_ = ANDROID_LOG_UNKNOWN;
-    std::string last_tag_;
-    std::string last_message_;
-    uint64_t repeats_ = 0;
-    uint64_t left_out_ = 0;
-    uint64_t lost_ = 0;
-    Clock::time_point told_;
-    Clock::time_point left_out_told_;
+    uint64_t missing_ = 0;  // since the last record that was written
+    bool stopped_ = false;
 };
 
 // Never destroyed: whoever outlives the others may log.

@@ -18,8 +18,10 @@
 // newline is written first.
 //
 // They return normally whatever happens and are bounded in time whatever the command, the file or
-// the reader of `fd` does. Any thread may call them, several at once. No signal disposition, mask
-// or descriptor of the caller changes.
+// the reader of `fd` does. Any thread may call them, several at once. No signal disposition or mask
+// of the caller changes, and of its descriptors only `fd`: where its reader takes nothing for 30 s
+// (5 s where it is standard output), or is gone, it becomes /dev/null. SIGPIPE must not end the
+// process.
 
 namespace android::os::dumpstate {
 
@@ -60,9 +62,8 @@ class CommandOptions {
 int RunCommandToFd(int fd, const std::string& title, const std::vector<std::string>& full_command,
                    const CommandOptions& options = CommandOptions::DEFAULT);
 
-// Copies the file at `path`. A regular file is copied to its end as long as the reader takes
-// something every 10 s; whatever else the path names is read for at most 10 s. Returns 0, or -1
-// when not all could be copied.
+// Copies the file at `path`, for which it is waited for 10 s, the time not counted in which the
+// reader of `fd` takes nothing. Returns 0, or -1 when not all could be copied.
 int DumpFileToFd(int fd, const std::string& title, const std::string& path);
 
 class PropertiesHelper {

@@ -29,21 +29,14 @@ class ICInterface : public SharedRefBase {
     virtual SpAIBinder asBinder() = 0;
     virtual bool isRemote() = 0;
     // The generic dump and shell entry points: write nothing.
-    virtual binder_status_t dump(int fd, const char** arguments, uint32_t count);
-    virtual binder_status_t handleShellCommand(int in, int out, int err, const char** arguments,
-                                               uint32_t count);
+    virtual binder_status_t dump(int /*fd*/, const char** /*arguments*/, uint32_t /*count*/) {
+        return STATUS_OK;
+    }
+    virtual binder_status_t handleShellCommand(int /*in*/, int /*out*/, int /*err*/,
+                                               const char** /*arguments*/, uint32_t /*count*/) {
+        return STATUS_OK;
+    }
 };
-
-inline binder_status_t ICInterface::dump(int /*fd*/, const char** /*arguments*/,
-                                         uint32_t /*count*/) {
-    return STATUS_OK;
-}
-
-inline binder_status_t ICInterface::handleShellCommand(int /*in*/, int /*out*/, int /*err*/,
-                                                       const char** /*arguments*/,
-                                                       uint32_t /*count*/) {
-    return STATUS_OK;
-}
 
 // The base of an interface that is implemented in this process.
 template <typename Interface>

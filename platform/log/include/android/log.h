@@ -11,9 +11,8 @@
 // A record is one write(2): records of several threads or processes never mix, on a pipe up to
 // PIPE_BUF bytes. Any thread may log.
 // A log reader that has stopped costs one caller 100 ms, and then every record until it takes
-// something again. A record that repeats the one before is only counted, and so are those of one
-// tag and priority beyond 10,000 at once or 100 a second after that. What was lost or counted is
-// told by a line of its own before the next record. No exception leaves.
+// something again. Of one tag and priority, 10,000 may come at once and 100 a second after that.
+// How many are missing is told by a line of its own before the next record. No exception leaves.
 
 extern "C" {
 
@@ -28,8 +27,8 @@ enum android_LogPriority {
     ANDROID_LOG_FATAL,
 };
 
-// Both return 1 when the record was written, 0 when it was counted, a negative errno when it was
-// lost. errno stays as it is.
+// Both return 1 when the record was written, 0 when it was one too many, a negative errno when it
+// was lost. errno stays as it is.
 int __android_log_print(int priority, const char* tag, const char* format, ...)
         __attribute__((__format__(printf, 3, 4)));
 int __android_log_vprint(int priority, const char* tag, const char* format, va_list arguments)
