@@ -36,6 +36,7 @@ class Progress {
     std::string Host() const { return reader::HostSentence(report_.tally); }
 
   private:
+    std::string Besides() const;
     void End(const reader::Section& section);
     void EndBlackBox();
     void Line(double seconds, const std::string& what, const std::string& trouble);

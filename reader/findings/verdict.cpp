@@ -359,12 +359,14 @@ size_t Verdict::Count(Severity severity) const {
     return static_cast<size_t>(std::ranges::count(findings, severity, &Finding::severity));
 }
 
+std::string Verdict::CountOf(Severity severity) const {
+    return Counted(Count(severity), WordOf(severity).data());
+}
+
 std::string Verdict::Counts() const {
     std::string counts;
     for (const Severity severity : {Severity::kError, Severity::kWarning, Severity::kNote}) {
-        const size_t count = Count(severity);
-        if (count == 0) continue;
-        counts += (counts.empty() ? "" : ", ") + Counted(count, WordOf(severity).data());
+        if (Count(severity) > 0) counts += (counts.empty() ? "" : ", ") + CountOf(severity);
     }
     return counts.empty() ? "nothing is wrong" : counts;
 }

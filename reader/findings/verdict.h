@@ -53,6 +53,8 @@ struct Verdict {
     size_t Count(Severity severity) const;
     // No error and no warning.
     bool good() const { return Count(Severity::kError) + Count(Severity::kWarning) == 0; }
+    // "2 errors"
+    std::string CountOf(Severity severity) const;
     // "2 errors, 1 warning"; "nothing is wrong"
     std::string Counts() const;
     // What is wrong with the sensor: "froze at ..., 2 gaps"; "" when nothing is.
