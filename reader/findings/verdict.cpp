@@ -325,6 +325,7 @@ void Judgement::JudgeTime() {
     if (unaccounted <= kUnaccountedSeconds) return;
     // The modem's logs are fetched meanwhile, where there is a bundle and verbose logging is on.
     if (unaccounted <= kMostWaitedSeconds && report_.verbose.value_or(true)) {
+        verdict_.unaccounted = unaccounted;
         Add("time-unaccounted", Severity::kWarning, "About " + Seconds(std::round(unaccounted)),
             "passed between the black box and " + std::string(kTimesSection) +
                     " that no section accounts for")

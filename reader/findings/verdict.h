@@ -50,6 +50,9 @@ struct Verdict {
     // What is wrong with the black box, in few words; "" when nothing is.
     std::string black_box;
 
+    // Seconds before the times section that no section accounts for, where that is found.
+    double unaccounted = 0;
+
     size_t Count(Severity severity) const;
     // No error and no warning.
     bool good() const { return Count(Severity::kError) + Count(Severity::kWarning) == 0; }
