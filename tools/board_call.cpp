@@ -27,9 +27,7 @@
 
 namespace {
 
-using reader::BlackBox;
 using reader::HumanSize;
-using reader::Section;
 
 constexpr int kRedrawMillis = 500;
 constexpr size_t kBuffer = size_t{256} * 1024;
@@ -113,11 +111,7 @@ class BoardCall {
     explicit BoardCall(const BoardOptions& options)
         : mode_(options.mode),
           report_(options.report),
-          parser_({.on_begin = [this](std::string_view title) { progress_.Begin(title); },
-                   .on_section = [this](const Section& section) { progress_.End(section); },
-                   .on_black_box = [this](const BlackBox& box) { progress_.End(box); },
-                   .on_outside = {},
-                   .wants_text = {}}) {
+          parser_(progress_.Listener()) {
         if (!options.no_bundle) bundle_.emplace(options.bundle);
         if (!options.page.empty()) page_.emplace(options.page);
     }
@@ -160,6 +154,7 @@ class BoardCall {
         // that the service left behind may hold it open for ever.
         Receive();
         parser_.Finish();
+        progress_.Finish(parser_);
         progress_.Clear();
     }
 
