@@ -110,7 +110,7 @@ TEST(ReportParser, TellsTheSameHoweverItIsCut) {
             "black box  odd [noise\n]\n"
             "  1 A (b) 18446744073709551615:-0.5,2,nan, 8:inf,3.40282e+38,1e-06,\n"
             "  196 Wear 5:2.5, worn 2.5\n  6 GyroscopeIncomplete buffer\n"
-            "outside [-------\nstray\n]\n"
+            "lost 2 -------\noutside [-------\nstray\n]\n"
             "> C\n< C /vendor/bin/x -y() 1.25  [half]\n"
             "> D\n< D /x 1.25  [*** exit status 3\nmore\n]\noutside [end]\ncut\n";
     // The title that a header seems to have is its shortest.
@@ -169,7 +169,7 @@ TEST(ReportParser, WhatIsASectionAndWhatItsContent) {
             {"a heading lost", "*** Sensor 10 (B) ***\nTime: 5, Value: 1.250000\n" + File("A"),
              "black box  headless\n  10 B 5:1.25,\n> A\n< A /x 1.25  []\n"},
             {"two reports, the first cut", "verbose logging: enabled\nverbose logging: disabled\n",
-             "lost 2 \noutside [verbose logging: disabled\n]\n"},
+             "lost 3 \noutside [verbose logging: disabled\n]\n"},
             {"seconds beyond reason", Header("A") + Footer("A", std::string(400, '9') + ".000"),
              "> A\n< A /x 1e+09  []\n"},
             {"a black box that was never begun", "*** no sensor black box: no socket\n" + File("A"),

@@ -157,6 +157,11 @@ void Judgement::JudgeLosses() {
     for (const ReportParser::Loss& loss : report_.losses) {
         if (loss.kind == Kind::kHeader) {
             AddLoss("text-lost", loss.title, "has an end and no beginning: its header is lost");
+        } else if (loss.kind == Kind::kAround) {
+            Finding& finding = AddLoss("text-lost", "The report",
+                                       "has lines outside of any section: what was around them is "
+                                       "lost");
+            finding.evidence = loss.title;
         } else if (loss.kind == Kind::kFooter) {
             AddLoss("text-lost", loss.title,
                     "seems to hold other sections of this report: a footer and a header are lost");

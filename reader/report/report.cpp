@@ -127,8 +127,7 @@ void ReportBuilder::Finish(const ReportParser& parser) {
 std::string WhyNoReport(const Report& report, const std::string& name) {
     if (report.size == 0) return name + " is empty";
     const std::string_view begin = report.source->beginning();
-    const bool empty = report.tally.sections == 0 && report.black_boxes.empty();
-    if (empty) {
+    if (report.tally.sections == 0) {
         for (const Kind& kind : kKinds) {
             if (begin.starts_with(kind.begin)) return name + kind.sentence;
         }
@@ -140,6 +139,7 @@ std::string WhyNoReport(const Report& report, const std::string& name) {
             return name + " has lines that end in CR LF, as no report has: dos2unix mends it";
         }
     }
+    const bool empty = report.tally.sections == 0 && report.black_boxes.empty();
     if (report.has_first_line || !empty) return "";
     return name + " is no board report: no section begins in it";
 }
