@@ -23,6 +23,7 @@
 #include "progress.h"
 #include "read_reports.h"
 #include "report_parser.h"
+#include "rule_files.h"
 #include "units.h"
 
 namespace {
@@ -166,6 +167,17 @@ class BoardCall {
         if (committed_ && bundle_) bundle_->Commit();
     }
 
+    // Judges what came of the report once it is in its file, where its lines can be looked at.
+    void Judge() {
+        LoadRules({}, rules_);
+        if (!report_.file().is_kept() || report_.file().size() == 0) return;
+        reader::Report report;
+        reader::Verdict verdict;
+        if (ReadAndJudge(report_.file().path(), rules_, false, report, verdict).empty()) {
+            progress_.Take(std::move(verdict));
+        }
+    }
+
     // Shows what came of the report, whole or not; true when that is done or not wanted.
     bool MakePage() {
         if (!page_ || report_.file().size() == 0) return true;
@@ -174,7 +186,7 @@ class BoardCall {
         if (HasBundle() && bundle_->file().is_kept()) {
             options.bundle = bundle_->file().path();
         }
-        return WritePageFile({report_.file().path()}, options, *page_, committed_) == 0;
+        return WritePageFile({report_.file().path()}, rules_, options, *page_, committed_) == 0;
     }
 
     // Says how it went; true when all is well.
@@ -293,6 +305,7 @@ class BoardCall {
     Stream report_;
     std::optional<Stream> bundle_;
     std::optional<OutputFile> page_;
+    reader::Rules rules_;
     Progress progress_;
     reader::ReportParser parser_;
     DumpstateClient client_;
@@ -313,6 +326,7 @@ int RunBoardReport(const BoardOptions& options) {
     }
     call.Run();
     call.Commit();
+    call.Judge();
     const bool page = call.MakePage();
     return call.Conclude() && page ? 0 : 1;
 }

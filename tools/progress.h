@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "report.h"
 #include "verdict.h"
@@ -21,6 +22,8 @@ class Progress {
     reader::ReportParser::Listener Listener();
     // After the parser's Finish().
     void Finish(const reader::ReportParser& parser);
+    // What the report was found to be when it was read again.
+    void Take(reader::Verdict&& verdict) { verdict_ = std::move(verdict); }
     // Redraws the last line, if this is a terminal.
     void Redraw(uint64_t bundle_size);
     // Takes the last line away.

@@ -65,8 +65,8 @@ class Watch::Lines {
 
     // Calls see(condition, number, line, time) for each line of the text, which is fed in pieces,
     // that matches.
-    template <typename See>
-    void Feed(std::string_view piece, const See& see);
+    template <typename Tell>
+    void Feed(std::string_view piece, const Tell& see);
     // Before a section's first piece.
     void Begin() {
         if (!compiled_) Compile();
@@ -75,18 +75,18 @@ class Watch::Lines {
         rest_.clear();
         skipping_ = false;
     }
-    template <typename See>
-    void End(const See& see) {
+    template <typename Tell>
+    void End(const Tell& see) {
         if (!rest_.empty()) TakeLine(rest_, see);
         rest_.clear();
     }
 
   private:
     void Compile();
-    template <typename See>
-    void TakeLines(std::string_view lines, const See& see);
-    template <typename See>
-    void TakeLine(std::string_view line, const See& see);
+    template <typename Tell>
+    void TakeLines(std::string_view lines, const Tell& see);
+    template <typename Tell>
+    void TakeLine(std::string_view line, const Tell& see);
     // Whether there may be a match. `which` are told only of a line by itself.
     bool Match(std::string_view text, std::vector<int>* which) const;
 
@@ -138,8 +138,8 @@ bool Watch::Lines::Match(std::string_view text, std::vector<int>* which) const {
     return !which->empty();
 }
 
-template <typename See>
-void Watch::Lines::TakeLine(std::string_view line, const See& see) {
+template <typename Tell>
+void Watch::Lines::TakeLine(std::string_view line, const Tell& see) {
     ++number_;
     if (line.ends_with('\r')) line.remove_suffix(1);
     if (dated_) {
@@ -150,8 +150,8 @@ void Watch::Lines::TakeLine(std::string_view line, const See& see) {
     for (const int i : which_) see(*conditions_[static_cast<size_t>(i)], number_, line, time_);
 }
 
-template <typename See>
-void Watch::Lines::TakeLines(std::string_view lines, const See& see) {
+template <typename Tell>
+void Watch::Lines::TakeLines(std::string_view lines, const Tell& see) {
     if (!by_line_ && !Match(lines, nullptr)) {
         number_ += static_cast<uint64_t>(std::ranges::count(lines, '\n'));
         return;
@@ -163,8 +163,8 @@ void Watch::Lines::TakeLines(std::string_view lines, const See& see) {
     }
 }
 
-template <typename See>
-void Watch::Lines::Feed(std::string_view piece, const See& see) {
+template <typename Tell>
+void Watch::Lines::Feed(std::string_view piece, const Tell& see) {
     if (skipping_ || !rest_.empty()) {  // the line that the piece before has begun
         const size_t end = std::min(piece.find('\n'), piece.size());
         if (!skipping_) rest_ += piece.substr(0, std::min(end, kLongestLine - rest_.size()));

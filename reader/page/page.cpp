@@ -19,18 +19,13 @@ std::string Title(const PageContent& page) {
     return title;
 }
 
-std::vector<Verdict> JudgeAll(std::span<const Report> reports) {
-    std::vector<Verdict> verdicts;
-    for (const Report& report : reports) verdicts.push_back(Judge(report));
-    return verdicts;
-}
-
 }  // namespace
 
-PageContent::PageContent(std::span<const Report> all, const PageOptions& chosen)
+PageContent::PageContent(std::span<const Report> all, std::span<const Verdict> found,
+                         const PageOptions& chosen)
     : reports(all),
+      verdicts(found),
       options(chosen),
-      verdicts(JudgeAll(all)),
       comparison(Compare(all, verdicts, true)) {
     for (size_t line = 0; line < comparison.sections.size(); ++line) {
         for (const Section* const section : comparison.sections[line].sections) {
@@ -85,9 +80,9 @@ void WriteLink(Html& html, std::string_view id) {
     html.Attribute("href", link);
 }
 
-std::string WritePage(std::span<const Report> reports, const PageOptions& options,
-                      const Sink& sink) {
-    const PageContent page(reports, options);
+std::string WritePage(std::span<const Report> reports, std::span<const Verdict> verdicts,
+                      const PageOptions& options, const Sink& sink) {
+    const PageContent page(reports, verdicts, options);
     Html html(sink);
     html.Built(PageBegin()) << "<title>";
     html.Text(Title(page)) << "</title>\n</head>\n<body>\n"

@@ -15,7 +15,8 @@ namespace reader {
 
 // What the parts of a page are written from.
 struct PageContent {
-    PageContent(std::span<const Report> all, const PageOptions& chosen);
+    PageContent(std::span<const Report> all, std::span<const Verdict> found,
+                const PageOptions& chosen);
 
     bool compared() const { return reports.size() > 1; }
     // Where the section stands in comparison.sections.
@@ -27,8 +28,8 @@ struct PageContent {
     std::string TargetOf(size_t report, const Finding& finding) const;
 
     std::span<const Report> reports;
+    std::span<const Verdict> verdicts;  // a report each
     const PageOptions& options;
-    std::vector<Verdict> verdicts;  // a report each
     Comparison comparison;
 
   private:

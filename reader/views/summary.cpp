@@ -376,10 +376,9 @@ bool ShowComparison(Screen& screen, std::span<const Report> reports,
 
 }  // namespace
 
-Summary Summarize(std::span<const Report> reports, bool colour) {
+Summary Summarize(std::span<const Report> reports, std::span<const Verdict> verdicts,
+                  bool colour) {
     Screen screen(colour);
-    std::vector<Verdict> verdicts;
-    for (const Report& report : reports) verdicts.push_back(Judge(report));
     bool good = std::ranges::all_of(verdicts, &Verdict::good);
     if (reports.size() > 1) {
         good = ShowComparison(screen, reports, verdicts) && good;
