@@ -187,7 +187,9 @@ def look_at_healthy(page):
         ('failed', "document.querySelectorAll('[data-failed]').length", 2),
         ('seconds', "document.querySelectorAll('[data-section]:not([data-seconds])').length", 0),
         ('failures are linked', """[...document.querySelectorAll('#verdict a')].every(a =>
-            document.querySelector(a.getAttribute('href')).dataset.failed)""", True),
+            document.querySelector(a.getAttribute('href')))""", True),
+        ('findings', """[...document.querySelectorAll('#verdict [data-finding]')]
+            .filter(e => e.dataset.severity === 'error').map(e => e.dataset.finding)""", ['section-failed'] * 2),
         ('sensors', "[...document.querySelectorAll('[data-sensor]')].map(e => e.dataset.sensor)",
          ['1', '6', '8', '10', '196', '200', '214']),
         ('bars', "document.querySelectorAll('.strip [data-bar]').length", len(sections)),
@@ -200,6 +202,10 @@ def look_at_healthy(page):
     times = re.findall(rb'^Time: (\d+), Value: \(', (WORK / 'healthy.txt').read_bytes(), re.M)
     page.check('records', page.js("""[...document.querySelectorAll('[data-shape=vector]')]
         .reduce((n, e) => n + +e.dataset.records, 0)"""), len(times))
+    values = re.findall(rb'^Time: \d+, Value: \((.*?), (.*?), (.*?)\)', (WORK / 'healthy.txt').read_bytes(), re.M)
+    page.check('values decoded', page.js("""[...document.querySelectorAll('[data-shape=vector] script')]
+        .map(readRecords).flatMap(r => [...r.times].flatMap((_, i) => r.columns.map(c => c[i].toFixed(3)))).sort().join()"""),
+        ','.join(sorted(f'{float(v):.3f}' for row in values for v in row)))
     page.check('records decoded', page.js("""[...document.querySelectorAll('[data-shape=vector] script')]
         .map(readRecords).flatMap(r => [...r.times].map(t => String(r.first + BigInt(t)))).sort().join()"""),
         ','.join(sorted(time.decode() for time in times)))
@@ -245,7 +251,7 @@ def look_at_healthy(page):
         before = page.js(RANGES)
     ActionChains(page.browser).move_to_element(plot).perform()
     told = page.js("document.querySelector('[data-sensor=\"6\"] .readout').textContent")
-    page.check('cursor tells', bool(re.search(r'\d\d:\d\d:\d\d\.\d+\d{8,} nsx -?\d+\.\d{6}', told)))
+    page.check('cursor tells', bool(re.search(r'\d\d:\d\d:\d\d\d{8,} nsx -?\d+\.\d{6}', told)))
 
     light = page.js('getComputedStyle(document.body).backgroundColor')
     page.media(prefers_color_scheme='dark')

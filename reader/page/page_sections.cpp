@@ -14,6 +14,9 @@ namespace {
 constexpr uint64_t kLargest = uint64_t{4} << 20;
 constexpr uint64_t kShownOfLarge = uint64_t{1} << 20;  // at either end
 constexpr uint64_t kPiece = uint64_t{1} << 20;
+// More sections than any report has are laid out in groups, those in sight alone.
+constexpr size_t kFew = 1000;
+constexpr size_t kGroup = 250;
 constexpr size_t kContext = 3;  // equal lines around those that differ
 
 class SectionsWriter {
@@ -244,7 +247,7 @@ void SectionsWriter::WriteSection(size_t index) {
     if (line.text_differs || (page_.compared() && line.missing_in_some)) html_ << " data-differs";
     html_ << ">\n";
     WriteSummary(line);
-    html_ << "<div class=\"text\"><button type=\"button\" class=\"copy\">Copy</button>\n";
+    html_ << "<div class=\"text\">\n";
     WriteContent(line);
     html_ << "</div></details>\n";
 }
@@ -273,8 +276,12 @@ std::string SectionsWriter::Write() {
                  "differs</button>";
     }
     html_ << "<span id=\"found\" class=\"note\" role=\"status\"></span></div>\n";
-    for (size_t line = 0; line < page_.comparison.sections.size() && fault_.empty(); ++line) {
+    const size_t count = page_.comparison.sections.size();
+    const bool grouped = count > kFew;
+    for (size_t line = 0; line < count && fault_.empty(); ++line) {
+        if (grouped && line % kGroup == 0) html_ << "<div class=\"group\">\n";
         WriteSection(line);
+        if (grouped && (line % kGroup == kGroup - 1 || line + 1 == count)) html_ << "</div>\n";
     }
     WriteOutside();
     html_ << "</section>\n";

@@ -2,7 +2,7 @@
 'use strict';
 (() => {
     // The last may be what is outside of the sections, which has no title.
-    const sections = [...document.querySelectorAll('#sections > details')];
+    const sections = [...document.querySelectorAll('#sections details:is([data-section], .outside)')];
     const titled = sections.filter(section => 'section' in section.dataset);
     const search = document.querySelector('input[type=search]');
     const found = document.querySelector('#found');
@@ -12,7 +12,13 @@
 
     // A link to a section opens it, wherever the link came from.
     function openTarget() {
-        const target = document.getElementById(decodeURIComponent(location.hash.slice(1)));
+        let id;
+        try {
+            id = decodeURIComponent(location.hash.slice(1));
+        } catch {
+            return;  // not one of this page's
+        }
+        const target = document.getElementById(id);
         if (!target || target.tagName !== 'DETAILS') return;
         if (target.hidden) clearSearch();
         target.open = true;
@@ -100,9 +106,7 @@
             event.preventDefault();
             search.focus();
         });
-        for (const section of sections) {
-            section.addEventListener('toggle', () => last !== '' && mark());
-        }
+        document.querySelector('#sections').addEventListener('toggle', () => last !== '' && mark(), true);
     }
 
     if (differing) {
@@ -136,6 +140,19 @@
             return document.execCommand('copy');
         }
     }
+    // The button comes when the section is opened.
+    function offerCopy(section) {
+        const text = section.querySelector('.text');
+        if (!text || text.querySelector('.copy')) return;
+        const button = document.createElement('button');
+        button.type = 'button';
+        button.className = 'copy';
+        button.textContent = 'Copy';
+        text.prepend(button, '\n');
+    }
+    document.querySelector('#sections')?.addEventListener('toggle', event => {
+        if (event.target.open && 'section' in event.target.dataset) offerCopy(event.target);
+    }, true);
     document.addEventListener('click', async event => {
         const button = event.target.closest('button.copy');
         if (!button) return;
