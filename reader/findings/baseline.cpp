@@ -20,14 +20,15 @@ constexpr int kVersion = 1;
 
 // The thresholds, which doc/baseline.md justifies.
 constexpr uint64_t kFewest = 20;        // reports, below which nothing is called usual
+constexpr uint64_t kFewestAlike = 10;   // and those in which what it depends on is alike
 constexpr double kExpectedPart = 0.2;   // of the reports that fail alike, from which on it is expected
 constexpr double kPresentPart = 0.99;   // that have a section, from which on it is missed
 constexpr double kMostlyLess = 0.99;    // the quantile that a time is held against
 constexpr double kSlowFactor = 4;       // as slow as that, and
 constexpr double kSlowSeconds = 0.1;    // by so much
 constexpr double kOutsideRange = 0.25;  // of the whole range, beyond its ends
-constexpr double kOutsideQuarters = 3;  // of the middle half's range, beyond its ends
-constexpr double kLeastPart = 0.1;      // of the number itself, at least
+constexpr double kOutsideQuarters = 1.5;  // of the middle half's range, beyond its ends
+constexpr double kLeastPart = 0.03;     // of the number itself, at least
 constexpr size_t kMostValues = 100;
 constexpr size_t kMostFailures = 20;
 
@@ -35,6 +36,15 @@ constexpr size_t kMostFailures = 20;
 constexpr std::string_view kNotCompared[] = {"device",    "build",   "serial",
                                              "boot.time", "uptime",  "report.time",
                                              "slowest",   "worn",    "modem.last_restart"};
+
+// Numbers that go with something else, which is alike in the steps given; of words, when it is equal.
+struct Dependence {
+    std::string_view key;
+    std::string_view on;
+    int step;
+};
+constexpr Dependence kDependences[] = {{"battery.current", "battery.status", 0},
+                                       {"battery.voltage", "battery.level", 20}};
 
 const double kStep = std::log(1.02);
 constexpr double kSmallest = 1e-6;
@@ -71,6 +81,24 @@ bool IsCompared(const FactRow& row) {
 std::string ModelOf(const Report& report) {
     const Fact* const device = report.FindFact("device");
     return device == nullptr ? "" : device->value;
+}
+
+std::string Utf8(std::string_view text);
+
+// "battery.voltage at battery.level 60": what the fact is counted by besides its key; "" where it
+// depends on nothing.
+std::string AlikeKey(const Report& report, const Fact& fact) {
+    for (const Dependence& dependence : kDependences) {
+        const Fact* const other = report.FindFact(dependence.on);
+        if (fact.row->key != dependence.key || other == nullptr) continue;
+        const std::string value =
+                dependence.step == 0
+                        ? Utf8(other->value)
+                        : std::to_string(std::lround(std::strtod(other->value.c_str(), nullptr)) /
+                                         dependence.step * dependence.step);
+        return std::string(dependence.key) + " at " + std::string(dependence.on) + " " + value;
+    }
+    return "";
 }
 
 std::string Utf8(std::string_view text) {
@@ -165,7 +193,13 @@ bool Baseline::Learn(const Report& report, const SectionsSeen& sections) {
         FactUsage& usage = model.facts[fact.row->key];
         ++usage.reports;
         if (fact.row->number) {
-            usage.numbers.Add(std::strtod(fact.value.c_str(), nullptr));
+            const double number = std::strtod(fact.value.c_str(), nullptr);
+            usage.numbers.Add(number);
+            if (const std::string alike = AlikeKey(report, fact); !alike.empty()) {
+                FactUsage& its = model.facts[alike];
+                ++its.reports;
+                its.numbers.Add(number);
+            }
         } else if (!usage.varied) {
             ++usage.values[Utf8(fact.value)];
             usage.varied = usage.values.size() > kMostValues;
@@ -372,8 +406,10 @@ void UnusualFinder::LookAtSections(bool complete) {
 
 void UnusualFinder::LookAtFacts(const Baseline::Model& model) {
     for (const Fact& fact : report_.facts) {
-        const auto found = model.facts.find(fact.row->key);
+        auto found = model.facts.find(fact.row->key);
         if (found == model.facts.end() || found->second.reports < kFewest) continue;
+        const auto alike = model.facts.find(AlikeKey(report_, fact));
+        if (alike != model.facts.end() && alike->second.reports >= kFewestAlike) found = alike;
         const auto& usage = found->second;
         const std::string unit = *fact.row->unit == '\0' ? "" : std::string(" ") + fact.row->unit;
         double distance = 0;

@@ -1,5 +1,7 @@
 #include "page.h"
 
+#include <algorithm>
+
 #include "page_built.h"
 #include "page_html.h"
 #include "page_parts.h"
@@ -38,16 +40,35 @@ PageContent::PageContent(std::span<const Report> all, std::span<const Verdict> f
             if (place) figures.emplace(&SensorOf(i, *place), line);
         }
     }
+    if (compared()) return;
+    for (const Finding& finding : verdicts.front().findings) {
+        if (!finding.line || !finding.index) continue;
+        if (!options.whole && reports[0].sections[*finding.index].text.size() > kLargestText) {
+            continue;
+        }
+        Severity& severity = marked[*finding.index][*finding.line];
+        severity = std::max(severity, finding.severity);
+    }
 }
 
 std::string PageContent::TargetOf(size_t report, const Finding& finding) const {
-    if (finding.index) return SectionId(LineOf(reports[report].sections[*finding.index]));
+    if (finding.index) {
+        const Section& section = reports[report].sections[*finding.index];
+        const size_t line = LineOf(section);
+        return finding.line && MarkedLines(section) != nullptr ? LineId(line, *finding.line)
+                                                               : SectionId(line);
+    }
     if (finding.sensor) {
         return SensorId(comparison.sensors[figures.at(&SensorOf(report, *finding.sensor))]);
     }
     const bool of_sensors =
             finding.check.starts_with("sensor-") || finding.check.starts_with("black-box");
     return of_sensors ? "sensors" : finding.check == "time-unaccounted" ? "timeline" : "sections";
+}
+
+const std::map<uint64_t, Severity>* PageContent::MarkedLines(const Section& section) const {
+    const auto lines = marked.find(section.index);
+    return compared() || lines == marked.end() ? nullptr : &lines->second;
 }
 
 // As spreadsheets name their columns: after Z comes AA.
@@ -67,6 +88,16 @@ void WriteChip(Html& html, const PageContent& page, size_t report) {
 
 std::string SectionId(size_t line) {
     return "section-" + std::to_string(line);
+}
+
+std::string LineId(size_t section, uint64_t line) {
+    return SectionId(section) + "-line-" + std::to_string(line);
+}
+
+Markup ClassOf(Severity severity) {
+    return severity == Severity::kError     ? "bad"
+           : severity == Severity::kWarning ? Markup("doubtful")
+                                            : Markup("noted");
 }
 
 std::string SensorId(const Comparison::SensorLine& line) {
