@@ -1,5 +1,5 @@
-// What the sensor black box costs beside the least that could do its work: taking a snapshot beside
-// a memcpy and the bits that tell which bytes came, printing it beside fprintf of the same lines.
+// What the sensor black box costs: taking a snapshot, and printing it beside fprintf of the same
+// lines.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -90,34 +90,6 @@ void BM_AcceptPieces(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(data.size()));
 }
 BENCHMARK(BM_AcceptPieces)
-        ->ArgNames({"records", "shuffled"})
-        ->ArgsProduct({{10000, 1000000}, {0, 1}})
-        ->Unit(benchmark::kMillisecond);
-
-struct Free {
-    void operator()(void* memory) const { std::free(memory); }
-};
-
-// Each piece copied whole, and a bit set for each of its bytes, a word of them at a time, in memory
-// that is cleared as the service has it: a hub may leave a piece out.
-void BM_MemcpyAndBits(benchmark::State& state) {
-    const auto data = Records(state.range(0));
-    const auto offsets = Offsets(data.size(), state.range(1) != 0);
-    for (auto _ : state) {
-        const std::unique_ptr<uint8_t[], Free> copy(
-                static_cast<uint8_t*>(std::calloc(data.size(), 1)));
-        std::vector<bool> received(data.size());
-        for (const size_t offset : offsets) {
-            const size_t size = std::min(kPieceBytes, data.size() - offset);
-            std::memcpy(copy.get() + offset, &data[offset], size);
-            const auto bits = received.begin() + static_cast<ptrdiff_t>(offset);
-            std::fill_n(bits, size, true);
-        }
-        benchmark::DoNotOptimize(copy.get());
-    }
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(data.size()));
-}
-BENCHMARK(BM_MemcpyAndBits)
         ->ArgNames({"records", "shuffled"})
         ->ArgsProduct({{10000, 1000000}, {0, 1}})
         ->Unit(benchmark::kMillisecond);

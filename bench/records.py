@@ -10,7 +10,7 @@ RECORD = re.compile(r'Time: (\d+), Value: \(?([^)]*)')
 HEADER = re.compile(r'------ (.*) \((.*)\) ------$')
 FOOTER = re.compile(r"------ (.*)s was the duration of '.*' ------$")
 
-failed, index, text, sensors = 0, 0, [], []
+failed, index, title, detail, text, sensors = 0, 0, '', '', [], []
 for line in open(sys.argv[1], errors='replace'):
     if line.startswith('------ ') and (match := FOOTER.match(line)):
         failure = text.pop()[4:-1] if text and text[-1].startswith('*** ') else None

@@ -23,8 +23,12 @@ struct Result {
     std::string output;
 };
 
+// What it waits for with await comes within a minute.
 Result Shell(const std::string& command) {
-    FILE* const pipe = popen(("cd /tmp/out; exec 2>&1; " + command).c_str(), "r");
+    const std::string before =
+            "cd /tmp/out; exec 2>&1; await() { n=0; until \"$@\"; do n=$((n + 1)); "
+            "[ $n -lt 1200 ] || { echo \"a minute without: $*\"; exit 99; }; sleep 0.05; done; }; ";
+    FILE* const pipe = popen((before + command).c_str(), "r");
     Result result{};
     char part[4096];
     for (size_t size; (size = fread(part, 1, sizeof part, pipe)) > 0;) {
@@ -32,6 +36,14 @@ Result Shell(const std::string& command) {
     }
     result.status = WEXITSTATUS(pclose(pipe));
     return result;
+}
+
+// As the closing line names it.
+std::string SizeOf(const std::string& file) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f KiB in ",
+                  static_cast<double>(fs::file_size("/tmp/out/" + file)) / 1024);
+    return text + file;
 }
 
 class BoardreportTest : public testing::Test {
@@ -64,6 +76,15 @@ TEST_F(BoardreportTest, ShowsEachSectionAndKeepsTheReport) {
                      R"([\d.]+ KiB in report.txt; [\d.]+ s\n$)"))
             << result.output;
     EXPECT_NE(result.output.find("sw5100_bms: cannot open /sys"), std::string::npos);
+    EXPECT_NE(result.output.find("; " + SizeOf("report.txt") + "; "), std::string::npos);
+    // A line for each section and the black box, and the number in the last.
+    const auto lines = static_cast<size_t>(std::ranges::count(result.output, '\n'));
+    const size_t sections =
+            Matches(ReadFile("/tmp/out/report.txt"), "\n(------ [0-9.]+s was the dur)").size();
+    EXPECT_EQ(lines, sections + 2) << result.output;
+    EXPECT_NE(result.output.find("\n" + std::to_string(sections) + " sections, "),
+              std::string::npos);
+    EXPECT_EQ(Shell("ls").output, "report.txt\n");
     EXPECT_TRUE(ReadFile("/tmp/out/report.txt").starts_with("verbose logging: disabled\n------ "));
     EXPECT_EQ(Shell("boardreport verbose on && boardreport verbose show; boardreport verbose off")
                       .output,
@@ -71,8 +92,10 @@ TEST_F(BoardreportTest, ShowsEachSectionAndKeepsTheReport) {
 }
 
 TEST_F(BoardreportTest, ReadsWhatItMade) {
-    FirstTool("echo '[ro.product.model]: [Tarn]'; exit 3");
-    const Result made = Shell("boardreport --no-bundle -o - --mode 1 2>progress >piped");
+    // Who ignores a signal, as nohup does, goes on.
+    FirstTool("pkill -HUP -x boardreport; echo '[ro.product.model]: [Tarn]'; exit 3");
+    const Result made =
+            Shell("trap '' HUP; boardreport --no-bundle -o - --mode 1 2>progress >piped");
     EXPECT_EQ(made.status, 0) << made.output;
     EXPECT_EQ(made.output, "");
     EXPECT_TRUE(ReadFile("/tmp/out/piped").starts_with("verbose logging: disabled\n------ "));
@@ -96,10 +119,11 @@ TEST_F(BoardreportTest, ReadsWhatItMade) {
 
 TEST_F(BoardreportTest, ALostBlackBoxIsNamed) {
     const Result result =
-            Shell("pkill -STOP -x contexthubd; boardreport --no-bundle; pkill -CONT -x contexthubd;"
-                  "boardreport summary report.txt");
+            Shell("pkill -STOP -x contexthubd; boardreport --no-bundle; echo status $?; "
+                  "pkill -CONT -x contexthubd; boardreport summary report.txt");
+    EXPECT_EQ(result.status, 1);
     for (const char* part :
-         {" s  Sensor Black Box: no data came; ", "; black box: no data came; ",
+         {" s  Sensor Black Box: no data came; ", "\nstatus 0\n", "; black box: no data came; ",
           "\nBlack box: no data came; the device's system log says why (tag tev-dumpstate)\n"}) {
         EXPECT_NE(result.output.find(part), std::string::npos) << part << result.output;
     }
@@ -112,23 +136,42 @@ TEST_F(BoardreportTest, ChecksThatTheBundleIsWhole) {
             whole.output,
             R"(in report.txt, [\d.]+ KiB in bundle.tar; [\d.]+ s\n14\nbundle.tar\nreport.txt\n$)"))
             << whole.output;
+    EXPECT_NE(whole.output.find(SizeOf("report.txt") + ", " + SizeOf("bundle.tar") + "; "),
+              std::string::npos)
+            << whole.output;
 
     // Cut within a member, between two members, and before its first byte.
     const fs::path tar = "/vendor/bin/tar";
     const std::string archive = "/data/vendor/log/dumpstate/combined.tar";
     fs::rename(tar, "/tmp/tar");
+    const std::string cut = "boardreport: the bundle is not whole: ";
+    const std::string kept = "; what came is kept in bundle.tar.partial (";
     const struct {
         const char* script;
-        const char* sentence;
-    } cuts[] = {{"/tmp/tar \"$@\"; truncate -s 5000 ", "the bundle is not whole: "},
-                {"cd /; /tmp/tar \"$@\"; truncate -s -1024 ", "the bundle is not whole: "},
-                {"exit 1 ", "the service sent no bundle"}};
-    for (const auto& cut : cuts) {
-        std::ofstream(tar) << "#!/vendor/bin/sh\n" << cut.script << archive << "\n";
+        std::string sentence;
+        std::string more;
+        const char* files;
+    } cuts[] = {{"/tmp/tar \"$@\"; truncate -s 5000 ", cut, kept,
+                 "bundle.tar\nbundle.tar.partial\nreport.txt\n5000\n"},
+                {"cd /; /tmp/tar \"$@\"; truncate -s -1024 ", cut, kept,
+                 "bundle.tar\nbundle.tar.partial\nreport.txt\n"},
+                {"exit 1 ", "boardreport: the service sent no bundle; its log says why (journalctl",
+                 "--no-bundle asks for none; bundle.tar is an older one's\n",
+                 "bundle.tar\nreport.txt\n"}};
+    for (const auto& one : cuts) {
+        std::ofstream(tar) << "#!/vendor/bin/sh\n" << one.script << archive << "\n";
         fs::permissions(tar, fs::perms::all);
+        Shell("rm -f *.partial; echo older >bundle.tar; echo older >report.txt");
         const Result result = Shell("boardreport");
         EXPECT_EQ(result.status, 1);
-        EXPECT_NE(result.output.find(cut.sentence), std::string::npos) << result.output;
+        EXPECT_NE(result.output.find(one.sentence), std::string::npos) << result.output;
+        EXPECT_NE(result.output.find(one.more), std::string::npos) << result.output;
+        // The report is whole, and so in its place.
+        EXPECT_NE(result.output.find(" " + SizeOf("report.txt")), std::string::npos)
+                << result.output;
+        EXPECT_EQ(Shell("cat bundle.tar").output, "older\n");
+        EXPECT_TRUE(Shell("ls; stat -c %s bundle.tar.partial 2>/dev/null")
+                            .output.starts_with(one.files));
         fs::remove(tar);
     }
     fs::rename("/tmp/tar", tar);
@@ -146,7 +189,18 @@ TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
             {"DBUS_SYSTEM_BUS_ADDRESS=unix:path=/none boardreport", 1,
              "cannot reach the system bus at unix:path=/none: No such file or directory"},
             {"boardreport -o /none/file", 1,
-             "cannot write /none/file: No such file or directory; -o and -b choose other files"},
+             "boardreport: cannot write /none/file: No such file or directory; -o chooses another "
+             "file\n"},
+            {"boardreport -o /none/file --page /none/page", 1, "cannot write /none/file: No such"},
+            {"boardreport -b /none/file", 1,
+             "cannot write /none/file: No such file or directory; -b chooses another file\n"},
+            {"boardreport --page /none/file", 1,
+             "cannot write /none/file: No such file or directory; --page chooses another file\n"},
+            {"boardreport -o ''", 1, "cannot write '': its name is empty; -o chooses another file"},
+            {"ln -sf /dev/tty link; boardreport -o link", 1,
+             "cannot write link: it is a symbolic link"},
+            {"boardreport --page ./report.txt", 1, "the page can't go to ./report.txt too"},
+            {"boardreport -o - -b /dev/fd/1 >/dev/full", 1, "can't both go to standard output"},
             {"boardreport -o /tmp", 1, "cannot write /tmp: Is a directory"},
             {"boardreport -o same -b ./same", 1, "can't both go to same"},
             {"boardreport --mode x", 2, "--mode"},
@@ -169,11 +223,73 @@ TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
         EXPECT_EQ(ReadFile("/tmp/out/report.txt"), "an older report") << wrong.command;
         EXPECT_FALSE(fs::exists("/tmp/out/bundle.tar")) << wrong.command;
     }
-    const Result full = Shell("boardreport --no-bundle -o /dev/full");
+
+    // Nothing of a call whose report could not be written takes an older one's place.
+    const Result full = Shell("rm link; echo older >bundle.tar; boardreport -o - >/dev/full");
     EXPECT_EQ(full.status, 1);
-    EXPECT_NE(full.output.find("cannot write /dev/full: No space left on device\n"),
-              std::string::npos)
+    EXPECT_TRUE(HasMatch(full.output,
+                         "boardreport: cannot write standard output: No space left on device\n"
+                         R"(boardreport: the bundle is whole, and kept in bundle.tar.partial \()"
+                         R"(\d+ entries, [\d.]+ KiB\)\n$)"))
             << full.output;
+    EXPECT_EQ(Shell("cat bundle.tar; ls").output,
+              "older\nbundle.tar\nbundle.tar.partial\nreport.txt\n");
+
+    // A page whose folder goes away can't be seen.
+    FirstTool("rm -r /tmp/out/folder");
+    const Result page = Shell("mkdir folder; boardreport --no-bundle --page folder/page");
+    EXPECT_EQ(page.status, 1);
+    EXPECT_TRUE(
+            HasMatch(page.output,
+                     R"(\nboardreport: cannot write folder/page: No such file or directory;.*\n)"
+                     R"(\d+ sections.* KiB in report.txt; [\d.]+ s\n$)"))
+            << page.output;
+}
+
+// Ctrl-C and its like end it also where it waits for the reader of its own output.
+TEST_F(BoardreportTest, ASignalEndsItWhateverItWaitsFor) {
+    FirstTool("seq 1 15000; >/tmp/out/written; seq 1 100000");  // more than a FIFO takes
+    const Result result =
+            Shell("mkfifo full; sleep 60 <full & sleeps=$!; boardreport -o - 2>progress >full & "
+                  "await [ -e written ]; kill $!; wait $!; echo $?; kill $sleeps; tail -n 1 "
+                  "progress; ls");
+    EXPECT_EQ(result.output, "1\nboardreport: interrupted\nfull\nprogress\nwritten\n");
+    // Nor does a FIFO that nobody opens hold it.
+    EXPECT_EQ(Shell("mkfifo empty; boardreport -b empty & await [ -e report.txt.partial ]; "
+                    "kill $!; wait $!; echo $?")
+                      .output,
+              "Terminated\n143\n");
+}
+
+// A report that the service has ended well and that still doesn't arrive whole. Somebody else who
+// holds the pipe reads what comes, to the service's last byte, while boardreport stands still.
+TEST_F(BoardreportTest, AReportWithoutItsEndIsNotWhole) {
+    // The service ends a tool that waits in vain.
+    const std::string thief =
+            "until grep -q 'VENDOR PROPERTIES' /tmp/out/report.txt.partial; do sleep 0.02; done\n"
+            "pkill -STOP -x boardreport\n"
+            "setsid sh -c \"exec 3</proc/self/fd/1; >/tmp/out/reads\n"
+            "timeout 60 grep -q 'was the duration of .Modem SSR history.' <&3\n";
+    const std::string go_on =
+            "pkill -CONT -x boardreport\" 2>/dev/null &\n"
+            "while [ ! -e /tmp/out/reads ]; do sleep 0.02; done";
+    const struct {
+        std::string end;
+        const char* sentence;
+    } cuts[] = {{"", "the report has sections that never ended"},
+                {"echo '------ 0.001s was the duration of '\\''VENDOR PROPERTIES'\\'' ------'\n",
+                 "the report's end is missing"}};
+    for (const auto& cut : cuts) {
+        FirstTool(thief + cut.end + go_on);
+        const Result result = Shell("rm -f *; echo older >report.txt; boardreport --no-bundle");
+        EXPECT_EQ(result.status, 1);
+        EXPECT_TRUE(HasMatch(result.output, std::string("boardreport: ") + cut.sentence +
+                                                    R"(; the partial report is kept in )"
+                                                    R"(report.txt.partial \(1 sections, .*\)\n$)"))
+                << result.output;
+        EXPECT_EQ(Shell("cat report.txt; ls").output,
+                  "older\nreads\nreport.txt\nreport.txt.partial\n");
+    }
 }
 
 TEST_F(BoardreportTest, AnotherBusWithoutTheServiceOrTheRight) {
@@ -190,7 +306,8 @@ TEST_F(BoardreportTest, AnotherBusWithoutTheServiceOrTheRight) {
             {"<deny send_destination='" + name +
                      "'/></policy><servicedir>/vendor/etc/bus</servicedir><policy "
                      "context='default'>",
-             "the bus doesn't let you call"},
+             "the bus doesn't let you call the dumpstate service: only root and the members of the "
+             "group " DUMPSTATE_GROUP " may\n"},
     };
     for (const auto& bus : buses) {
         std::ofstream("/tmp/out/bus.conf") << before << bus.rule << "</policy></busconfig>";
@@ -207,13 +324,11 @@ TEST_F(BoardreportTest, WhatEndsACallHalfWayKeepsThePartialReport) {
     const struct {
         const char* script;
         const char* sentence;
-        std::string partial;
     } ends[] = {
-            {"echo half; kill -9 $PPID", "the service or the bus went away during the call",
-             ".partial"},
+            {"echo half; kill -9 $PPID", "the service or the bus went away during the call"},
             {"echo half; pkill -INT -x boardreport; while pgrep -x boardreport; do sleep 0.05; "
              "done",
-             "boardreport: interrupted; the partial", ".partial.2"},
+             "boardreport: interrupted; the partial"},
     };
     std::ofstream("/tmp/out/report.txt") << "older";
     std::ofstream("/tmp/out/bundle.tar") << "older";
@@ -223,27 +338,27 @@ TEST_F(BoardreportTest, WhatEndsACallHalfWayKeepsThePartialReport) {
         const Result result = Shell("boardreport --page report.html");
         EXPECT_EQ(result.status, 1);
         EXPECT_NE(result.output.find(end.sentence), std::string::npos) << result.output;
-        const std::string partial = "report.txt" + end.partial;
+        const std::string partial = "report.txt.partial";
         EXPECT_NE(result.output.find("the partial report is kept in " + partial + " (3 sections, "),
                   std::string::npos)
                 << result.output;
         EXPECT_NE(ReadFile("/tmp/out/" + partial).find("\nhalf\n"), std::string::npos);
-        const std::string page = "report.html" + end.partial;
+        const std::string page = "report.html.partial";
         EXPECT_NE(result.output.find("the page of the partial report is kept in " + page + "\n"),
                   std::string::npos)
                 << result.output;
         EXPECT_NE(ReadFile("/tmp/out/" + page).find("half"), std::string::npos);
     }
     EXPECT_EQ(Shell("cat report.txt bundle.tar report.html; ls").output,
-              "olderolderolderbundle.tar\nreport.html\nreport.html.partial\nreport.html.partial.2\n"
-              "report.txt\nreport.txt.partial\nreport.txt.partial.2\n");
+              "olderolderolderbundle.tar\nreport.html\nreport.html.partial\nreport.txt\n"
+              "report.txt.partial\n");
     // A page that is being made of a finished report can be made anew.
     ASSERT_EQ(mkfifo("/tmp/out/endless", 0600), 0);
-    EXPECT_EQ(Shell("boardreport page endless & exec 3>endless\n"
-                    "while [ ! -e report.html.partial.3 ]; do sleep 0.05; done\n"
-                    "kill $!; wait $!; echo $?; ls report.html*")
+    EXPECT_EQ(Shell("boardreport page -o new.html endless & exec 3>endless\n"
+                    "await [ -e new.html.partial ]\n"
+                    "kill $!; wait $!; echo $?; ls new.html*")
                       .output,
-              "Terminated\n143\nreport.html\nreport.html.partial\nreport.html.partial.2\n");
+              "Terminated\n143\nls: new.html*: No such file or directory\n");
 }
 
 TEST_F(BoardreportTest, DoesNotWaitForWhoHoldsThePipe) {

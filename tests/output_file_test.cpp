@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -30,8 +31,14 @@ class OutputFileTest : public testing::Test {
         char folder[] = "/tmp/output_file_test.XXXXXX";
         std::filesystem::current_path(mkdtemp(folder));
         chmod(".", 0755);
+        signal(SIGALRM, [](int) {
+            constexpr char kSentence[] = "a file took a minute to be opened or written\n";
+            _exit(write(STDERR_FILENO, kSentence, sizeof kSentence - 1) > 0 ? 1 : 2);
+        });
+        alarm(60);
     }
     ~OutputFileTest() override {
+        alarm(0);
         std::filesystem::remove_all(std::filesystem::current_path());
         std::filesystem::current_path("/");
     }
@@ -52,10 +59,18 @@ TEST_F(OutputFileTest, FilesAreTheirOwners) {
             {"", "cat f; stat -c %a f", "new600\n", "", 0777},
             {"echo old >f; chmod 640 f", "cat f; stat -c %a f; ls", "new640\nf\n"},
             {"echo old >g; ln g f", "cat f g", "newold\n"},
-            {"echo old >f.partial", "cat f; ls", "newf\nf.partial\n"},
+            {"echo older and longer >f.partial; chmod 644 f.partial", "cat f; stat -c %a f; ls",
+             "new600\nf\n"},
+            // What somebody else's hand may have put there stays what it is.
+            {"echo old >g; ln g f.partial; ln -s g f.partial.2; mkfifo f.partial.3", "cat f g; ls",
+             "newold\nf\nf.partial\nf.partial.2\nf.partial.3\ng\n"},
+            {"for n in '' $(seq -f .%g 20); do ln -s g f.partial$n; done", "cat f; ls g",
+             "newls: cannot access 'g': No such file or directory\n"},
+            {"echo old >f.partial; chmod 666 f.partial; chmod 777 .", "cat f f.partial", "newold\n",
+             "", 022, kStranger},
             {"mkfifo f; timeout 20 cat f >g 2>&1 &", "while ! [ -s g ]; do sleep 0.02; done; cat g",
              "new"},
-            {"ln -s /dev/null f", "ls", "f\n"},
+            {"ln -s /dev/null f", "ls", "f\n", "it is a symbolic link"},
             {"echo old >g; ln -s g f", "cat g; ls", "old\nf\ng\n", "it is a symbolic link"},
             {"ln -s g f", "ls", "f\n", "it is a symbolic link"},
             {"mkfifo g; ln -s g f; timeout 20 cat g >h 2>&1 &", "cat h", "",
@@ -63,9 +78,9 @@ TEST_F(OutputFileTest, FilesAreTheirOwners) {
             {"mkdir f", "ls", "f\n", "Is a directory"},
             {"echo old >f; chmod 666 f", "cat f; ls", "old\nf\n", "it belongs to another user", 022,
              kStranger},
-            {"mkfifo f; chmod 666 f; timeout 20 cat f >g 2>&1 &", "cat g", "",
-             "it belongs to another user", 022, kStranger},
-            {"echo old >f; chown 65534 f", "cat f; ls; stat -c %a f", "newf\n644\n", "", 022,
+            {"mkfifo f; chmod 666 f", "ls", "f\n", "it belongs to another user", 022, kStranger},
+            {"echo old >f; chown 65534 f; echo left >f.partial; chown 65534 f.partial",
+             "cat f f.partial; ls; stat -c %a f", "newleft\nf\nf.partial\n644\n", "", 022,
              kStranger},  // who may make no file beside it
             {"echo old >f; chgrp 12345 f; chmod 664 f; chmod 777 .; chown 65534 f",
              "stat -c %a,%g f | sed s/,$(stat -c %g .)/,ours/", "604,ours\n", "", 022, kStranger},
@@ -93,16 +108,37 @@ TEST_F(OutputFileTest, FilesAreTheirOwners) {
     }
 }
 
+// Of somebody else's devices only those that are there for everybody.
+TEST_F(OutputFileTest, DevicesAreTheirOwnersToo) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can be two users";
+    EXPECT_EQ(OutputFile("/dev/full").error(), 0);
+    ASSERT_EQ(seteuid(65534), 0);
+    EXPECT_EQ(OutputFile("/dev/full").Sentence(),
+              "cannot write /dev/full: it belongs to another user");
+    EXPECT_EQ(OutputFile("/dev/null").error(), 0);
+    EXPECT_NE(OutputFile("/dev/tty").error(), EPERM);  // which is not there without a terminal
+    ASSERT_EQ(seteuid(0), 0);
+}
+
 TEST_F(OutputFileTest, WhatIsNotCommittedIsKeptBesideWhatWasThere) {
     Shell("echo old >f");
-    for (const char* const partial : {"f.partial", "f.partial.2"}) {
+    {
         OutputFile output("f");
-        OutputFile nothing("g");
-        EXPECT_TRUE(output.Write("new"));
-        EXPECT_EQ(output.path(), partial);
+        OutputFile meanwhile("f");
+        EXPECT_TRUE(output.Write("first") && meanwhile.Write("second"));
+        EXPECT_EQ(output.path(), "f.partial");
+        EXPECT_EQ(meanwhile.path(), "f.partial.2");
     }
     EXPECT_EQ(Shell("cat f f.partial f.partial.2; stat -c %a *; ls"),
-              "old\nnewnew644\n600\n600\nf\nf.partial\nf.partial.2\n");
+              "old\nfirstsecond644\n600\n600\nf\nf.partial\nf.partial.2\n");
+
+    // The next one fills it anew, once something comes.
+    { OutputFile nothing("f"); }
+    EXPECT_EQ(Shell("cat f.partial"), "first");
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(OutputFile("f").Write("next"));
+    EXPECT_EQ(Shell("cat f.partial; ls"), "nextf\nf.partial\nf.partial.2\n");
+    { OutputFile nothing("g"); }
+    EXPECT_EQ(Shell("ls g*"), "ls: cannot access 'g*': No such file or directory\n");
 
     signal(SIGXFSZ, SIG_IGN);
     const rlimit limit{4, RLIM_INFINITY};
@@ -113,8 +149,46 @@ TEST_F(OutputFileTest, WhatIsNotCommittedIsKeptBesideWhatWasThere) {
     const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &none);
     EXPECT_EQ(full.Sentence(),
-              "cannot write f: File too large; the first 4 bytes are kept in f.partial.3");
-    EXPECT_EQ(Shell("cat f"), "old\n");
+              "cannot write f: File too large; the first 4 bytes are kept in f.partial");
+    EXPECT_EQ(Shell("cat f f.partial"), "old\nnewe");
+}
+
+TEST_F(OutputFileTest, KnowsWhatIsItselfUnderAnotherName) {
+    Shell("echo old >f; ln f g; echo left >h.partial; mkdir d; ln -s d e");
+    const auto replaces = [](const char* output, const char* input) {
+        const int fd = open(input, O_RDONLY | O_CLOEXEC);
+        const bool result = OutputFile(output).Replaces(fd);
+        close(fd);
+        return result;
+    };
+    EXPECT_TRUE(replaces("f", "./f") && replaces("g", "f") && replaces("h", "h.partial"));
+    EXPECT_FALSE(replaces("new", "f") || replaces("h", "f") || replaces("/dev/null", "/dev/null"));
+    const int fd = open("f", O_WRONLY | O_CLOEXEC);
+    EXPECT_TRUE(replaces(("/dev/fd/" + std::to_string(fd)).c_str(), "g"));
+    close(fd);
+
+    const auto same = [](const char* one, const char* other) {
+        return OutputFile(one).IsSameAs(OutputFile(other));
+    };
+    EXPECT_TRUE(same("f", "./f") && same("f", "g") && same("new", "./new") &&
+                same("d/new", "e/new") && same("-", "/dev/fd/1"));
+    EXPECT_FALSE(same("f", "new") || same("new", "newer") || same("/dev/null", "/dev/null"));
+}
+
+TEST_F(OutputFileTest, SaysWhenItGivesUp) {
+    int full[2];
+    int told[2];
+    ASSERT_TRUE(pipe2(full, O_CLOEXEC) == 0 && pipe2(told, O_CLOEXEC) == 0);
+    OutputFile output("/dev/fd/" + std::to_string(full[1]));
+    output.GiveUpWhen(told[0]);
+    EXPECT_TRUE(output.Write(std::string(40000, 'x')));
+    EXPECT_EQ(write(told[1], "x", 1), 1);
+    EXPECT_FALSE(output.Write(std::string(40000, 'x')));
+    EXPECT_EQ(output.error(), EINTR);
+    for (const int fd : {full[0], full[1], told[0], told[1]}) close(fd);
+
+    EXPECT_EQ(OutputFile("").Sentence(), "cannot write '': its name is empty");
+    EXPECT_EQ(OutputFile("d/f").Sentence(), "cannot write d/f: No such file or directory");
 }
 
 // A descriptor is written to where it stands, whatever it is.

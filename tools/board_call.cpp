@@ -3,16 +3,16 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/signalfd.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
-#include <memory>
 #include <optional>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -41,10 +41,43 @@ std::string Reason(int error) {
     return std::generic_category().message(error);
 }
 
+// The first SIGINT, SIGTERM or SIGHUP makes a descriptor readable and ends what blocks; the second
+// ends the process, as if nobody had caught it. What was ignored stays so. One of these at a time.
+class Interruption {
+  public:
+    Interruption() {
+        event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+        struct sigaction action {};
+        action.sa_handler = Take;
+        action.sa_flags = static_cast<int>(SA_RESETHAND);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+            struct sigaction before {};
+            sigaction(signal, nullptr, &before);
+            if (before.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);
+        }
+    }
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+    bool happened() const { return taken; }
+    int fd() const { return event; }
+
+  private:
+    static void Take(int /*signal*/) {
+        const int error = errno;
+        taken = true;
+        eventfd_write(event, 1);
+        errno = error;
+    }
+
+    static inline std::atomic<bool> taken;
+    static inline std::atomic<int> event;
+};
+
 // One file that the service fills through a pipe.
 class Stream {
   public:
-    explicit Stream(const std::string& path) : file_(path) {}
+    Stream(const std::string& path, const char* option) : file_(path), option_(option) {}
     ~Stream() {
         CloseOurs();
         CloseTheirs();
@@ -55,7 +88,7 @@ class Stream {
     // "" or the sentence.
     std::string Open() {
         if (file_.error() != 0) {
-            return file_.Sentence() + "; -o and -b choose other files";
+            return file_.Sentence() + "; " + option_ + " chooses another file";
         }
         std::array<int, 2> ends{};
         if (pipe2(ends.data(), O_CLOEXEC) != 0) return "cannot make a pipe: " + Reason(errno);
@@ -70,6 +103,7 @@ class Stream {
     int ours() const { return ours_; }  // -1 when nothing more will come
     int theirs() const { return theirs_; }
     const OutputFile& file() const { return file_; }
+    void GiveUpWhen(int readable) { file_.GiveUpWhen(readable); }
     bool Commit() { return file_.Commit(); }
     void CloseTheirs() { Close(theirs_); }
 
@@ -95,79 +129,163 @@ class Stream {
     void CloseOurs() { Close(ours_); }
 
     OutputFile file_;
+    const char* const option_;
     int ours_ = -1;
     int theirs_ = -1;
 };
-
-int OpenSignals() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, signal);
-    sigprocmask(SIG_BLOCK, &set, nullptr);
-    return signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-}
 
 class BoardCall {
   public:
     explicit BoardCall(const BoardOptions& options)
         : mode_(options.mode),
-          report_(options.report),
+          report_(options.report, "-o"),
           parser_(progress_.Listener()) {
-        if (!options.no_bundle) bundle_.emplace(options.bundle);
+        if (!options.no_bundle) bundle_.emplace(options.bundle, "-b");
         if (!options.page.empty()) page_.emplace(options.page);
     }
 
     // "" or the sentence for what keeps the call from being made.
     std::string Start() {
-        if (bundle_ && SameFile(report_.file(), bundle_->file())) {
-            return "the report and the bundle can't both go to " + report_.file().name() +
-                   "; -o and -b choose other files";
-        }
-        if (page_ &&
-            (SameFile(*page_, report_.file()) || (bundle_ && SameFile(*page_, bundle_->file())))) {
-            return "the page can't go to " + page_->name() + " too; --page chooses another file";
-        }
-        if (page_ && page_->error() != 0) {
-            return page_->Sentence() + "; --page chooses another file";
-        }
-        if (page_ && !report_.file().is_kept() && report_.file().error() == 0) {
-            return "a page is made of a report in a file; -o names one";
-        }
+        // Only now, so that until here a FIFO that nobody reads keeps no signal from ending this.
+        interruption_.emplace();
         std::string sentence = report_.Open();
         if (sentence.empty() && bundle_) sentence = bundle_->Open();
+        if (sentence.empty()) sentence = CheckNames();
         if (sentence.empty()) sentence = client_.Connect();
         if (!sentence.empty()) return sentence;
         std::vector<int> fds{report_.theirs()};
-        if (bundle_) fds.push_back(bundle_->theirs());
+        report_.GiveUpWhen(interruption_->fd());
+        if (bundle_) {
+            fds.push_back(bundle_->theirs());
+            bundle_->GiveUpWhen(interruption_->fd());
+        }
+        if (page_) page_->GiveUpWhen(interruption_->fd());
         sentence = client_.StartReport(fds, mode_);
         report_.CloseTheirs();
         if (bundle_) bundle_->CloseTheirs();
         return sentence;
     }
 
+    // All that the service wrote is in the pipes once it has answered. Their end is not waited for:
+    // a process that the service left behind may hold it open for ever.
     void Run() {
-        while (!outcome_ && !interrupted_ && ReceivingSomething()) {
+        while (!outcome_ && !interruption_->happened() && ReceivingSomething()) {
             Wait();
             outcome_ = client_.Process();
             Receive();
         }
-        // All that the service wrote is in the pipes by now. Their end is not waited for: a process
-        // that the service left behind may hold it open for ever.
-        Receive();
         parser_.Finish();
         progress_.Finish(parser_);
         progress_.Clear();
     }
 
-    // Puts the files in their places once the call has ended well; the bundle only beside its
-    // report.
-    void Commit() {
-        if (interrupted_ || !outcome_ || !outcome_->empty()) return;
-        committed_ = report_.Commit();
-        if (committed_ && bundle_) bundle_->Commit();
+    // Puts what is whole in its place, shows it, and says how it went; true when all is well. What
+    // is not whole stays beside, and is told last.
+    bool Finish() {
+        std::string report = ReportFault();
+        if (report.empty() && !report_.Commit()) report = report_.file().Sentence();
+        std::string bundle = BundleFault(report.empty());
+        if (report.empty() && bundle.empty() && bundle_ && !bundle_->Commit()) {
+            bundle = bundle_->file().Sentence();
+        }
+        Judge();
+        const bool page = MakePage(report.empty());
+        if (report.empty()) {
+            Summarize(page);
+        } else {
+            Complain(report);
+        }
+        if (!bundle.empty()) Complain(bundle);
+        if (report.empty() && !progress_.Host().empty()) {
+            std::fprintf(stderr, "%s\n", progress_.Host().c_str());
+        }
+        return report.empty() && bundle.empty() && page;
     }
 
-    // Judges what came of the report once it is in its file, where its lines can be looked at.
+  private:
+    bool HasBundle() const { return bundle_ && bundle_->file().size() > 0; }
+
+    bool ReceivingSomething() const {
+        return report_.file().error() == 0 || (bundle_ && bundle_->file().error() == 0);
+    }
+
+    // "" or why the files can't be what they are asked to be together.
+    std::string CheckNames() const {
+        if (bundle_ && bundle_->file().IsSameAs(report_.file())) {
+            return "the report and the bundle can't both go to " + report_.file().name() +
+                   "; -o and -b choose other files";
+        }
+        if (!page_) return "";
+        const std::string choice = "; --page chooses another file";
+        if (page_->error() != 0) return page_->Sentence() + choice;
+        if (page_->IsSameAs(report_.file()) || (bundle_ && page_->IsSameAs(bundle_->file()))) {
+            return "the page can't go to " + page_->name() + " too" + choice;
+        }
+        if (!report_.file().is_kept()) return "a page is made of a report in a file; -o names one";
+        return "";
+    }
+
+    void Wait() {
+        std::array<pollfd, 4> waits{pollfd{client_.fd(), client_.events(), 0},
+                                    pollfd{interruption_->fd(), POLLIN, 0},
+                                    pollfd{report_.ours(), POLLIN, 0},
+                                    pollfd{bundle_ ? bundle_->ours() : -1, POLLIN, 0}};
+        poll(waits.data(), waits.size(), client_.TimeoutMillis(kRedrawMillis));
+    }
+
+    void Receive() {
+        report_.Receive(buffer_, [this](std::string_view bytes) { parser_.Feed(bytes); });
+        if (bundle_) bundle_->Receive(buffer_, [](std::string_view) {});
+        progress_.Redraw(bundle_ ? bundle_->file().size() : 0);
+    }
+
+    // "" or what is wrong with the report, and where what came of it is.
+    std::string ReportFault() const {
+        const OutputFile& file = report_.file();
+        if (file.error() == EINTR || (!outcome_ && interruption_->happened())) {
+            return "interrupted" + Kept();
+        }
+        if (file.error() != 0) return file.Sentence();
+        if (outcome_ && !outcome_->empty()) return *outcome_ + Kept();
+        if (file.size() == 0) return "the call was accepted, but no report came";
+        const std::string missing = progress_.WhatIsMissing();
+        return missing.empty() ? "" : missing + Kept();
+    }
+
+    // The same of the bundle. Beside a report that is not whole it stays, too, and why none came
+    // or could be written is told by the report's fault.
+    std::string BundleFault(bool report_is_whole) const {
+        if (!bundle_) return "";
+        const OutputFile& file = bundle_->file();
+        if (!report_is_whole && (file.size() == 0 || file.error() == EINTR)) return "";
+        if (file.error() != 0) return file.Sentence();
+        if (file.size() == 0) {
+            return "the service sent no bundle; its log says why" + WhereTheLogIs() +
+                   ", and --no-bundle asks for none" +
+                   (file.is_older() ? "; " + file.name() + " is an older one's" : "");
+        }
+        if (!file.is_kept()) return "";  // gone, and can't be read again
+        const reader::Bundle bundle = reader::ReadBundle(file.path());
+        const std::string kept = "kept in " + file.path() + " (" +
+                                 std::to_string(bundle.members.size()) + " entries, " +
+                                 HumanSize(file.size()) + ")";
+        if (!bundle.fault.empty()) {
+            return "the bundle is not whole: " + bundle.fault + "; what came is " + kept;
+        }
+        return report_is_whole ? "" : "the bundle is whole, and " + kept;
+    }
+
+    // Where to find what came of a report that is not whole.
+    std::string Kept() const {
+        const OutputFile& file = report_.file();
+        if (file.size() == 0 || !file.is_kept()) return "";
+        return "; the partial report is kept in " + file.path() + " (" +
+               std::to_string(progress_.sections()) + " sections, " + HumanSize(file.size()) + ")";
+    }
+
+    // Shows what came of the report, whole or not; true when that is done or not wanted.
+    // What came of the report is judged anew once it is in its file, where its lines can be looked
+    // at.
     void Judge() {
         LoadRules({}, rules_);
         if (!report_.file().is_kept() || report_.file().size() == 0) return;
@@ -178,126 +296,33 @@ class BoardCall {
         }
     }
 
-    // Shows what came of the report, whole or not; true when that is done or not wanted.
-    bool MakePage() {
+    bool MakePage(bool whole) {
         if (!page_ || report_.file().size() == 0) return true;
         reader::PageOptions options;
         options.total_seconds = Seconds();
         if (HasBundle() && bundle_->file().is_kept()) {
             options.bundle = bundle_->file().path();
         }
-        return WritePageFile({report_.file().path()}, rules_, options, *page_, committed_) == 0;
-    }
-
-    // Says how it went; true when all is well.
-    bool Conclude() const {
-        bool good = Check(report_);
-        if (bundle_) good = Check(*bundle_) && good;
-        // A bundle that began has to be whole, whatever else went wrong.
-        if (HasBundle()) good = BundleIsWhole() && good;
-        if (interrupted_) {
-            Complain("interrupted" + Partial());
-        } else if (outcome_ && !outcome_->empty()) {
-            Complain(*outcome_ + Partial());
-        } else if (!good) {
-            if (!committed_ && HasBundle() && bundle_->file().error() == 0) {
-                Complain("the bundle is kept in " + bundle_->file().path());
-            }
-        } else if (!progress_.all_finished()) {
-            Complain("the report has sections that never ended; it is kept in " +
-                     report_.file().path());
-        } else if (report_.file().size() == 0 && report_.file().error() == 0) {
-            Complain("the call was accepted, but no report came");
-        } else {
-            Summarize();
-            if (page_ && page_->size() > 0) {
-                std::fprintf(stderr, "%s shows it in a browser\n", page_->name().c_str());
-            }
-            const bool whole = HasBundle() || BundleIsWhole();
-            if (const std::string host = progress_.Host(); !host.empty()) {
-                std::fprintf(stderr, "%s\n", host.c_str());
-            }
-            return whole;
-        }
-        return false;
-    }
-
-  private:
-    bool HasBundle() const { return bundle_ && bundle_->file().size() > 0; }
-
-    bool ReceivingSomething() const {
-        return report_.file().error() == 0 || (bundle_ && bundle_->file().error() == 0);
-    }
-
-    static bool SameFile(const OutputFile& one, const OutputFile& other) {
-        if (one.is_standard_output()) return other.is_standard_output();
-        if (!one.is_kept() || !other.is_kept()) return false;
-        namespace fs = std::filesystem;
-        std::error_code neither;
-        const auto whole = [&neither](const OutputFile& file) {
-            return fs::weakly_canonical(fs::absolute(file.name(), neither), neither);
-        };
-        return whole(one) == whole(other) || fs::equivalent(one.name(), other.name(), neither);
-    }
-
-    void Wait() {
-        std::array<pollfd, 4> waits{pollfd{client_.fd(), client_.events(), 0},
-                                    pollfd{signals_, POLLIN, 0}, pollfd{report_.ours(), POLLIN, 0},
-                                    pollfd{bundle_ ? bundle_->ours() : -1, POLLIN, 0}};
-        poll(waits.data(), waits.size(), client_.TimeoutMillis(kRedrawMillis));
-        if ((waits[1].revents & POLLIN) != 0) interrupted_ = true;
-    }
-
-    void Receive() {
-        report_.Receive(buffer_, [this](std::string_view bytes) { parser_.Feed(bytes); });
-        if (bundle_) bundle_->Receive(buffer_, [](std::string_view) {});
-        progress_.Redraw(bundle_ ? bundle_->file().size() : 0);
-    }
-
-    static bool Check(const Stream& stream) {
-        const OutputFile& file = stream.file();
-        if (file.error() == 0) return true;
-        Complain(file.Sentence());
-        return false;
-    }
-
-    bool BundleIsWhole() const {
-        if (!bundle_ || bundle_->file().error() != 0) return true;  // said already
-        const OutputFile& file = bundle_->file();
-        if (file.size() == 0) {
-            Complain("the service sent no bundle; its log says why, and --no-bundle asks for none" +
-                     (file.is_older() ? "; " + file.name() + " is an older one's" : ""));
-            return false;
-        }
-        if (!file.is_kept()) return true;  // gone, and can't be read again
-        const reader::Bundle bundle = reader::ReadBundle(file.path());
-        if (bundle.fault.empty()) return true;
-        Complain("the bundle is not whole: " + bundle.fault + "; what came is kept in " +
-                 file.path() + " (" + std::to_string(bundle.members.size()) + " entries, " +
-                 HumanSize(file.size()) + ")");
-        return false;
-    }
-
-    // What to add to the sentence for a call that didn't end well.
-    std::string Partial() const {
-        const OutputFile& report = report_.file();
-        if (report.size() == 0) return "";
-        return "; the partial report is kept in " + report.path() + " (" +
-               std::to_string(progress_.sections()) + " sections, " + HumanSize(report.size()) +
-               ")" + (HasBundle() ? ", its bundle in " + bundle_->file().path() : "");
+        return WritePageFile({report_.file().path()}, rules_, options, *page_, whole) == 0;
     }
 
     double Seconds() const {
         return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
     }
 
-    void Summarize() const {
-        const std::string bundle = HasBundle() ? ", " + HumanSize(bundle_->file().size()) + " in " +
-                                                         bundle_->file().name()
-                                               : "";
+    // The closing line of a whole report.
+    void Summarize(bool page_is_there) const {
+        std::string bundle;
+        if (HasBundle()) {
+            bundle = ", " + HumanSize(bundle_->file().size()) + " in " + bundle_->file().path();
+        }
         std::fprintf(stderr, "%s; %s in %s%s; %.1f s\n", progress_.Verdict().c_str(),
                      HumanSize(report_.file().size()).c_str(), report_.file().name().c_str(),
                      bundle.c_str(), Seconds());
+        if (page_ && page_is_there && page_->is_kept()) {
+            std::fprintf(stderr, "%s shows it in a browser\n", page_->name().c_str());
+        }
+        std::fprintf(stderr, "%s\n", progress_.Findings().c_str());
     }
 
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
@@ -309,11 +334,9 @@ class BoardCall {
     Progress progress_;
     reader::ReportParser parser_;
     DumpstateClient client_;
-    const int signals_ = OpenSignals();
+    std::optional<Interruption> interruption_;
     std::vector<char> buffer_ = std::vector<char>(kBuffer);
     std::optional<std::string> outcome_;
-    bool interrupted_ = false;
-    bool committed_ = false;
 };
 
 }  // namespace
@@ -325,8 +348,5 @@ int RunBoardReport(const BoardOptions& options) {
         return 1;
     }
     call.Run();
-    call.Commit();
-    call.Judge();
-    const bool page = call.MakePage();
-    return call.Conclude() && page ? 0 : 1;
+    return call.Finish() ? 0 : 1;
 }

@@ -20,6 +20,11 @@ std::string Reason(int error) {
     return std::generic_category().message(error);
 }
 
+std::string WentAway(const std::string& reason) {
+    return "the service or the bus went away during the call (" + reason +
+           "); its log may say why" + WhereTheLogIs();
+}
+
 std::string Explain(const sd_bus_error& error) {
     const std::string_view name = error.name;
     const std::string message = error.message == nullptr ? "" : error.message;
@@ -32,16 +37,16 @@ std::string Explain(const sd_bus_error& error) {
                message + ")";
     }
     if (name.starts_with("org.freedesktop.DBus.Error.Spawn.")) {
-        return "the bus could not start the dumpstate service, its log says why (" + message + ")";
+        return "the bus could not start the dumpstate service (" + message +
+               "); the bus daemon's log says why" + WhereTheLogIs();
     }
     if (is("AccessDenied")) {
-        return "the bus doesn't let you call the dumpstate service; call as root or as a member of "
-               "the group that the bus policy names (" +
-               message + ")";
+        return "the bus doesn't let you call the dumpstate service: only root and the members of "
+               "the group " DUMPSTATE_GROUP " may";
     }
     if (is("InvalidArgs")) return "the service refused the call: " + message;
     if (is("NoReply") || is("Disconnected")) {
-        return "the service or the bus went away during the call (" + message + ")";
+        return WentAway(message);
     }
     return "the call failed: " + std::string(name) + ": " + message;
 }
@@ -53,6 +58,11 @@ int OnReply(sd_bus_message* reply, void* outcome, sd_bus_error* /*ret_error*/) {
 }
 
 }  // namespace
+
+// On a host the service writes where the bus daemon does, whose child it is.
+std::string WhereTheLogIs() {
+    return " (journalctl -u dbus shows it, of the simulated wearable ./dev logcat)";
+}
 
 DumpstateClient::~DumpstateClient() {
     sd_bus_flush_close_unref(bus_);
@@ -119,7 +129,7 @@ const std::optional<std::string>& DumpstateClient::Process() {
         result = sd_bus_process(bus_, nullptr);
     } while (result > 0);
     if (result < 0 && !outcome_) {
-        outcome_ = "the service or the bus went away during the call (" + Reason(-result) + ")";
+        outcome_ = WentAway(Reason(-result));
     }
     return outcome_;
 }

@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+// " (how to see the service's log)", to put behind a sentence that names it.
+std::string WhereTheLogIs();
+
 // The caller's side of the dumpstate service on the system bus. One thread.
 class DumpstateClient {
   public:

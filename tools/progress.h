@@ -30,11 +30,13 @@ class Progress {
     void Clear();
 
     size_t sections() const { return report_.tally.sections; }
-    // After Finish(): all that began has ended.
-    bool all_finished() const { return report_.tally.unfinished == 0; }
+    // After Finish(): "" or what a report that was accepted lacks.
+    std::string WhatIsMissing() const;
     // "55 sections, 2 failed or timed out (VENDOR PROPERTIES, ...); black box: 7 sensors, ...; 2
     // errors"
     std::string Verdict() const;
+    // "5 errors, 12 warnings; the worst: The battery is overheating"; "Nothing is wrong"
+    std::string Findings() const;
     // "" or a sentence about what was asked, when that is no wearable.
     std::string Host() const { return reader::HostSentence(report_.tally); }
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "clock_time.h"
+#include "units.h"
 #include "utf8.h"
 
 namespace reader {
@@ -244,6 +245,7 @@ void Watch::See(const Condition& condition, const Section& section) {
     sighting.section = section.title;
     sighting.index = section.index;
     sighting.seconds = section.seconds;
+    sighting.groups = {Fixed(section.seconds, 2)};
     if (condition.kind != kFailure) return;
     sighting.evidence = "*** " + section.failure;
     sighting.groups = {section.failure};

@@ -67,8 +67,8 @@ std::string PageContent::TargetOf(size_t report, const Finding& finding) const {
 }
 
 const std::map<uint64_t, Severity>* PageContent::MarkedLines(const Section& section) const {
-    const auto lines = marked.find(section.index);
-    return compared() || lines == marked.end() ? nullptr : &lines->second;
+    const auto found = marked.find(section.index);
+    return compared() || found == marked.end() ? nullptr : &found->second;
 }
 
 // As spreadsheets name their columns: after Z comes AA.

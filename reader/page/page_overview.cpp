@@ -64,11 +64,11 @@ void WriteFinding(Html& html, const PageContent& page, const Finding& finding) {
     BeginFinding(html, finding, page.TargetOf(0, finding));
     html << "<td>";
     html.Text(finding.what);
-    if (!finding.hint.empty()) (html << "<span class=\"note\"> ").Text(finding.hint) << "</span>";
     if (!finding.evidence.empty()) {
         html << "<code>";
         html.Text(finding.evidence) << "</code>";
     }
+    if (!finding.hint.empty()) (html << "<span class=\"note\"> ").Text(finding.hint) << "</span>";
     html << "</td><td class=\"quiet\">";
     html.Text(WordOf(finding.severity)) << "</td></tr>\n";
 }

@@ -15,7 +15,8 @@ namespace {
 constexpr uint64_t kLargest = PageContent::kLargestText;
 constexpr uint64_t kShownOfLarge = uint64_t{1} << 20;  // at either end
 constexpr uint64_t kPiece = uint64_t{1} << 20;
-// More sections than any report has are laid out in groups, those in sight alone.
+// More sections than any report has stand open, as what folds takes a browser three times the room
+// and time, and are laid out in groups, those in sight alone.
 constexpr size_t kFew = 1000;
 constexpr size_t kGroup = 250;
 constexpr size_t kContext = 3;  // equal lines around those that differ
@@ -42,6 +43,7 @@ class SectionsWriter {
     Html& html_;
     const PageContent& page_;
     std::string fault_;
+    bool flat_ = false;
     bool has_equal_lines_ = false;  // the section that is being written, within its differences
 };
 
@@ -233,7 +235,8 @@ void SectionsWriter::WriteContent(const Comparison::SectionLine& line) {
 }
 
 void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
-    html_ << "<summary><span class=\"title\">";
+    html_ << (flat_ ? Markup("<p class=\"head\">") : Markup("<summary>"))
+          << "<span class=\"title\">";
     html_.Text(line.title) << "</span>";
     for (size_t i = 0; i < line.sections.size(); ++i) {
         const Section* const section = line.sections[i];
@@ -258,7 +261,8 @@ void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
             *std::ranges::find_if(line.sections, [](const Section* s) { return s != nullptr; });
     html_ << " <span class=\"number size\">";
     html_.Text(HumanSize(first->text.size())) << "</span> <span class=\"number\">";
-    html_.Fixed(first->seconds, 3) << " s</span></summary>\n";
+    html_.Fixed(first->seconds, 3)
+            << " s</span>" << (flat_ ? Markup("</p>") : Markup("</summary>\n"));
 }
 
 void SectionsWriter::WriteSection(size_t index) {
@@ -275,7 +279,7 @@ void SectionsWriter::WriteSection(size_t index) {
         unexpected = unexpected || (section->expected.empty() && !section->Trouble().empty());
     }
     if (unexpected) expected = {};
-    html_ << "<details";
+    html_ << (flat_ ? Markup("<div") : Markup("<details"));
     html_.Attribute("id", SectionId(index)).Attribute("data-section", line.title);
     html_.Attribute("data-seconds", Fixed(first->seconds, 3));
     if (!trouble.empty()) html_.Attribute("data-failed", trouble);
@@ -285,7 +289,7 @@ void SectionsWriter::WriteSection(size_t index) {
     WriteSummary(line);
     html_ << "<div class=\"text\">\n";
     WriteContent(line);
-    html_ << "</div></details>\n";
+    html_ << "</div>" << (flat_ ? Markup("</div>") : Markup("</details>\n"));
 }
 
 // Headings and the like, which belong to no section, and are not to be lost either.
@@ -313,11 +317,11 @@ std::string SectionsWriter::Write() {
     }
     html_ << "<span id=\"found\" class=\"note\" role=\"status\"></span></div>\n";
     const size_t count = page_.comparison.sections.size();
-    const bool grouped = count > kFew;
+    flat_ = count > kFew;
     for (size_t line = 0; line < count && fault_.empty(); ++line) {
-        if (grouped && line % kGroup == 0) html_ << "<div class=\"group\">\n";
+        if (flat_ && line % kGroup == 0) html_ << "<div class=\"group\">\n";
         WriteSection(line);
-        if (grouped && (line % kGroup == kGroup - 1 || line + 1 == count)) html_ << "</div>\n";
+        if (flat_ && (line % kGroup == kGroup - 1 || line + 1 == count)) html_ << "</div>\n";
     }
     WriteOutside();
     html_ << "</section>\n";

@@ -2,7 +2,7 @@
 'use strict';
 (() => {
     // The last may be what is outside of the sections, which has no title.
-    const sections = [...document.querySelectorAll('#sections details:is([data-section], .outside)')];
+    const sections = [...document.querySelectorAll('#sections :is([data-section], .outside)')];
     const titled = sections.filter(section => 'section' in section.dataset);
     const search = document.querySelector('input[type=search]');
     const found = document.querySelector('#found');
@@ -19,12 +19,12 @@
             return;  // not one of this page's
         }
         const place = document.getElementById(id);
-        const target = place?.closest('details');
+        const target = place?.closest('details, [data-section]');
         if (!target) return;
         if (target.hidden) clearSearch();
         target.open = true;
         place.scrollIntoView({block: place === target ? 'start' : 'center'});
-        target.querySelector('summary').focus({preventScroll: true});
+        target.querySelector('summary')?.focus({preventScroll: true});
     }
     addEventListener('hashchange', openTarget);
     document.addEventListener('click', event => {
@@ -70,7 +70,7 @@
         if (!window.CSS || !CSS.highlights) return;
         const ranges = [];
         if (last !== '') {
-            for (const section of sections.filter(one => one.open && !one.hidden)) {
+            for (const section of sections.filter(one => one.open !== false && !one.hidden)) {
                 const walker = document.createTreeWalker(section, NodeFilter.SHOW_TEXT);
                 while (walker.nextNode() && ranges.length < kMostMarks) {
                     const text = walker.currentNode.data.toLowerCase();
@@ -96,7 +96,8 @@
             if (event.key === 'Enter' && search.value !== '' && first) {
                 event.preventDefault();  // or it would close again what has the focus by then
                 first.open = true;
-                first.querySelector('summary').focus();
+                first.querySelector('summary')?.focus();
+                first.scrollIntoView({block: 'nearest'});
             } else if (event.key === 'Escape') {
                 clearSearch();
             }
