@@ -17,9 +17,6 @@ HOSTILE = (b'</script><script>document.title="obeyed"</script><img src=x onerror
            b"------ 0.001s was the duration of 'nobody' ------\n*** exit status 9\n")
 
 
-START = 49130995926  # nanoseconds since the boot, at which the records begin
-
-
 def section(title, text, detail, seconds=0.004, failure=None, end=True):
     command = '/bin/' in detail
     out = b'------ %s (%s) ------\n' % (title.encode(), detail.encode()) + text
@@ -34,7 +31,7 @@ def sensor(number, name, records, rate, faults, rng, values=3):
     rate, records = rate * factor, int(records * factor)
     if name in faults.get('skipped', ()):
         return b'Skipping Sensor %d (%s): Incomplete buffer\n' % (number, name.encode())
-    time, lines, at = START, [], [rng.uniform(-5, 5) for _ in range(values)]
+    time, lines, at = faults['start'], [], [rng.uniform(-5, 5) for _ in range(values)]
     frozen = name in faults.get('frozen', ())
     gap = name in faults.get('gap', ())
     for i in range(records):
@@ -73,6 +70,9 @@ def write(out, args):
     def took(seconds):  # most alike, some much longer
         return min(seconds * rng.lognormvariate(0, 0.4), 0.09)
 
+    # The records end two seconds before the report is made.
+    uptime = max(174, args.records // 61 + 51)
+    faults['start'] = (uptime - 2 - args.records // 61) * 10**9 + 130995926
     out.write(b'verbose logging: disabled\n')
     model = args.device.split()[-1].lower()
     build = 'norvel/%s/%s:14/%s/1:userdebug/dev-keys' % (
@@ -93,7 +93,7 @@ def write(out, args):
                           3.0 if has('timeout') else took(0.004),
                           'timed out after 3 s, stopped' if has('timeout') else None))
     boot = datetime.datetime(2026, 11, 25, 7, 29, 7)
-    now = boot + datetime.timedelta(seconds=int(START / 1e9 + args.records / 61) + 2 + 61 * has('gap'))
+    now = boot + datetime.timedelta(seconds=uptime)
     out.write(section('Power Stats Times', now.strftime(
         'Boot: 2026-11-25 07:29:07\nNow: %a %b %d %H:%M:%S UTC %Y\n').encode(), '/vendor/bin/sh -c uptime', took(0.01)))
     level = rng.randrange(5, 100)
