@@ -13,6 +13,7 @@
 #include "clock_time.h"
 #include "report.h"
 #include "units.h"
+#include "utf8.h"
 
 namespace reader {
 namespace {
@@ -306,7 +307,9 @@ Fact ReadFact(const Section& section, const FactRow& row) {
         const auto at = static_cast<size_t>(text.data() - all.data());
         const size_t begin = all.rfind('\n', at) + 1;
         fact.line = 1 + static_cast<uint64_t>(std::ranges::count(all.substr(0, at), '\n'));
-        fact.evidence = Trim(all.substr(begin, all.find('\n', at) - begin));
+        constexpr size_t kMostShown = 1000;
+        const std::string_view line = Trim(all.substr(begin, all.find('\n', at) - begin));
+        fact.evidence = line.substr(0, WholeCharacters(line.substr(0, kMostShown)));
     }
     fact.value = row.read == nullptr ? std::string(text) : row.read(section, text);
     return fact;
