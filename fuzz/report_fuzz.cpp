@@ -15,6 +15,7 @@
 #include "report.h"
 #include "summary.h"
 #include "utf8.h"
+#include "verdict.h"
 #include "watch.h"
 
 namespace {

@@ -289,6 +289,7 @@ def look_at_hostile(page):
     page.check('titles', page.js(TITLES), [f'N{i}' for i in range(len(NASTY))] + [NASTY_TITLE, 'VENDOR PROPERTIES', 'CUT'])
     page.check('texts', page.js(TEXTS)[:len(NASTY)], SEEN)
     for what, expression, expected in [
+        ('direction', "document.querySelectorAll('i[data-code=\"202E\"]').length", 1),
         ('hacked', 'window.hacked ?? null', None),
         ('elements', "document.querySelectorAll('img, base, meta[http-equiv=refresh], pre script, svg[onload]').length", 0),
         ('styles', 'document.styleSheets.length', 2),

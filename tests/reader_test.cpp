@@ -380,6 +380,23 @@ TEST(Verdict, SaysWhatASensorIsLike) {
     EXPECT_DOUBLE_EQ(statistics.rate, 10);
 }
 
+TEST(Verdict, MissesASensorWhereMostAreThere) {
+    const auto moves = [](size_t i) { return static_cast<double>(i % 7); };
+    Report report;
+    BlackBox& box = report.black_boxes.emplace_back();
+    box.ended = true;
+    for (const unsigned number : {1U, 6U, 8U, 10U})
+        box.sensors.push_back(Recorded(number, 100, moves));
+    EXPECT_EQ(Judge(report).black_box, "");  // a device may have no more
+    box.sensors.push_back(Recorded(200, 100, moves));
+    const std::string two = "LowLatencyOffBody is missing; RaiseToTalk is missing";
+    EXPECT_EQ(Judge(report).black_box, two);
+    box.sensors[0].skipped = "No timestamp info";
+    EXPECT_EQ(Judge(report).black_box, " skipped: No timestamp info; " + two);
+    box.ended = false;
+    EXPECT_EQ(Judge(report).black_box, "cut;  skipped: No timestamp info");
+}
+
 TEST(Verdict, IsOneListThatChecksMayWeigh) {
     const Report report = ReportFile(File("A", "*** exit status 1\n") + File("B") +
                                      File("C", "*** timed out after 2 s, stopped\n"))

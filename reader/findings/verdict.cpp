@@ -325,6 +325,7 @@ void Judgement::JudgeTime() {
     if (unaccounted <= kUnaccountedSeconds) return;
     // The modem's logs are fetched meanwhile, where there is a bundle and verbose logging is on.
     if (unaccounted <= kMostWaitedSeconds && report_.verbose.value_or(true)) {
+        verdict_.unaccounted = unaccounted;
         Add("time-unaccounted", Severity::kWarning, "About " + Seconds(std::round(unaccounted)),
             "passed between the black box and " + std::string(kTimesSection) +
                     " that no section accounts for")
@@ -358,12 +359,14 @@ size_t Verdict::Count(Severity severity) const {
     return static_cast<size_t>(std::ranges::count(findings, severity, &Finding::severity));
 }
 
+std::string Verdict::CountOf(Severity severity) const {
+    return Counted(Count(severity), WordOf(severity).data());
+}
+
 std::string Verdict::Counts() const {
     std::string counts;
     for (const Severity severity : {Severity::kError, Severity::kWarning, Severity::kNote}) {
-        const size_t count = Count(severity);
-        if (count == 0) continue;
-        counts += (counts.empty() ? "" : ", ") + Counted(count, WordOf(severity).data());
+        if (Count(severity) > 0) counts += (counts.empty() ? "" : ", ") + CountOf(severity);
     }
     return counts.empty() ? "nothing is wrong" : counts;
 }

@@ -51,9 +51,14 @@ struct Verdict {
     // What is wrong with the black box, in few words; "" when nothing is.
     std::string black_box;
 
+    // Seconds before the times section that no section accounts for, where that is found.
+    double unaccounted = 0;
+
     size_t Count(Severity severity) const;
     // No error and no warning.
     bool good() const { return Count(Severity::kError) + Count(Severity::kWarning) == 0; }
+    // "2 errors"
+    std::string CountOf(Severity severity) const;
     // "2 errors, 1 warning"; "nothing is wrong"
     std::string Counts() const;
     // What is wrong with the sensor: "froze at ..., 2 gaps"; "" when nothing is.

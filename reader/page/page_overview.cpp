@@ -176,12 +176,12 @@ void WriteFact(Html& html, const PageContent& page, size_t report, const Fact& f
 
 void WriteFactList(Html& html, const PageContent& page) {
     html << "<div class=\"facts\">\n";
-    for (const auto& [group, title] : kGroups) {
+    for (const Group& group : kGroups) {
         const auto here = [&](const Comparison::FactLine& line) {
-            return line.row->group == group;
+            return line.row->group == group.group;
         };
         if (std::ranges::none_of(page.comparison.facts, here)) continue;
-        html << "<div><h3>" << title << "</h3><dl>\n";
+        html << "<div><h3>" << group.title << "</h3><dl>\n";
         for (const Comparison::FactLine& line : page.comparison.facts) {
             if (!here(line)) continue;
             html << "<dt>";

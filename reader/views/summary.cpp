@@ -127,23 +127,25 @@ Style StyleOf(const Verdict& verdict) {
 constexpr size_t kMostFindings = 100;
 
 void ShowFindings(Screen& screen, const Report& report, const Verdict& verdict) {
-    std::string counts = verdict.Counts();
-    if (verdict.findings.empty()) counts[0] = 'N';
-    screen.Line(counts, StyleOf(verdict));
+    if (verdict.good()) screen.Line("Nothing is wrong", Style::kBold);
+    Severity severity = Severity::kNone;
     size_t told = 0;
     for (const Finding& finding : verdict.findings) {
         if (told++ == kMostFindings) {
             screen.Line("  and " + Grouped(verdict.findings.size() - kMostFindings) + " more");
             break;
         }
-        const std::string word(WordOf(finding.severity));
-        screen.Line("  " + word + std::string(9 - word.size(), ' ') + finding.says,
-                    StyleOf(finding.severity), 11);
+        const Style style = StyleOf(finding.severity);
+        if (severity != finding.severity) {
+            severity = finding.severity;
+            screen.Line(verdict.CountOf(severity), style);
+        }
+        screen.Line("  " + finding.says, style);
         if (!finding.section.empty() && !finding.says.starts_with(finding.section)) {
-            std::string place = "           in " + finding.section;
+            std::string place = "      " + finding.section;
             if (finding.line) place += ", line " + std::to_string(*finding.line);
             if (!finding.evidence.empty()) place += ": " + finding.evidence;
-            screen.Line(place, Style::kPlain, 13);
+            screen.Line(place, Style::kPlain, 8);
         }
     }
     const auto expected = static_cast<size_t>(std::ranges::count_if(
