@@ -5,17 +5,12 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pthread.h>
-#include <sys/fsuid.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cmath>
@@ -31,6 +26,7 @@
 #include <vector>
 
 #include "expected_report.h"
+#include "hub_daemon.h"
 #include "hub_messages.h"
 #include "processes.h"
 #include "recording_platform.h"
@@ -40,9 +36,8 @@
 namespace fbs = chre::fbs;
 using namespace std::chrono_literals;
 
-// What the tests own of the system: whether there are threads, the section's pause, and the time of
-// a thread that has one of its own, where waiting takes none but that.
-static std::atomic<bool> no_threads = false;
+// What the tests own of the system: the section's pause, and the time of a thread that has one of
+// its own, where waiting takes none but that.
 static thread_local timespec* own_time = nullptr;
 static thread_local int longest_wait = 0;   // that poll was asked for
 static thread_local int interruptions = 0;  // of the polls to come
@@ -52,12 +47,6 @@ static thread_local int slow_reader = -1;
 template <typename Function>
 static Function* Next(const char* name, Function* /*same*/) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                              void* (*run)(void*), void* argument) {
-    static const auto create = Next("pthread_create", pthread_create);
-    return no_threads ? EAGAIN : create(thread, attributes, run, argument);
 }
 
 extern "C" int clock_gettime(clockid_t clock, timespec* time) {
@@ -119,17 +108,12 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// All there is to read, of a file from its beginning.
-std::string TextOf(int fd) {
-    return ReadFile("/proc/self/fd/" + std::to_string(fd));
-}
-
 // What is written into a memory file.
 class Report {
   public:
     ~Report() { close(fd_); }
     int fd() const { return fd_; }
-    std::string Text() const { return TextOf(fd_); }
+    std::string Text() const { return ReadFd(fd_); }
 
   private:
     const int fd_ = memfd_create("report", MFD_CLOEXEC);
@@ -342,19 +326,12 @@ TEST_F(BlackBoxTest, BufferThatNoMemoryIsLeftForIsRefused) {
     EXPECT_EQ(Printed(), "");
 }
 
-bool IsNull(int fd) {
-    struct stat status {};
-    struct stat null {};
-    return fstat(fd, &status) == 0 && stat("/dev/null", &null) == 0 &&
-           status.st_rdev == null.st_rdev && (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
-}
-
 TEST_F(BlackBoxTest, ASlowReaderMissesNothing) {
     const std::string whole =
             "------ Sensor Black Box ------\n" + PrintedRecords(1, 1, Bytes(3 << 20));
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-    auto slow = std::async(std::launch::async, TextOf, ends[0]);
+    auto slow = std::async(std::launch::async, ReadFd, ends[0]);
     interruptions = 1;
     client_->PrintToFd(ends[1], 0s);
     close(ends[1]);
@@ -377,9 +354,7 @@ TEST_F(BlackBoxTest, AReaderThatHasStoppedOrGoneIsGivenUp) {
     ASSERT_EQ(pipe2(stopped.data(), O_CLOEXEC), 0);
     ASSERT_EQ(pipe2(gone.data(), O_CLOEXEC), 0);
     close(gone[0]);
-    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
-    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const auto [master, terminal] = OpenTerminal();
     std::signal(SIGPIPE, SIG_IGN);  // the service is not ended by it either
     for (const int out : {stopped[1], terminal, gone[1]}) {
         const WithinAMinute end("a report that nobody reads");
@@ -398,32 +373,16 @@ TEST_F(BlackBoxTest, AReaderThatHasStoppedOrGoneIsGivenUp) {
     close(master);
 }
 
-// The daemon's end of the link.
-class Hub {
+class Hub : public HubDaemon {
   public:
-    Hub() {
-        sockaddr_un address{AF_UNIX, "/dev/socket/chre"};
-        unlink(address.sun_path);
-        EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(listener_, 5), 0);
-    }
-    ~Hub() {
-        HangUp();
-        close(listener_);
-        unlink("/dev/socket/chre");
-    }
-
-    void HangUp() { close(std::exchange(connection_, -1)); }
-    bool Send(const Bytes& datagram) const {
-        return send(connection_, datagram.data(), datagram.size(), MSG_NOSIGNAL) > 0;
-    }
+    Hub() : HubDaemon("chre") {}
 
     // The client's next message as text, checked for what all have in common.
     std::string Receive() const {
-        Bytes datagram(4096);
-        const ssize_t size = recv(connection_, datagram.data(), datagram.size(), 0);
-        if (size <= 0) return "hung up";
-        flatbuffers::Verifier verifier(datagram.data(), static_cast<size_t>(size));
+        const std::string received = HubDaemon::Receive();
+        const Bytes datagram(received.begin(), received.end());
+        if (datagram.empty()) return "hung up";
+        flatbuffers::Verifier verifier(datagram.data(), datagram.size());
         if (!verifier.VerifyBuffer<fbs::MessageContainer>(nullptr)) return "invalid";
         const auto* const container = flatbuffers::GetRoot<fbs::MessageContainer>(datagram.data());
         if (container->host_addr()->client_id() != 0) return "wrong address";
@@ -442,16 +401,12 @@ class Hub {
 
     // What every connection begins with.
     void AcceptListAndCount(uint32_t sensors) {
-        connection_ = Bounded(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
+        Accept();
         EXPECT_EQ(Receive(), "list");
         Send(List({{kBlackBox, true}}));
         EXPECT_EQ(Receive(), "6:");
         Send(Message(7, Le(sensors)));
     }
-
-  private:
-    const int listener_ = Bounded(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-    int connection_ = -1;
 };
 
 void Finish(std::future<void>& printing) {
@@ -619,10 +574,10 @@ TEST(SensorHub, WritesItsSectionInOrder) {
            "not be begun, see the system log\n"}}) {
         ThePlatform().requests.clear();
         const Report without;
-        no_threads = wait == 0;
-        if (no_threads) expected.pop_back();
+        ThePlatform().no_threads = wait == 0;
+        if (wait == 0) expected.pop_back();
         EXPECT_EQ(SecondsOf([&] { dump(without.fd()); }), wait);
-        no_threads = false;
+        ThePlatform().no_threads = false;
         EXPECT_EQ(without.Text(), with(black_box));
         EXPECT_EQ(ThePlatform().requests, expected);
     }

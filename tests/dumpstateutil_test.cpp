@@ -106,12 +106,6 @@ namespace {
 using std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-std::string ReadAll(int fd) {
-    std::string text(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
-    EXPECT_EQ(pread(fd, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-    return text;
-}
-
 // The report with a T for each duration, the one thing in it that varies. A regular expression
 // would take a minute for megabytes.
 std::string Timeless(std::string report) {
@@ -144,13 +138,13 @@ class PrimitivesTest : public testing::Test {
         EXPECT_EQ(ftruncate(report_, 0), 0);
         lseek(report_, 0, SEEK_SET);
         RunCommandToFd(report_, "T", command, CommandOptions::WithTimeout(timeout).Build());
-        return Timeless(ReadAll(report_));
+        return Timeless(ReadFd(report_));
     }
     std::string Dump(const std::string& path) {
         EXPECT_EQ(ftruncate(report_, 0), 0);
         lseek(report_, 0, SEEK_SET);
         DumpFileToFd(report_, "T", path);
-        return Timeless(ReadAll(report_));
+        return Timeless(ReadFd(report_));
     }
     static std::string File(const std::string& name, const std::string& content) {
         const std::string path = "/tmp/files/" + name;
@@ -229,7 +223,7 @@ TEST_F(PrimitivesTest, TimeoutStopsTheWholeGroupAndKeepsWhatWasWritten) {
     EXPECT_TRUE(output.ends_with(std::string("\n*** timed out after 1 s, stopped\n") + kFooter));
     EXPECT_EQ(census_.Newcomers(), "");
     // Nobody is left to write on.
-    EXPECT_EQ(Timeless(ReadAll(report_)), output);
+    EXPECT_EQ(Timeless(ReadFd(report_)), output);
 }
 
 TEST_F(PrimitivesTest, TheWholeGroupGetsTheGrace) {
@@ -360,7 +354,7 @@ TEST_F(PrimitivesTest, BigFileArrivesWholeInEveryKindOfDescriptor) {
 
     const int append = open("/tmp/files/out", O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     DumpFileToFd(append, "T", path);
-    EXPECT_TRUE(Timeless(ReadAll(append)) == expected);
+    EXPECT_TRUE(Timeless(ReadFd(append)) == expected);
     close(append);
 
     for (const bool socket : {false, true}) {
@@ -402,13 +396,6 @@ TEST_F(PrimitivesTest, RecordsArriveWhole) {
     close(ends[0]);
 }
 
-bool IsNull(int fd) {
-    struct stat status {};
-    struct stat null {};
-    return fstat(fd, &status) == 0 && stat("/dev/null", &null) == 0 &&
-           status.st_rdev == null.st_rdev && (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
-}
-
 TEST_F(PrimitivesTest, LostReaderAndFullDiskCostTheSectionOnly) {
     const std::string path = File("file", std::string(100'000, 'x'));
     int ends[2];
@@ -441,9 +428,7 @@ std::vector<Stuck> StuckReaders() {
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets), 0);
     const int small = 16384;
     setsockopt(sockets[0], SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
-    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    EXPECT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
-    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const auto [master, terminal] = OpenTerminal();
     return {{"pipe", pipe[1], pipe[0]},
             {"socket", sockets[0], sockets[1]},
             {"terminal", terminal, master}};
@@ -509,9 +494,7 @@ TEST_F(PrimitivesTest, AProgramThatDoesNotBeginIsEndedWhenItDoes) {
 // A terminal's master opened anew would be another terminal's.
 TEST_F(PrimitivesTest, TerminalMasterTakesTheWholeReport) {
     const std::string path = File("file", std::string(12'000, 'x') + "\n");
-    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
-    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const auto [master, terminal] = OpenTerminal();
     termios raw{};
     tcgetattr(terminal, &raw);
     cfmakeraw(&raw);

@@ -322,10 +322,10 @@ std::string NobodyReadsTheReportYet(Wearable& wearable) {
     fcntl(report[1], F_SETPIPE_SZ, 4096);
     const int bundle = memfd_create("bundle", MFD_CLOEXEC);
     EXPECT_EQ(wearable.client().Board({report[1], bundle}), "");
-    EXPECT_EQ(Wearable::BundleLacks(ReadFile("/proc/self/fd/" + std::to_string(bundle))), "");
+    EXPECT_EQ(Wearable::BundleLacks(ReadFd(bundle)), "");
     close(report[1]);
     close(bundle);
-    std::string text = ReadFile("/proc/self/fd/" + std::to_string(report[0]));
+    std::string text = ReadFd(report[0]);
     close(report[0]);
     return text;
 }

@@ -6,12 +6,14 @@
 #include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -71,6 +73,35 @@ std::string ProcessCensus::Newcomers() const {
 std::string ReadFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string ReadFd(int fd) {
+    return ReadFile("/proc/self/fd/" + std::to_string(fd));
+}
+
+bool IsNull(int fd) {
+    struct stat status {};
+    struct stat null {};
+    return fstat(fd, &status) == 0 && stat("/dev/null", &null) == 0 &&
+           status.st_rdev == null.st_rdev && (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
+}
+
+Terminal OpenTerminal() {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
+    return {master, open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC)};
+}
+
+SwappedTool::SwappedTool(const std::string& name, const std::string& script)
+    : tool_("/vendor/bin/" + name), aside_(tool_ + ".aside") {
+    fs::rename(tool_, aside_);
+    if (script.empty()) return;
+    std::ofstream(tool_) << "#!/vendor/bin/sh\n" << script << "\n";
+    fs::permissions(tool_, fs::perms::all);
+}
+
+SwappedTool::~SwappedTool() {
+    fs::rename(aside_, tool_);
 }
 
 pid_t Spawn(const std::vector<std::string>& command, const std::string& errors,

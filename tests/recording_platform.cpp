@@ -3,10 +3,13 @@
 #include <DumpstateUtil.h>
 #include <android-base/properties.h>
 #include <android/log.h>
+#include <dlfcn.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
@@ -44,8 +47,8 @@ void Record(int fd, const std::vector<std::string>& parts) {
 }
 
 std::string Property(const std::string& key) {
-    if (ThePlatform().on_property != nullptr) ThePlatform().on_property(key);
     const std::lock_guard lock(g_mutex);
+    if (ThePlatform().on_property != nullptr) ThePlatform().on_property(key, false);
     const auto found = ThePlatform().properties.find(key);
     return found == ThePlatform().properties.end() ? "" : found->second;
 }
@@ -108,8 +111,8 @@ bool GetBoolProperty(const std::string& key, bool default_value) {
 
 bool SetProperty(const std::string& key, const std::string& value) {
     Record(-1, {"set", key, value});
-    if (ThePlatform().on_property != nullptr) ThePlatform().on_property(key);
     const std::lock_guard lock(g_mutex);
+    if (ThePlatform().on_property != nullptr) ThePlatform().on_property(key, true);
     ThePlatform().properties[key] = value;
     return false;  // every write fails, and nothing may come of that either
 }
@@ -165,4 +168,11 @@ __attribute__((weak)) int nanosleep(const timespec* time, timespec* left) {
     if (time->tv_sec == 0) return clock_nanosleep(CLOCK_MONOTONIC, 0, time, left);
     Record(-1, {"sleep", std::to_string(time->tv_sec)});
     return 0;
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
+                   void* argument) {
+    static const auto create =
+            reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    return ThePlatform().no_threads ? EAGAIN : create(thread, attributes, run, argument);
 }

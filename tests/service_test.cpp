@@ -111,8 +111,7 @@ TEST_F(ServiceTest, BundleHoldsEveryLogAndLeavesNothing) {
     EXPECT_EQ(Board({report, bundle}), "");
     std::ofstream(verbose) << "false";
 
-    EXPECT_EQ(Titles(ReadFile("/proc/self/fd/" + std::to_string(report))),
-              ExpectedTitles(false, true));
+    EXPECT_EQ(Titles(ReadFd(report)), ExpectedTitles(false, true));
     const std::vector<std::string> members = Members(bundle);
     const auto count = [&members](const std::string& beginning) {
         return std::ranges::count_if(
@@ -176,8 +175,7 @@ TEST_F(ServiceTest, CallersInTheQueueTakeNothingFromTheReportBeingServed) {
         Await([report] { return lseek(report, 0, SEEK_CUR) > 0; });
     }
     EXPECT_EQ(Board({}, 8), "org.freedesktop.DBus.Error.InvalidArgs: Invalid mode");  // the last
-    EXPECT_EQ(Titles(ReadFile("/proc/self/fd/" + std::to_string(report))),
-              ExpectedTitles(false, true));
+    EXPECT_EQ(Titles(ReadFd(report)), ExpectedTitles(false, true));
     EXPECT_GT(lseek(bundle, 0, SEEK_CUR), 100'000);
     for (const int fd : {report, bundle, unread}) close(fd);
     EXPECT_EQ(Pid(), service);
@@ -243,7 +241,7 @@ TEST_F(ServiceTest, InheritedStateIsPutRight) {
     EXPECT_EQ(Board({report, bundle}), "");
     fs::rename(bin / "aside", bin / "uptime");
     EXPECT_EQ(Pid(), service);
-    const std::string text = ReadFile("/proc/self/fd/" + std::to_string(report));
+    const std::string text = ReadFd(report);
     EXPECT_EQ(Titles(text), ExpectedTitles(false, true));
     EXPECT_NE(text.find("\n*** exit status 3\n"), std::string::npos);
     close(report);

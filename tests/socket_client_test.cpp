@@ -24,6 +24,7 @@
 #include <thread>
 
 #include "host_log.h"
+#include "hub_daemon.h"
 #include "pattern.h"
 #include "processes.h"
 #include "socket_client.h"
@@ -125,41 +126,6 @@ class Callbacks : public SocketClient::ICallbacks {
     Lines& lines_;
 };
 
-// The daemon's end, as raw as it gets.
-class Daemon {
-  public:
-    explicit Daemon(const std::string& name = "hub", int backlog = 8) : listener_(Socket()) {
-        address_.sun_family = AF_UNIX;
-        ("/dev/socket/" + name).copy(address_.sun_path, sizeof address_.sun_path - 1);
-        unlink(address_.sun_path);
-        EXPECT_EQ(bind(listener_.get(), Address(), sizeof address_), 0);
-        EXPECT_EQ(listen(listener_.get(), backlog), 0);
-    }
-    ~Daemon() { unlink(address_.sun_path); }
-    static int Socket(int flags = 0) {
-        return Bounded(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
-    }
-    const sockaddr* Address() const { return reinterpret_cast<const sockaddr*>(&address_); }
-    void Accept() {
-        peer_.reset(Bounded(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC)));
-    }
-    void Send(const std::string& data) {
-        send(peer_.get(), data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    }
-    std::string Receive() {
-        std::string data(300'000, '\0');
-        data.resize(static_cast<size_t>(
-                std::max<ssize_t>(recv(peer_.get(), data.data(), data.size(), 0), 0)));
-        return data;
-    }
-    void HangUp() { peer_.reset(); }
-
-  private:
-    const base::unique_fd listener_;
-    base::unique_fd peer_;
-    sockaddr_un address_{};
-};
-
 // A standard stream that goes elsewhere for a while.
 class Redirected {
   public:
@@ -175,9 +141,7 @@ class Redirected {
 
 // Takes what goes to standard output and error.
 struct Captured {
-    std::string Text(int stream) const {
-        return ReadFile("/proc/self/fd/" + std::to_string(files[stream - 1].get()));
-    }
+    std::string Text(int stream) const { return ReadFd(files[stream - 1].get()); }
     const base::unique_fd files[2]{base::unique_fd(memfd_create("out", MFD_CLOEXEC)),
                                    base::unique_fd(memfd_create("err", MFD_CLOEXEC))};
     const Redirected out{STDOUT_FILENO, files[0].get()};
@@ -212,7 +176,7 @@ class SocketClientTest : public testing::Test {
         return log.size() == 1 ? log.front() : std::to_string(log.size()) + " records";
     }
 
-    Daemon daemon_;
+    HubDaemon daemon_{"hub"};
     const ProcessCensus census_;
     Lines events_;
     sp<Callbacks> callbacks_ = new Callbacks(events_);
@@ -242,7 +206,7 @@ TEST_F(SocketClientTest, ArgumentsAreCheckedOnTheSpot) {
     EXPECT_EQ(Failure(client_.doConnect(longest.c_str(), callbacks_, false)),
               "6 Couldn't connect client socket to '" + longest + "': No such file or directory");
     EXPECT_EQ(Failure(Send("late")), kNoSocket);
-    Daemon daemon(longest);
+    HubDaemon daemon(longest);
     EXPECT_TRUE(client_.doConnect(longest.c_str(), callbacks_, false));
     daemon.Accept();
     EXPECT_TRUE(Send("now"));
@@ -334,7 +298,7 @@ TEST_F(SocketClientTest, DescriptorsAreAsAgreed) {
     EXPECT_EQ(option(client_socket, SO_SNDTIMEO, timeval{}).tv_usec, 0);
     EXPECT_EQ(fcntl(client_socket, F_GETFL) & O_NONBLOCK, 0);
     // The kernel grants as much as it grants anybody.
-    const base::unique_fd other(Daemon::Socket());
+    const base::unique_fd other(HubDaemon::Socket());
     const int wanted = 0x200000;
     setsockopt(other.get(), SOL_SOCKET, SO_SNDBUF, &wanted, sizeof wanted);
     EXPECT_EQ(option(client_socket, SO_SNDBUF, 0), option(other.get(), SO_SNDBUF, 0));
@@ -353,7 +317,11 @@ TEST_F(SocketClientTest, LostConnectionIsToldAndMadeAnew) {
           {kPollError, {"6 Poll error: Invalid argument (22)\n"}}}) {
         wait_for_ever_ = true;
         EXPECT_TRUE(loss != kUnread || Send("never read"));
-        loss == kPollError ? daemon_.Send("x") : daemon_.HangUp();
+        if (loss == kPollError) {
+            daemon_.Send("x");
+        } else {
+            daemon_.HangUp();
+        }
         EXPECT_EQ(events_.Next(), loss == kPollError ? "message x" : "disconnected");
         EXPECT_EQ(events_.Next(), "waiting");
         EXPECT_EQ(records.Take(), log);
@@ -455,8 +423,8 @@ TEST_F(SocketClientTest, DisconnectEndsEveryStateWithoutACallback) {
 }
 
 TEST_F(SocketClientTest, DaemonThatAcceptsNobodyHoldsNobodyUp) {
-    Daemon full("full", 0);
-    const base::unique_fd first(Daemon::Socket(SOCK_NONBLOCK));
+    HubDaemon full("full", 0);
+    const base::unique_fd first(HubDaemon::Socket(SOCK_NONBLOCK));
     ASSERT_EQ(connect(first.get(), full.Address(), sizeof(sockaddr_un)), 0);
     const auto start = steady_clock::now();
     EXPECT_EQ(Failure(client_.doConnect("full", callbacks_, false)),
