@@ -1,10 +1,7 @@
 // The sensor black box against a hub that is written here, byte by byte, and the section around it.
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -28,6 +25,7 @@
 #include "expected_report.h"
 #include "hub_daemon.h"
 #include "hub_messages.h"
+#include "own_time.h"
 #include "processes.h"
 #include "recording_platform.h"
 #include "sensor_black_box_client.h"
@@ -36,34 +34,7 @@
 namespace fbs = chre::fbs;
 using namespace std::chrono_literals;
 
-// What the tests own of the system: the section's pause, and the time of a thread that has one of
-// its own, where waiting takes none but that.
-static thread_local timespec* own_time = nullptr;
-static thread_local int longest_wait = 0;   // that poll was asked for
-static thread_local int interruptions = 0;  // of the polls to come
-// The pipe's reader, which takes a page a second whenever it is waited for.
-static thread_local int slow_reader = -1;
-
-template <typename Function>
-static Function* Next(const char* name, Function* /*same*/) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-extern "C" int clock_gettime(clockid_t clock, timespec* time) {
-    static const auto get = Next("clock_gettime", clock_gettime);
-    if (own_time == nullptr) return get(clock, time);
-    *time = *own_time;
-    return 0;
-}
-
-extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                      clockid_t clock, const timespec* deadline) {
-    static const auto wait = Next("pthread_cond_clockwait", pthread_cond_clockwait);
-    if (own_time == nullptr) return wait(condition, mutex, clock, deadline);
-    *own_time = *deadline;
-    return ETIMEDOUT;
-}
-
+// The section's pause.
 extern "C" int nanosleep(const timespec* time, timespec* left) {
     if (time->tv_sec == 0) return clock_nanosleep(CLOCK_MONOTONIC, 0, time, left);
     const bool whole = time->tv_nsec == 0;
@@ -75,32 +46,12 @@ extern "C" int nanosleep(const timespec* time, timespec* left) {
     return -1;
 }
 
-extern "C" int poll(pollfd* fds, nfds_t count, int millis) {
-    if (interruptions > 0) {
-        --interruptions;
-        errno = EINTR;
-        return -1;
-    }
-    longest_wait = std::max(longest_wait, millis);
-    if (slow_reader != -1) {
-        std::array<char, 4096> page{};
-        EXPECT_GT(read(slow_reader, page.data(), page.size()), 0);
-        ++own_time->tv_sec;
-        return static_cast<int>(count);
-    }
-    if (own_time != nullptr && millis > 0) millis = 0;
-    const timespec limit{millis / 1000, millis % 1000 * 1000000L};
-    return ppoll(fds, count, millis < 0 ? nullptr : &limit, nullptr);
-}
-
 // How long the action takes in a time of its own.
 template <typename Action>
-static time_t SecondsOf(Action action) {
-    timespec time{};
-    own_time = &time;
+static std::chrono::seconds SecondsOf(Action action) {
+    const OwnTime time;
     action();
-    own_time = nullptr;
-    return time.tv_sec;
+    return std::chrono::floor<std::chrono::seconds>(time.passed);
 }
 
 namespace tev::dumpstate {
@@ -174,7 +125,7 @@ class BlackBoxTest : public testing::Test {
     }
 
     android::sp<SensorBlackBoxClient> client_;
-    time_t waited_ = 0;  // for what was Printed(), in seconds
+    std::chrono::seconds waited_{0};  // for what was Printed()
 };
 
 TEST_F(BlackBoxTest, EveryMessageIsCheckedAndLoggedToTheLetter) {
@@ -210,7 +161,7 @@ TEST_F(BlackBoxTest, EveryMessageIsCheckedAndLoggedToTheLetter) {
     EXPECT_GT(rows, 35);
     // Stopped, so nobody is waited for. The order of the sensors is the map's own.
     const std::string text = Printed(3600s);
-    EXPECT_EQ(waited_, 0);
+    EXPECT_EQ(waited_, 0s);
     for (const char* block : {"*** Sensor 1 (Accelerometer) ***\n"
                               "Time: 980000, Value: (0.000000, -0.000000, 0.000000)\n"
                               "Time: 1000000, Value: (2.000000, 1.000000, -2.500000)\n",
@@ -227,7 +178,7 @@ TEST_F(BlackBoxTest, ValuesAndTimesPrintLikePrintf) {
                                     0xFFC00000, 0x7F800001, 0x00000001, 0x807FFFFF, 0x7F7FFFFF,
                                     0xFF7FFFFF, 0x35000000, 0x36000000, 0x5F000000, 0x5E7FFFFF,
                                     0x4B7FFFFF, 0x3EFFFFFF, 0xB4800000};
-    while (values.size() < (kSanitized ? 6000 : 60000)) {
+    while (values.size() < 12000) {
         values.push_back(static_cast<uint32_t>(random()));
         values.push_back(0x30000000 + values.back() % 0x1B000000);  // where a millionth counts
     }
@@ -298,7 +249,7 @@ TEST_F(BlackBoxTest, TimeOutEndsTheWaitUnlessAsManyBuffersAsSensorsAreComplete) 
         Feed(Message(5, Piece(8, 0, 16, offset, 8, Bytes(8))));
     }
     const std::string text = Printed(30s);
-    EXPECT_EQ(waited_, 37) << text;
+    EXPECT_EQ(waited_, 37s) << text;
 }
 
 TEST_F(BlackBoxTest, MemoryIsBounded) {
@@ -332,7 +283,6 @@ TEST_F(BlackBoxTest, ASlowReaderMissesNothing) {
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     auto slow = std::async(std::launch::async, ReadFd, ends[0]);
-    interruptions = 1;
     client_->PrintToFd(ends[1], 0s);
     close(ends[1]);
     EXPECT_TRUE(slow.get() == whole);
@@ -340,9 +290,13 @@ TEST_F(BlackBoxTest, ASlowReaderMissesNothing) {
 
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     ASSERT_EQ(write(ends[1], whole.data(), 65536), 65536);
-    slow_reader = ends[0];
-    EXPECT_GT(SecondsOf([&] { client_->PrintToFd(ends[1], 0s); }), 500);
-    slow_reader = -1;
+    {
+        OwnTime time;
+        time.interruptions = 1;
+        time.slow_reader = ends[0];
+        client_->PrintToFd(ends[1], 0s);
+        EXPECT_GT(time.passed, 500s);
+    }
     EXPECT_FALSE(IsNull(ends[1]));
     for (const int end : ends) close(end);
 }
@@ -358,9 +312,11 @@ TEST_F(BlackBoxTest, AReaderThatHasStoppedOrGoneIsGivenUp) {
     std::signal(SIGPIPE, SIG_IGN);  // the service is not ended by it either
     for (const int out : {stopped[1], terminal, gone[1]}) {
         const WithinAMinute end("a report that nobody reads");
-        longest_wait = 0;
-        SecondsOf([&] { client_->PrintToFd(out, 0s); });
-        EXPECT_EQ(longest_wait, 30'000);
+        {
+            const OwnTime time;
+            client_->PrintToFd(out, 0s);
+            EXPECT_EQ(time.longest_wait, 30s);
+        }
         EXPECT_EQ(LogsOf("tev-dumpstate").back(),
                   std::string("5 tev-dumpstate The report is cut here: ") +
                           (out == gone[1] ? "Broken pipe" : "Connection timed out"));
@@ -568,14 +524,14 @@ TEST(SensorHub, WritesItsSectionInOrder) {
 
     // Without a hub, and without a thread that waits for one.
     for (const auto& [wait, black_box] :
-         {std::pair{5, "------ Sensor Black Box ------\n"},
-          {0,
+         {std::pair{5s, "------ Sensor Black Box ------\n"},
+          {0s,
            "*** no sensor black box: the connection to the context hub (socket \"chre\") could "
            "not be begun, see the system log\n"}}) {
         ThePlatform().requests.clear();
         const Report without;
-        ThePlatform().no_threads = wait == 0;
-        if (wait == 0) expected.pop_back();
+        ThePlatform().no_threads = wait == 0s;
+        if (wait == 0s) expected.pop_back();
         EXPECT_EQ(SecondsOf([&] { dump(without.fd()); }), wait);
         ThePlatform().no_threads = false;
         EXPECT_EQ(without.Text(), with(black_box));

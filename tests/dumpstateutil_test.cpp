@@ -3,7 +3,6 @@
 #include <DumpstateUtil.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -15,6 +14,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -24,6 +24,7 @@
 #include <string_view>
 #include <thread>
 
+#include "own_time.h"
 #include "pattern.h"
 #include "processes.h"
 
@@ -35,10 +36,6 @@ std::binary_semaphore g_answer{0};
 
 // Set while no program seems to end, as if a driver held it.
 std::atomic<bool> g_held = false;
-
-// The longest wait for a reader that was asked for, and whether it is cut short.
-std::atomic<int> g_longest_wait = 0;
-std::atomic<bool> g_hurry = false;
 
 // A program that is in a file which doesn't answer either.
 constexpr char kHung[] = "/tmp/files/hung";
@@ -64,7 +61,6 @@ extern "C" {
 int __real_open(const char*, int, ...);
 int __real_open64(const char*, int, ...);  // what 32-bit userlands call
 int __real_waitid(idtype_t, id_t, siginfo_t*, int);
-int __real_poll(pollfd*, nfds_t, int);
 int __real_posix_spawn(pid_t*, const char*, const posix_spawn_file_actions_t*,
                        const posix_spawnattr_t*, char* const[], char* const[]);
 
@@ -84,13 +80,6 @@ int __wrap_open64(const char* path, int flags, ...) {
 }
 int __wrap_waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
     return g_held ? 0 : __real_waitid(type, id, info, options);
-}
-int __wrap_poll(pollfd* files, nfds_t count, int timeout) {
-    if (files->events == POLLOUT) {
-        g_longest_wait = std::max<int>(g_longest_wait, timeout);
-        if (g_hurry) timeout = std::min(timeout, 300);
-    }
-    return __real_poll(files, count, timeout);
 }
 int __wrap_posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
                        const posix_spawnattr_t* attributes, char* const argv[],
@@ -313,34 +302,38 @@ TEST_F(PrimitivesTest, FileFormatAndEveryOutcome) {
                       shown + ": No such file or directory\n" + kFooter);
 }
 
+// One whose driver says nothing more, one that goes on for ever, and one that doesn't even open.
 TEST_F(PrimitivesTest, FilesThatNeverEndAreCutOff) {
-    // All at once: each takes its ten seconds, and both primitives are for several threads.
     mkfifo("/tmp/files/silent", 0600);
     const int writer = open("/tmp/files/silent", O_RDWR | O_CLOEXEC);
     EXPECT_EQ(write(writer, "*** x", 5), 5);
-    const int sink = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    std::thread endless([sink] { EXPECT_EQ(DumpFileToFd(sink, "T", "/dev/zero"), -1); });
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    std::thread dead([out = ends[1]] { EXPECT_EQ(DumpFileToFd(out, "T", kDead), -1); });
-    // What is waited for shows before.
-    pollfd header_came{ends[0], POLLIN, 0};
-    EXPECT_EQ(poll(&header_came, 1, 5'000), 1);
-    char header[100];
-    EXPECT_EQ(std::string(header, static_cast<size_t>(read(ends[0], header, sizeof header))),
-              "------ T (/tmp/files/dead) ------\n");
-    EXPECT_EQ(Dump("/tmp/files/silent"), std::string("------ T (/tmp/files/silent) ------\n"
-                                                     "*** x\n\n"
-                                                     "*** timed out after 10 s, stopped\n") +
-                                                 kFooter);
-    endless.join();
-    dead.join();
+    const std::string failure = "\n*** timed out after 10 s, stopped\n";
+    const struct {
+        const char* path;
+        int inputs;
+        std::string shown;  // while more is waited for
+    } files[] = {{"/tmp/files/silent", 1, "*** x"}, {kDead, 0, ""}, {"/dev/zero", INT_MAX, ""}};
+    for (const auto& file : files) {
+        const std::string header = "------ T (" + std::string(file.path) + ") ------\n";
+        OwnTime time;
+        time.inputs = file.inputs;
+        time.on_vain_wait = [&] {
+            if (time.passed > 1s) {
+                EXPECT_EQ(ReadFd(report_), header + file.shown);
+            }
+        };
+        const std::string report = Dump(file.path);
+        EXPECT_GE(time.passed, 10s);
+        EXPECT_LT(time.passed, 11s);
+        EXPECT_TRUE(report.starts_with(header + file.shown));
+        EXPECT_TRUE(report.ends_with(failure + kFooter));
+    }
     // One thread is all that a file may hold.
     EXPECT_EQ(Dump(kDead), std::string("------ T (/tmp/files/dead) ------\n*** cannot open "
                                        "/tmp/files/dead: Operation already in progress\n") +
                                    kFooter);
     g_answer.release();
-    for (const int fd : {sink, writer, ends[0], ends[1]}) close(fd);
+    close(writer);
     EXPECT_EQ(census_.Newcomers(), "");
 }
 
@@ -438,13 +431,16 @@ TEST_F(PrimitivesTest, AStuckReaderIsWaitedForOnce) {
     std::string lines;
     for (size_t i = 0; i < 10'000; ++i) lines += std::string(i % 300, 'x') + "\n\r\n";
     const std::string path = File("big", lines);
-    g_hurry = true;
     for (const Stuck& stuck : StuckReaders()) {
         SCOPED_TRACE(stuck.name);
         EXPECT_FALSE(IsNull(stuck.fd));
-        g_longest_wait = 0;
-        EXPECT_EQ(DumpFileToFd(stuck.fd, "T", path), -1);
-        EXPECT_TRUE(g_longest_wait > 29'000 && g_longest_wait <= 30'000) << g_longest_wait;
+        {
+            const WithinAMinute end("a report that nobody reads");
+            OwnTime time;
+            time.inputs = INT_MAX;
+            EXPECT_EQ(DumpFileToFd(stuck.fd, "T", path), -1);
+            EXPECT_EQ(time.longest_wait, 30s);
+        }
         EXPECT_TRUE(IsNull(stuck.fd));
         // What follows runs as usual.
         EXPECT_EQ(RunCommandToFd(stuck.fd, "T", Shell("cat /tmp/files/big; echo >/tmp/files/ran")),
@@ -453,11 +449,11 @@ TEST_F(PrimitivesTest, AStuckReaderIsWaitedForOnce) {
         close(stuck.fd);
         close(stuck.reader);
     }
-    g_hurry = false;
     // Nobody reads standard output for what it says.
-    g_longest_wait = 0;
-    RunCommandToFd(STDOUT_FILENO, "T", Shell(":"));
-    EXPECT_TRUE(g_longest_wait > 4'000 && g_longest_wait <= 5'000) << g_longest_wait;
+    OwnTime time;
+    time.inputs = INT_MAX;
+    DumpFileToFd(STDOUT_FILENO, "T", "/dev/null");
+    EXPECT_EQ(time.longest_wait, 5s);
 }
 
 TEST_F(PrimitivesTest, AReaderThatPausesMissesNothing) {

@@ -76,7 +76,15 @@ std::string ReadFile(const std::string& path) {
 }
 
 std::string ReadFd(int fd) {
-    return ReadFile("/proc/self/fd/" + std::to_string(fd));
+    const bool is_file = lseek(fd, 0, SEEK_CUR) >= 0;
+    std::string text;
+    std::vector<char> part(1 << 16);
+    for (ssize_t size = 1; size > 0; text.append(part.data(), static_cast<size_t>(size))) {
+        size = is_file ? pread(fd, part.data(), part.size(), static_cast<off_t>(text.size()))
+                       : read(fd, part.data(), part.size());
+        size = std::max<ssize_t>(size, 0);
+    }
+    return text;
 }
 
 bool IsNull(int fd) {

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+// A thread's own time, as long as this lives: waiting for a condition or a descriptor takes none
+// but that, a wait for input ten milliseconds at least. One at a time in a thread.
+class OwnTime {
+  public:
+    OwnTime();
+    ~OwnTime();
+    OwnTime(const OwnTime&) = delete;
+    OwnTime& operator=(const OwnTime&) = delete;
+
+    std::chrono::milliseconds passed{0};
+    std::chrono::milliseconds longest_wait{0};  // for room, that poll(2) was asked for
+    int interruptions = 0;                      // of the polls to come
+    // So many waits for input are real ones, until it comes.
+    int inputs = 0;
+    // A pipe's reader, which takes a page a second whenever room is waited for.
+    int slow_reader = -1;
+    // Called when a wait is in vain.
+    std::function<void()> on_vain_wait;
+};
