@@ -513,6 +513,14 @@ TEST_F(PrimitivesTest, TerminalMasterTakesTheWholeReport) {
     close(master);
 }
 
+TEST_F(PrimitivesTest, UserBuildsSaySo) {
+    const std::string property = "/dev/__properties__/ro.build.type";
+    for (const std::string type : {"user", "userdebug", ""}) {
+        std::ofstream(property) << type;
+        EXPECT_EQ(PropertiesHelper::IsUserBuild(), type == "user");
+    }
+}
+
 TEST_F(PrimitivesTest, WorksWithoutDescriptorsToSpare) {
     rlimit before{};
     getrlimit(RLIMIT_NOFILE, &before);
