@@ -310,20 +310,28 @@ TEST_F(BlackBoxTest, AReaderThatHasStoppedOrGoneIsGivenUp) {
     close(gone[0]);
     const auto [master, terminal] = OpenTerminal();
     std::signal(SIGPIPE, SIG_IGN);  // the service is not ended by it either
-    for (const int out : {stopped[1], terminal, gone[1]}) {
+    const struct {
+        int fd;
+        const char* why;
+        std::chrono::seconds patience = 30s;
+        bool given_up = true;
+    } readers[] = {{stopped[1], "Connection timed out"},
+                   {terminal, "Connection timed out"},
+                   {gone[1], "Broken pipe"},
+                   {open("/dev/full", O_WRONLY | O_CLOEXEC), "No space left on device", 30s, false},
+                   {-1, "Bad file descriptor", 0s, false}};
+    for (const auto& reader : readers) {
         const WithinAMinute end("a report that nobody reads");
+        ThePlatform().logs.clear();
         {
             const OwnTime time;
-            client_->PrintToFd(out, 0s);
-            EXPECT_EQ(time.longest_wait, 30s);
+            client_->PrintToFd(reader.fd, 0s);
+            EXPECT_EQ(time.longest_wait, reader.patience);
         }
-        EXPECT_EQ(LogsOf("tev-dumpstate").back(),
-                  std::string("5 tev-dumpstate The report is cut here: ") +
-                          (out == gone[1] ? "Broken pipe" : "Connection timed out"));
-        EXPECT_TRUE(IsNull(out));
-        close(out);
+        EXPECT_EQ(NewLogs(), Strings{"5 The report is cut here: " + std::string(reader.why)});
+        EXPECT_EQ(IsNull(reader.fd), reader.given_up);
+        close(reader.fd);
     }
-    client_->PrintToFd(-1, 0s);
     std::signal(SIGPIPE, SIG_DFL);
     close(stopped[0]);
     close(master);

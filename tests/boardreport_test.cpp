@@ -418,13 +418,19 @@ TEST_F(BoardreportTest, WhatEndsACallHalfWayKeepsThePartialReport) {
     EXPECT_EQ(Shell("cat report.txt bundle.tar report.html; ls").output,
               "olderolderolderbundle.tar\nreport.html\nreport.html.partial\nreport.txt\n"
               "report.txt.partial\n");
-    // A page that is being made of a finished report can be made anew.
+    // A page that is being made of a finished report can be made anew, and goes on where its signal
+    // is ignored.
     ASSERT_EQ(mkfifo("/tmp/out/endless", 0600), 0);
     EXPECT_EQ(Shell("boardreport page -o new.html endless & exec 3>endless\n"
                     "await [ -e new.html.partial ]\n"
                     "kill $!; wait $!; echo $?; ls new.html*")
                       .output,
               "Terminated\n143\nls: new.html*: No such file or directory\n");
+    EXPECT_EQ(Shell("(trap '' HUP; exec boardreport page -o new.html endless) & exec 3>endless\n"
+                    "await [ -e new.html.partial ]\n"
+                    "kill -HUP $!; exec 3>&-; wait $!; echo $?")
+                      .output,
+              "boardreport: endless is empty\n3\n");
 }
 
 }  // namespace

@@ -20,9 +20,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <semaphore>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "own_time.h"
 #include "pattern.h"
@@ -47,11 +49,16 @@ constexpr char kHung[] = "/tmp/files/hung";
     for (;;) pause();
 }();
 
+// A file whose driver is a terminal without its other end.
+constexpr char kFailing[] = "/tmp/files/failing";
+int g_failing = -1;
+
 int Open(int (*real)(const char*, int, ...), const char* path, int flags, va_list mode) {
     if (std::string_view(path) == kDead) {
         g_answer.acquire();
         path = "/dev/zero";  // which goes on where nobody waits any more
     }
+    if (std::string_view(path) == kFailing) return std::exchange(g_failing, -1);
     return real(path, flags, (flags & O_CREAT) != 0 ? va_arg(mode, mode_t) : 0);
 }
 
@@ -279,6 +286,14 @@ TEST_F(PrimitivesTest, FileFormatAndEveryOutcome) {
     for (const Case& file : cases) {
         EXPECT_EQ(Dump(file.path), "------ T (" + file.path + ") ------\n" + file.body + kFooter);
     }
+    // One that fails when it has said something.
+    const auto [master, terminal] = OpenTerminal();
+    EXPECT_EQ(write(terminal, "half", 4), 4);
+    close(terminal);
+    g_failing = master;
+    EXPECT_EQ(Dump(kFailing), std::string("------ T (/tmp/files/failing) ------\nhalf\n*** cannot "
+                                          "read /tmp/files/failing: Input/output error\n") +
+                                      kFooter);
     EXPECT_EQ(Dump("/tmp/files/odd\nname"),
               std::string("------ T (/tmp/files/odd\\nname) ------\nx\n") + kFooter);
     // Controls and what is no UTF-8 are made visible in both lines, all else passes.
@@ -354,21 +369,12 @@ TEST_F(PrimitivesTest, BigFileArrivesWholeInEveryKindOfDescriptor) {
         for (const int flags : {0, O_NONBLOCK}) {
             int ends[2];
             ASSERT_EQ(socket ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : pipe(ends), 0);
-            const int in = socket ? ends[1] : ends[0];
-            const int out = socket ? ends[0] : ends[1];
-            fcntl(out, F_SETFL, fcntl(out, F_GETFL) | flags);
-            std::string received;
-            std::thread reader([in, &received] {
-                char part[8192];
-                for (ssize_t size; (size = read(in, part, sizeof part)) > 0;) {
-                    received.append(part, static_cast<size_t>(size));
-                }
-            });
-            EXPECT_EQ(DumpFileToFd(out, "T", path), 0);
-            close(out);
-            reader.join();
-            close(in);
-            EXPECT_TRUE(Timeless(received) == expected) << socket << flags;
+            fcntl(ends[1], F_SETFL, fcntl(ends[1], F_GETFL) | flags);
+            auto received = std::async(std::launch::async, ReadFd, ends[0]);
+            EXPECT_EQ(DumpFileToFd(ends[1], "T", path), 0);
+            close(ends[1]);
+            EXPECT_TRUE(Timeless(received.get()) == expected) << socket << flags;
+            close(ends[0]);
         }
     }
 }
@@ -456,25 +462,26 @@ TEST_F(PrimitivesTest, AStuckReaderIsWaitedForOnce) {
     EXPECT_EQ(time.longest_wait, 5s);
 }
 
+// However long it takes in all: neither its own patience ends nor the file's.
 TEST_F(PrimitivesTest, AReaderThatPausesMissesNothing) {
-    const std::string path = File("big", std::string(1'000'000, 'x'));
+    const std::string path = File("big", std::string(300'000, 'x'));
     const std::string expected = Dump(path);
-    for (const Stuck& slow : StuckReaders()) {
-        if (slow.name == std::string("terminal")) break;  // which makes two characters of newlines
-        std::string received;
-        std::thread reader([&] {
-            char part[65536];
-            for (ssize_t size; (size = read(slow.reader, part, sizeof part)) > 0;) {
-                received.append(part, static_cast<size_t>(size));
-                std::this_thread::sleep_for(5ms);
-            }
-        });
-        EXPECT_EQ(DumpFileToFd(slow.fd, "T", path), 0);
-        close(slow.fd);
-        reader.join();
-        EXPECT_TRUE(Timeless(received) == expected) << slow.name;
-        close(slow.reader);
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const std::string before(65536, 'f');
+    ASSERT_EQ(write(ends[1], before.data(), before.size()), 65536);
+    std::string received;
+    {
+        OwnTime time;
+        time.inputs = INT_MAX;
+        time.slow_reader = ends[0];
+        time.on_read = [&](std::string_view page) { received += page; };
+        EXPECT_EQ(DumpFileToFd(ends[1], "T", path), 0);
+        EXPECT_GT(time.passed, 60s);
     }
+    close(ends[1]);
+    EXPECT_TRUE(Timeless(received + ReadFd(ends[0])) == before + expected);
+    close(ends[0]);
 }
 
 TEST_F(PrimitivesTest, AProgramThatDoesNotBeginIsEndedWhenItDoes) {

@@ -68,7 +68,9 @@ int PollInOwnTime(pollfd* fds, nfds_t count, int millis) {
         own->longest_wait = std::max<std::chrono::milliseconds>(own->longest_wait, millis * 1ms);
     if (!for_input && own->slow_reader != -1) {
         std::array<char, 4096> page{};
-        EXPECT_GT(read(own->slow_reader, page.data(), page.size()), 0);
+        const ssize_t size = read(own->slow_reader, page.data(), page.size());
+        EXPECT_GT(size, 0);
+        own->on_read({page.data(), static_cast<size_t>(size)});
         own->passed += 1s;
         return 1;
     }

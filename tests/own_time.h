@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <string_view>
 
 // A thread's own time, as long as this lives: waiting for a condition or a descriptor takes none
 // but that, a wait for input ten milliseconds at least. One at a time in a thread.
@@ -17,8 +18,9 @@ class OwnTime {
     int interruptions = 0;                      // of the polls to come
     // So many waits for input are real ones, until it comes.
     int inputs = 0;
-    // A pipe's reader, which takes a page a second whenever room is waited for.
+    // A pipe's reader, which takes a page a second whenever room is waited for, and who gets that.
     int slow_reader = -1;
+    std::function<void(std::string_view page)> on_read = [](std::string_view) {};
     // Called when a wait is in vain.
     std::function<void()> on_vain_wait;
 };

@@ -545,20 +545,21 @@ TEST_F(SocketClientTest, RecordsAreCopiedToTheStreams) {
         outputHostLogErrno("Couldn't", "close", 7, EBADF);
         outputHostLog(3, stdout, "told", "close", 8);
         outputHostLog(3, full, "lost", "close", 9);
+        outputHostLog(3, stdout, "%s", "long", 10, std::string(2000, 'x').c_str());
         EXPECT_EQ(errno, ENOTTY);
         std::fclose(full);
         for (const int i : {0, 1}) texts[i] = streams.Text(i + 1);
     }
     EXPECT_TRUE(IsMatch(texts[0],
                         "sendMessage:\\d+: Tried sending a message, "
-                        "but don't have a valid socket handle\nclose:8: told\n"))
+                        "but don't have a valid socket handle\nclose:8: told\nlong:10: x{1013}\n"))
             << texts[0];
     EXPECT_TRUE(
             IsMatch(texts[1],
                     "tryConnect:\\d+: Couldn't connect client socket to 'none': No such file or "
                     "directory\nclose:7: Couldn't: Bad file descriptor \\(9\\)\n\n"))
             << texts[1];
-    EXPECT_EQ(records.Take().size(), 5);
+    EXPECT_EQ(records.Take().size(), 6);
 }
 
 }  // namespace
