@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -329,11 +330,12 @@ TEST_F(PrimitivesTest, FilesThatNeverEndAreCutOff) {
         std::string shown;  // while more is waited for
     } files[] = {{"/tmp/files/silent", 1, "*** x"}, {kDead, 0, ""}, {"/dev/zero", INT_MAX, ""}};
     for (const auto& file : files) {
+        const WithinAMinute end("a file that never ends");
         const std::string header = "------ T (" + std::string(file.path) + ") ------\n";
         OwnTime time;
         time.inputs = file.inputs;
         time.on_vain_wait = [&] {
-            if (time.passed > 1s) {
+            if (time.passed > 100ms) {
                 EXPECT_EQ(ReadFd(report_), header + file.shown);
             }
         };
@@ -348,8 +350,29 @@ TEST_F(PrimitivesTest, FilesThatNeverEndAreCutOff) {
                                        "/tmp/files/dead: Operation already in progress\n") +
                                    kFooter);
     g_answer.release();
+    Await([] {  // also of the file that is still open
+        const std::filesystem::directory_iterator tasks("/proc/self/task");
+        return std::distance(begin(tasks), end(tasks)) == 1 + BACKGROUND_THREADS;
+    });
     close(writer);
     EXPECT_EQ(census_.Newcomers(), "");
+}
+
+TEST_F(PrimitivesTest, AFileThatPausesIsReadOn) {
+    mkfifo("/tmp/files/slow", 0600);
+    const int writer = open("/tmp/files/slow", O_RDWR | O_CLOEXEC);
+    const std::string line = "line\n";
+    std::string lines;
+    auto dump = std::async(std::launch::async, [this] { return Dump("/tmp/files/slow"); });
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(write(writer, line.data(), line.size()), 5);
+        lines += line;
+        int unread = 1;
+        Await([&] { return ioctl(writer, FIONREAD, &unread) == 0 && unread == 0; });
+        std::this_thread::sleep_for(1ms);  // for its reader to find nothing
+    }
+    close(writer);
+    EXPECT_EQ(dump.get(), "------ T (/tmp/files/slow) ------\n" + lines + kFooter);
 }
 
 TEST_F(PrimitivesTest, BigFileArrivesWholeInEveryKindOfDescriptor) {

@@ -3,13 +3,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -19,10 +17,6 @@
 #include <semaphore>
 #include <sstream>
 #include <thread>
-
-extern "C" {  // glibc 2.36 declares it for C only
-#include <sys/pidfd.h>
-}
 
 #include "expected_report.h"
 #include "processes.h"
@@ -68,7 +62,9 @@ class Wearable {
     }
     ~Wearable() {
         client_.reset();
-        EndBus();
+        // What was started ends with the daemon that it runs.
+        kill(std::stoi(ReadFile(folder_ / "pid")), SIGKILL);
+        EndChild(bus_, 0);
         EndChild(hub_, SIGTERM);
     }
     Wearable(const Wearable&) = delete;
@@ -88,11 +84,21 @@ class Wearable {
         hub_ = Spawn(command, folder_ / "hub.log");
         Await([&] { return fs::exists(socket); });
     }
-    // The service's standard output is the bus daemon's.
-    void StartBus(const std::string& output = "/dev/null") {
+    // What a report now lacks; "" when it is whole.
+    std::string ReportLacks() {
+        std::string bundle;
+        const std::string report = client_->Report(&bundle);
+        if (Lines(Titles(report)) != AllTitles())
+            return "sections; it has\n" + Lines(Titles(report));
+        if (report.find("\n*** Sensor ") == std::string::npos) return "the hub's data";
+        if (!bundle.ends_with(std::string(1024, '\0'))) return "the end of the bundle";
+        return bundle.size() > 100'000 ? "" : "most of the bundle";
+    }
+
+  private:
+    void StartBus() {
         // With one arena for all threads, as a limit of memory counts what each holds in reserve.
-        const fs::path pid = folder_ / "pid";
-        fs::remove(pid);
+        const std::string pid = folder_ / "pid";
         std::ostringstream line;
         line << "/usr/bin/bwrap --dev-bind / / --dev /dev"
              << " --symlink " << folder_.native() << "/properties /dev/__properties__"
@@ -102,42 +108,11 @@ class Wearable {
              << " /usr/bin/dbus-daemon --config-file=/vendor/etc/bus/system.conf --nofork"
              << " --nopidfile --print-pid=3 --address=" << address();
         std::istringstream words(line.str());
-        std::vector<std::string> command{"/vendor/bin/sh", "-c", "exec \"$@\" 3>>" + pid.native(),
-                                         "sh"};
+        std::vector<std::string> command{"/vendor/bin/sh", "-c", "exec \"$@\" 3>>" + pid, "sh"};
         command.insert(command.end(), std::istream_iterator<std::string>(words), {});
-        bus_ = Spawn(command, folder_ / "log", output);
+        bus_ = Spawn(command, folder_ / "log");
         Await([&] { return ReadFile(pid).ends_with('\n'); });
         client_ = std::make_unique<ServiceClient>(address());
-    }
-    // Ends the bus and returns once the service has ended as well.
-    void StopBus() {
-        const int service = pidfd_open(client_->Pid(), 0);
-        EndBus();
-        pollfd ended{service, POLLIN, 0};
-        EXPECT_EQ(poll(&ended, 1, 60'000), 1);
-        close(service);
-        fs::remove(folder_ / "bus");
-    }
-
-    // What a report now lacks; "" when it is whole.
-    std::string ReportLacks() {
-        std::string bundle;
-        const std::string report = client_->Report(&bundle);
-        if (Lines(Titles(report)) != AllTitles())
-            return "sections; it has\n" + Lines(Titles(report));
-        if (report.find("\n*** Sensor ") == std::string::npos) return "the hub's data";
-        return BundleLacks(bundle);
-    }
-    static std::string BundleLacks(const std::string& bundle) {
-        if (!bundle.ends_with(std::string(1024, '\0'))) return "the end of the bundle";
-        return bundle.size() > 100'000 ? "" : "most of the bundle";
-    }
-
-  private:
-    // What was started ends with the daemon that it runs.
-    void EndBus() {
-        kill(std::stoi(ReadFile(folder_ / "pid")), SIGKILL);
-        EndChild(bus_, 0);
     }
 
     const fs::path folder_;
@@ -278,46 +253,8 @@ std::string NobodyReadsReportOrBundle(Wearable& wearable) {
     return "";
 }
 
-// However small the pipe was, an ordinary report fits in.
-std::string NobodyReadsTheReportYet(Wearable& wearable) {
-    int report[2];
-    EXPECT_EQ(pipe2(report, O_CLOEXEC), 0);
-    fcntl(report[1], F_SETPIPE_SZ, 4096);
-    const int bundle = memfd_create("bundle", MFD_CLOEXEC);
-    EXPECT_EQ(wearable.client().Board({report[1], bundle}), "");
-    EXPECT_EQ(Wearable::BundleLacks(ReadFd(bundle)), "");
-    close(report[1]);
-    close(bundle);
-    std::string text = ReadFd(report[0]);
-    close(report[0]);
-    return text;
-}
-
-// Nor may what is not for the report at all cost more than one wait.
-constexpr std::chrono::seconds kMuchTooLong{60};
-
-std::string NobodyReadsStandardOutput(Wearable& wearable) {
-    const std::string output = wearable.File("output");
-    EXPECT_EQ(mkfifo(output.c_str(), 0600), 0);
-    const int full = open(output.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    fcntl(full, F_SETPIPE_SZ, 1 << 20);
-    const std::string page(4096, 'f');
-    while (write(full, page.data(), page.size()) > 0) {
-    }
-    wearable.StopBus();
-    wearable.StartBus(output);
-    const auto start = std::chrono::steady_clock::now();
-    std::string report = ReportWithBundle(wearable);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, kMuchTooLong);
-    close(full);
-    return report;
-}
-
 std::vector<Fault> Faults() {
     std::vector<Fault> faults{
-            {"nobody-reads-the-report-yet", NobodyReadsTheReportYet, "Modem SSR history"},
-            {"nobody-reads-standard-output", NobodyReadsStandardOutput, "the reader has stopped",
-             AllTitles(), false},
             {"nobody-reads-report-or-bundle", NobodyReadsReportOrBundle, "Failed to write", ""},
             {"no-properties", NoProperties, "getprop: cannot list"},
             {"no-space", NoSpace, "No space left on device"},

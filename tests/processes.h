@@ -70,13 +70,17 @@ int EndChild(pid_t& child, int signal);
 void Await(const std::function<bool()>& condition);
 
 // For what can't be asked whether it will end: a scope that lasts for longer than a minute ends the
-// test program, saying what was waited for. One at a time.
+// test program, saying what was waited for. One at a time. A case that outlasts its program's time
+// ends the same way.
 class WithinAMinute {
   public:
     explicit WithinAMinute(const char* what);
     ~WithinAMinute();
     WithinAMinute(const WithinAMinute&) = delete;
     WithinAMinute& operator=(const WithinAMinute&) = delete;
+
+  private:
+    const char* const before_;
 };
 
 // The socket, of which no receive and no accept waits for longer than a minute.
