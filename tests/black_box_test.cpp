@@ -16,6 +16,7 @@
 #include <fstream>
 #include <future>
 #include <numeric>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -25,6 +26,7 @@
 #include "expected_report.h"
 #include "hub_daemon.h"
 #include "hub_messages.h"
+#include "no_threads.h"
 #include "own_time.h"
 #include "processes.h"
 #include "recording_platform.h"
@@ -538,10 +540,12 @@ TEST(SensorHub, WritesItsSectionInOrder) {
            "not be begun, see the system log\n"}}) {
         ThePlatform().requests.clear();
         const Report without;
-        ThePlatform().no_threads = wait == 0s;
-        if (wait == 0s) expected.pop_back();
+        std::optional<NoThreads> none;
+        if (wait == 0s) {
+            none.emplace();
+            expected.pop_back();
+        }
         EXPECT_EQ(SecondsOf([&] { dump(without.fd()); }), wait);
-        ThePlatform().no_threads = false;
         EXPECT_EQ(without.Text(), with(black_box));
         EXPECT_EQ(ThePlatform().requests, expected);
     }

@@ -17,6 +17,7 @@
 #include "dumpstate.h"
 #include "log_copy.h"
 #include "modem_capture.h"
+#include "no_threads.h"
 #include "processes.h"
 #include "recording_platform.h"
 
@@ -309,10 +310,9 @@ TEST_F(BundleTest, WhatEndsTheStreamIsLogged) {
 }
 
 TEST_F(BundleTest, WithoutAThreadNothingIsCaptured) {
-    ThePlatform().no_threads = true;
+    const NoThreads none;
     ModemCapture capture;
     capture.Start();
-    ThePlatform().no_threads = false;
     capture.Join();
     EXPECT_EQ(ThePlatform().logs, Lines{"6 - could not create thread for dumpModem\n"});
 }

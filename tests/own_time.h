@@ -18,7 +18,8 @@ class OwnTime {
     int interruptions = 0;                      // of the polls to come
     // So many waits for input are real ones, until it comes.
     int inputs = 0;
-    // A pipe's reader, which takes a page a second whenever room is waited for, and who gets that.
+    // A pipe's reader, which takes a page in three seconds whenever room is waited for, and who
+    // gets it.
     int slow_reader = -1;
     std::function<void(std::string_view page)> on_read = [](std::string_view) {};
     // Called when a wait is in vain.

@@ -3,13 +3,10 @@
 #include <DumpstateUtil.h>
 #include <android-base/properties.h>
 #include <android/log.h>
-#include <dlfcn.h>
-#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
@@ -168,11 +165,4 @@ __attribute__((weak)) int nanosleep(const timespec* time, timespec* left) {
     if (time->tv_sec == 0) return clock_nanosleep(CLOCK_MONOTONIC, 0, time, left);
     Record(-1, {"sleep", std::to_string(time->tv_sec)});
     return 0;
-}
-
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
-                   void* argument) {
-    static const auto create =
-            reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-    return ThePlatform().no_threads ? EAGAIN : create(thread, attributes, run, argument);
 }

@@ -17,7 +17,6 @@ struct RecordingPlatform {
     std::vector<int> descriptors;   // of the other commands and files
     std::vector<std::string> logs;  // "PRIORITY TAG MESSAGE", a null tag as -, of all threads
     bool echo_titles = false;       // a command writes "[TITLE]\n" into its descriptor
-    bool no_threads = false;        // no new one is to be had
     // What threads other than the test's own asked for, their log records among it as "log ...".
     std::vector<std::string> elsewhere;
 

@@ -5,7 +5,6 @@
 #include <cutils/sockets.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -25,6 +24,7 @@
 
 #include "host_log.h"
 #include "hub_daemon.h"
+#include "no_threads.h"
 #include "pattern.h"
 #include "processes.h"
 #include "socket_client.h"
@@ -465,16 +465,12 @@ TEST_F(SocketClientTest, SocketIsNotClosedUnderASend) {
 }
 
 TEST_F(SocketClientTest, WithoutThreadsOrDescriptorsNothingIsLeftBehind) {
-    pthread_attr_t attributes;
-    pthread_attr_t before;
-    pthread_getattr_default_np(&before);
-    pthread_getattr_default_np(&attributes);
-    pthread_attr_setstacksize(&attributes, SIZE_MAX / 16 * 15);  // more than there can be
     for (const bool background : {true, false}) {
-        pthread_setattr_default_np(&attributes);
-        EXPECT_THROW(client_.doConnect("hub", new Callbacks(events_), background),
-                     std::system_error);
-        pthread_setattr_default_np(&before);
+        {
+            const NoThreads none;
+            EXPECT_THROW(client_.doConnect("hub", new Callbacks(events_), background),
+                         std::system_error);
+        }
         EXPECT_EQ(events_.Take(), Log{"released"});
         EXPECT_EQ(Failure(Send("x")), kNoSocket);
     }
