@@ -113,10 +113,9 @@ std::string Section(const std::string& title, const std::string& body) {
            title + "' ------\n";
 }
 
-// Of which boardreport says that it is the last.
-std::string End() {
-    return Section("Modem SSR history", "");
-}
+// What a report begins and ends with.
+constexpr char kBegin[] = "verbose logging: disabled\n";
+const std::string kEnd = Section("Modem SSR history", "");
 
 class BoardreportTest : public testing::Test {
   protected:
@@ -179,8 +178,9 @@ TEST_F(BoardreportTest, ShowsEachSectionAndKeepsReportAndBundle) {
 TEST_F(BoardreportTest, ReadsWhatItMade) {
     // Who ignores a signal, as nohup does, goes on.
     const std::string report =
+            kBegin +
             Section("VENDOR PROPERTIES", "[ro.product.model]: [Tarn]\n\n*** exit status 3\n") +
-            End();
+            kEnd;
     const Result made = Told("trap '' HUP; boardreport --no-bundle -o - --mode 1 2>progress >piped",
                              report, "", [] { Shell("pkill -HUP -x boardreport"); });
     EXPECT_EQ(made.status, 0) << made.output;
@@ -205,13 +205,13 @@ TEST_F(BoardreportTest, ReadsWhatItMade) {
 }
 
 TEST_F(BoardreportTest, WhatFailedIsNamed) {
-    std::string report;
+    std::string report = kBegin;
     for (const char* title : {"one", "two", "three", "four", "five", "six", "seven"}) {
         report += Section(title, "\n*** exit status 1\n");
     }
     const Result result =
             Told("boardreport --no-bundle; echo status $?; boardreport summary report.txt",
-                 report + "------ Sensor Black Box ------\n" + End());
+                 report + "------ Sensor Black Box ------\n" + kEnd);
     EXPECT_EQ(result.status, 1);
     for (const char* part :
          {" s  Sensor Black Box: no data came; ", "\nstatus 0\n",
@@ -225,20 +225,21 @@ TEST_F(BoardreportTest, WhatFailedIsNamed) {
 // What a service answers for and that doesn't arrive whole takes nothing's place.
 TEST_F(BoardreportTest, WhatIsNotWholeIsKeptBeside) {
     const std::string archive = Archive();
-    const std::string begun = "------ begun (x) ------\ntext\n";
+    const std::string whole_report = kBegin + kEnd;
+    const std::string begun = kBegin + std::string("------ begun (x) ------\ntext\n");
     const struct {
         std::string report;
         std::string bundle;
         std::string sentence;
         const char* files;
     } cuts[] = {
-            {End(), archive.substr(0, 5000),
+            {whole_report, archive.substr(0, 5000),
              "the bundle is not whole: .*; what came is kept in bundle.tar.partial \\(",
              "bundle.tar\nbundle.tar.partial\nreport.txt\n"},
-            {End(), archive.substr(0, archive.size() - 1024),
+            {whole_report, archive.substr(0, archive.size() - 1024),
              "the bundle is not whole: .*; what came is kept in bundle.tar.partial \\(",
              "bundle.tar\nbundle.tar.partial\nreport.txt\n"},
-            {End(), "",
+            {whole_report, "",
              "the service sent no bundle; its log says why \\(journalctl.*"
              "--no-bundle asks for none; bundle.tar is an older one's\n",
              "bundle.tar\nreport.txt\n"},
@@ -248,13 +249,15 @@ TEST_F(BoardreportTest, WhatIsNotWholeIsKeptBeside) {
              "in "
              "bundle.tar.partial \\(3 entries, [\\d.]+ KiB\\)\n$",
              "bundle.tar\nbundle.tar.partial\nreport.txt\nreport.txt.partial\n"},
-            {begun + End(), "", "the report has sections that never ended; ",
+            {begun + kEnd, "", "the report has sections that never ended; ",
              "bundle.tar\nreport.txt\nreport.txt.partial\n"},
-            {Section("first", ""), "",
+            {kBegin + Section("first", ""), "",
              "the report's end is missing; the partial report is kept in report.txt.partial "
              "\\(1 sections, .*\\)\n$",
              "bundle.tar\nreport.txt\nreport.txt.partial\n"},
-            {End().substr(0, End().size() - 2), "", "the report",
+            {whole_report.substr(0, whole_report.size() - 2), "", "the report",
+             "bundle.tar\nreport.txt\nreport.txt.partial\n"},
+            {kEnd, "", "text of the report is lost; ",
              "bundle.tar\nreport.txt\nreport.txt.partial\n"},
             {"", "", "the call was accepted, but no report came\n$", "bundle.tar\nreport.txt\n"},
     };
@@ -267,15 +270,15 @@ TEST_F(BoardreportTest, WhatIsNotWholeIsKeptBeside) {
         EXPECT_EQ(Shell("ls").output, cut.files);
         EXPECT_EQ(Shell("cat bundle.tar").output, "older\n");
         // A whole report is in its place, and no other.
-        const bool whole = cut.report == End();
-        EXPECT_EQ(ReadFile("/tmp/out/report.txt"), whole ? End() : "older\n");
+        const bool whole = cut.report == whole_report;
+        EXPECT_EQ(ReadFile("/tmp/out/report.txt"), whole ? whole_report : "older\n");
         EXPECT_EQ(ReadFile("/tmp/out/report.txt.partial"), whole ? "" : cut.report);
         EXPECT_EQ(ReadFile("/tmp/out/bundle.tar.partial"), cut.bundle);
         EXPECT_EQ(HasMatch(result.output, "\n1 sections, 0 failed.*in report.txt"), whole);
     }
     // Nor does anything of a call whose report could not be written.
-    const Result full =
-            Told("rm -f *; echo older >bundle.tar; boardreport -o - >/dev/full", End(), archive);
+    const Result full = Told("rm -f *; echo older >bundle.tar; boardreport -o - >/dev/full",
+                             whole_report, archive);
     EXPECT_EQ(full.status, 1);
     EXPECT_TRUE(HasMatch(full.output,
                          "boardreport: cannot write standard output: No space left on device\n"
@@ -285,8 +288,8 @@ TEST_F(BoardreportTest, WhatIsNotWholeIsKeptBeside) {
     EXPECT_EQ(Shell("cat bundle.tar; ls").output, "older\nbundle.tar\nbundle.tar.partial\n");
 
     // A page whose folder goes away can't be seen.
-    const Result page = Told("mkdir folder; boardreport --no-bundle --page folder/page", End(), "",
-                             [] { Shell("rm -r folder"); });
+    const Result page = Told("mkdir folder; boardreport --no-bundle --page folder/page",
+                             whole_report, "", [] { Shell("rm -r folder"); });
     EXPECT_EQ(page.status, 1);
     EXPECT_TRUE(
             HasMatch(page.output,
