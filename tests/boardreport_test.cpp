@@ -120,7 +120,11 @@ const std::string kEnd = Section("Modem SSR history", "");
 class BoardreportTest : public testing::Test {
   protected:
     BoardreportTest() { fs::create_directory("/tmp/out"); }
-    ~BoardreportTest() override { fs::remove_all("/tmp/out"); }
+    // A service that still writes a report which nobody wants any more is not the next case's.
+    ~BoardreportTest() override {
+        Await([] { return Shell("pkill -KILL -x dumpstate-servi").status != 0; });
+        fs::remove_all("/tmp/out");
+    }
 
     // The command beside a service that says these.
     static Result Told(const std::string& command, const std::string& report,
@@ -356,9 +360,9 @@ TEST_F(BoardreportTest, ASignalEndsItWhateverItWaitsFor) {
     EXPECT_EQ(result.output, "1\nboardreport: interrupted\nfull\nprogress\nwritten\n");
     // Nor does a FIFO that nobody opens hold it.
     EXPECT_EQ(Shell("mkfifo empty; boardreport -b empty & await [ -e report.txt.partial ]; "
-                    "kill $!; wait $!; echo $?")
-                      .output,
-              "Terminated\n143\n");
+                    "kill $!; wait $! 2>/dev/null; exit $?")
+                      .status,
+              143);
 }
 
 TEST_F(BoardreportTest, AnotherBusWithoutTheServiceOrTheRight) {
@@ -426,9 +430,9 @@ TEST_F(BoardreportTest, WhatEndsACallHalfWayKeepsThePartialReport) {
     ASSERT_EQ(mkfifo("/tmp/out/endless", 0600), 0);
     EXPECT_EQ(Shell("boardreport page -o new.html endless & exec 3>endless\n"
                     "await [ -e new.html.partial ]\n"
-                    "kill $!; wait $!; echo $?; ls new.html*")
-                      .output,
-              "Terminated\n143\nls: new.html*: No such file or directory\n");
+                    "kill $!; wait $!; s=$?; [ -e new.html* ] || exit $s")
+                      .status,
+              143);
     EXPECT_EQ(Shell("(trap '' HUP; exec boardreport page -o new.html endless) & exec 3>endless\n"
                     "await [ -e new.html.partial ]\n"
                     "kill -HUP $!; exec 3>&-; wait $!; echo $?")
