@@ -7,29 +7,9 @@
 #include <vector>
 
 #include "board_call.h"
-#include "dumpstate_client.h"
 #include "read_reports.h"
 
 namespace {
-
-int Verbose(const std::string& word) {
-    DumpstateClient client;
-    bool enabled = false;
-    std::string sentence = client.Connect();
-    if (sentence.empty() && word != "show") sentence = client.SetVerbose(word == "on");
-    if (sentence.empty()) sentence = client.GetVerbose(&enabled);
-    if (!sentence.empty()) {
-        std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
-        return 1;
-    }
-    std::printf("verbose logging: %s\n", enabled ? "enabled" : "disabled");
-    if (word == "show" || enabled == (word == "on")) return 0;
-    std::fputs(
-            "boardreport: the service took the setting but doesn't show it; its property may "
-            "not be writable\n",
-            stderr);
-    return 1;
-}
 
 // The words that read finished reports, and what they are given.
 struct ReadingWords {
@@ -113,7 +93,7 @@ int Run(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : kBadUsage;
     }
     if (const std::optional<int> status = words.Run()) return *status;
-    return verbose->parsed() ? Verbose(state) : RunBoardReport(options);
+    return verbose->parsed() ? RunVerbose(state) : RunBoardReport(options);
 }
 
 }  // namespace
