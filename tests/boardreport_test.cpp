@@ -213,6 +213,7 @@ TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
              "boardreport: STATE is required: on, off or show; boardreport verbose --help"},
             {"boardreport summary", 2, "REPORT is required"},
             {"boardreport summary - -", 2, "standard input is one report"},
+            {"boardreport summary ''", 3, "cannot read '': its name is empty"},
             {"boardreport summary /none", 3, "cannot read /none: No such file or directory"},
             {"boardreport json /tmp", 3, "/tmp is a folder"},
             {"boardreport page report.txt", 3, "report.txt is no board report"},

@@ -27,14 +27,10 @@
 
 namespace {
 
-using reader::BlackBox;
 using reader::HumanSize;
-using reader::Section;
 
 constexpr int kRedrawMillis = 500;
 constexpr size_t kBuffer = size_t{256} * 1024;
-// What the service writes last.
-constexpr std::string_view kLastSection = "Modem SSR history";
 
 void Complain(const std::string& sentence) {
     std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
@@ -140,13 +136,7 @@ class Stream {
 class BoardCall {
   public:
     explicit BoardCall(const BoardOptions& options)
-        : mode_(options.mode),
-          report_(options.report, "-o"),
-          parser_({.on_begin = [this](std::string_view title) { progress_.Begin(title); },
-                   .on_section = [this](const Section& section) { End(section); },
-                   .on_black_box = [this](const BlackBox& box) { progress_.End(box); },
-                   .on_outside = {},
-                   .wants_text = {}}) {
+        : mode_(options.mode), report_(options.report, "-o"), parser_(progress_.Listener()) {
         if (!options.no_bundle) bundle_.emplace(options.bundle, "-b");
         if (!options.page.empty()) page_.emplace(options.page);
     }
@@ -182,6 +172,7 @@ class BoardCall {
             Receive();
         }
         parser_.Finish();
+        progress_.Finish(parser_);
         progress_.Clear();
     }
 
@@ -244,18 +235,6 @@ class BoardCall {
         progress_.Redraw(bundle_ ? bundle_->file().size() : 0);
     }
 
-    void End(const Section& section) {
-        last_section_ = section.title;
-        progress_.End(section);
-    }
-
-    // "" or what a report that was accepted lacks. Whether it is whole is decided here alone.
-    std::string WhatIsMissing() const {
-        if (!progress_.all_finished()) return "the report has sections that never ended";
-        if (last_section_ != kLastSection || parser_.cut()) return "the report's end is missing";
-        return "";
-    }
-
     // "" or what is wrong with the report, and where what came of it is.
     std::string ReportFault() const {
         const OutputFile& file = report_.file();
@@ -265,7 +244,7 @@ class BoardCall {
         if (file.error() != 0) return file.Sentence();
         if (outcome_ && !outcome_->empty()) return *outcome_ + Kept();
         if (file.size() == 0) return "the call was accepted, but no report came";
-        const std::string missing = WhatIsMissing();
+        const std::string missing = progress_.WhatIsMissing();
         return missing.empty() ? "" : missing + Kept();
     }
 
@@ -335,7 +314,6 @@ class BoardCall {
     std::optional<Stream> bundle_;
     std::optional<OutputFile> page_;
     Progress progress_;
-    std::string last_section_;
     reader::ReportParser parser_;
     DumpstateClient client_;
     std::optional<Interruption> interruption_;

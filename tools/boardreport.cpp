@@ -40,7 +40,8 @@ ReadingWords::ReadingWords(CLI::App& app)
                 ->required();
     }
     summary->footer(
-            "Exit status: 0 when nothing failed and nothing differs, else 1; 2 for bad usage, 3 "
+            "Exit status: 0 without an error or a warning and when nothing differs, else 1; 2 for "
+            "bad usage, 3 "
             "when "
             "a report can't be read.");
     json->footer("Exit status: 0; 2 for bad usage, 3 when a report can't be read.");

@@ -5,6 +5,7 @@
 #include "line_diff.h"
 #include "page_parts.h"
 #include "units.h"
+#include "utf8.h"
 
 namespace reader {
 namespace {
@@ -13,6 +14,10 @@ namespace {
 constexpr uint64_t kLargest = uint64_t{4} << 20;
 constexpr uint64_t kShownOfLarge = uint64_t{1} << 20;  // at either end
 constexpr uint64_t kPiece = uint64_t{1} << 20;
+// More sections than any report has stand open, as what folds takes a browser three times the room
+// and time, and are laid out in groups, those in sight alone.
+constexpr size_t kFew = 1000;
+constexpr size_t kGroup = 250;
 constexpr size_t kContext = 3;  // equal lines around those that differ
 
 class SectionsWriter {
@@ -36,6 +41,7 @@ class SectionsWriter {
     Html& html_;
     const PageContent& page_;
     std::string fault_;
+    bool flat_ = false;
     bool has_equal_lines_ = false;  // the section that is being written, within its differences
 };
 
@@ -115,7 +121,8 @@ void SectionsWriter::WriteRuns(const std::vector<DiffRun>& runs, bool folded_lin
         pre(true);
         html_ << begin << sign;
         // A last line without its newline must not run into the next.
-        html_.Text(line) << (line.ends_with('\n') ? Markup("") : Markup("\n")) << end;
+        html_.Text(line) << (line.ends_with('\n') ? Markup("") : Markup("<i> (no newline)</i>\n"))
+                         << end;
     };
     for (size_t i = 0; i < runs.size(); ++i) {
         const std::span<const std::string_view> lines = runs[i].lines;
@@ -199,7 +206,8 @@ void SectionsWriter::WriteContent(const Comparison::SectionLine& line) {
 }
 
 void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
-    html_ << "<summary><span class=\"title\">";
+    html_ << (flat_ ? Markup("<p class=\"head\">") : Markup("<summary>"))
+          << "<span class=\"title\">";
     html_.Text(line.title) << "</span>";
     for (size_t i = 0; i < line.sections.size(); ++i) {
         const Section* const section = line.sections[i];
@@ -223,7 +231,8 @@ void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
             *std::ranges::find_if(line.sections, [](const Section* s) { return s != nullptr; });
     html_ << " <span class=\"number size\">";
     html_.Text(HumanSize(first->text.size())) << "</span> <span class=\"number\">";
-    html_.Fixed(first->seconds, 3) << " s</span></summary>\n";
+    html_.Fixed(first->seconds, 3)
+            << " s</span>" << (flat_ ? Markup("</p>") : Markup("</summary>\n"));
 }
 
 void SectionsWriter::WriteSection(size_t index) {
@@ -235,16 +244,16 @@ void SectionsWriter::WriteSection(size_t index) {
         if (first == nullptr) first = section;
         if (trouble.empty()) trouble = section->Trouble();
     }
-    html_ << "<details";
+    html_ << (flat_ ? Markup("<div") : Markup("<details"));
     html_.Attribute("id", SectionId(index)).Attribute("data-section", line.title);
     html_.Attribute("data-seconds", Fixed(first->seconds, 3));
     if (!trouble.empty()) html_.Attribute("data-failed", trouble);
     if (line.text_differs || (page_.compared() && line.missing_in_some)) html_ << " data-differs";
     html_ << ">\n";
     WriteSummary(line);
-    html_ << "<div class=\"text\"><button type=\"button\" class=\"copy\">Copy</button>\n";
+    html_ << "<div class=\"text\">\n";
     WriteContent(line);
-    html_ << "</div></details>\n";
+    html_ << "</div>" << (flat_ ? Markup("</div>") : Markup("</details>\n"));
 }
 
 // Headings and the like, which belong to no section, and are not to be lost either.
@@ -271,8 +280,12 @@ std::string SectionsWriter::Write() {
                  "differs</button>";
     }
     html_ << "<span id=\"found\" class=\"note\" role=\"status\"></span></div>\n";
-    for (size_t line = 0; line < page_.comparison.sections.size() && fault_.empty(); ++line) {
+    const size_t count = page_.comparison.sections.size();
+    flat_ = count > kFew;
+    for (size_t line = 0; line < count && fault_.empty(); ++line) {
+        if (flat_ && line % kGroup == 0) html_ << "<div class=\"group\">\n";
         WriteSection(line);
+        if (flat_ && (line % kGroup == kGroup - 1 || line + 1 == count)) html_ << "</div>\n";
     }
     WriteOutside();
     html_ << "</section>\n";
