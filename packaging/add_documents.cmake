@@ -12,7 +12,7 @@ string(STRIP "${CMAKE_MATCH_3}" changes)
 string(REGEX REPLACE "(^|\n)([*] |  )" "\\1  \\2" changes "${changes}")
 execute_process(COMMAND date -u -R -d ${released} OUTPUT_VARIABLE released OUTPUT_STRIP_TRAILING_WHITESPACE
     COMMAND_ERROR_IS_FATAL ANY)
-set(headers_boardreport libjs-dygraphs libcli11-dev libdtl-dev)
+set(headers_boardreport libjs-dygraphs libcli11-dev libdtl-dev nlohmann-json3-dev)
 set(headers_dumpstate-service libflatbuffers-dev)
 
 foreach(component ${CPACK_COMPONENTS_ALL})

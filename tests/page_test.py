@@ -190,7 +190,8 @@ def look_at_healthy(page):
         ('failures are linked', """[...document.querySelectorAll('#verdict a')].every(a =>
             document.querySelector(a.getAttribute('href')))""", True),
         ('findings', """[...document.querySelectorAll('#verdict [data-finding]')]
-            .filter(e => e.dataset.severity === 'error').map(e => e.dataset.finding)""", ['section-failed'] * 2),
+            .map(e => e.dataset.finding)""", []),
+        ('expected', "document.querySelectorAll('[data-failed][data-expected]').length", 2),
         ('sensors', "[...document.querySelectorAll('[data-sensor]')].map(e => e.dataset.sensor)",
          ['1', '6', '8', '10', '196', '200', '214']),
         ('bars', "document.querySelectorAll('.strip [data-bar]').length", len(sections)),
@@ -231,6 +232,7 @@ def look_at_healthy(page):
     ActionChains(page.browser).send_keys(Keys.ARROW_RIGHT).perform()
     page.check('bar tells', page.js("document.querySelector('#bar-told').textContent").split(':')[0],
                sections[1][0])
+    page.find('#verdict .expected summary').click()
     page.find('#verdict a').click()
     page.wait("document.querySelector('[data-failed]').open")
     page.find('[data-failed] .copy').click()
@@ -262,6 +264,17 @@ def look_at_healthy(page):
     page.width(360)
     page.wait('document.documentElement.scrollWidth === 360')
     page.width(1600)
+
+
+# What a finding rests on is linked to the very line, which is marked.
+def look_at_worn_out(page):
+    page.check('texts', page.js(TEXTS), [text for _, text in sections_of(WORK / 'worn-out.txt')])
+    page.check('worst', page.js("document.querySelector('[data-finding]').dataset.finding"), 'boot-thermal')
+    page.check('fact', page.js("""(a => [a.parentNode.className, document.querySelector(a.hash).textContent])(
+        document.querySelector('[data-fact="battery.health"] a'))"""), ['bad', 'POWER_SUPPLY_HEALTH=Overheat'])
+    page.find('[data-finding=modem-down] a').click()
+    page.wait("document.querySelector('[data-section=\"Modem Stat\"]').open")
+    page.check('line', page.js("document.querySelector('mark:target').textContent"), 'state=restarting')
 
 
 def look_at_faulty(page):
@@ -322,6 +335,7 @@ PAGES = [
     # name, how its report is made, what its page is of, what is looked at
     ('healthy', wearable, ['healthy.txt', '-b', 'healthy.tar'], look_at_healthy),
     ('faulty', lambda name: wearable(name, '--set', 'vendor.sim.contexthubd.args=--absent'), ['faulty.txt'], look_at_faulty),
+    ('worn-out', lambda name: wearable(name, '--set', 'vendor.sim.state=worn-out'), ['worn-out.txt'], look_at_worn_out),
     ('user', lambda name: wearable(name, '--set', 'ro.build.type=user'), ['user.txt'], None),
     ('comparison', None, ['healthy.txt', 'faulty.txt', 'user.txt'], look_at_comparison),
     ('hostile', hostile, ['hostile.txt'], look_at_hostile),

@@ -23,6 +23,7 @@
 #include "progress.h"
 #include "read_reports.h"
 #include "report_parser.h"
+#include "rule_files.h"
 #include "units.h"
 
 namespace {
@@ -185,6 +186,7 @@ class BoardCall {
         if (report.empty() && bundle.empty() && bundle_ && !bundle_->Commit()) {
             bundle = bundle_->file().Sentence();
         }
+        Judge();
         const bool page = MakePage(report.empty());
         if (report.empty()) {
             Summarize(page);
@@ -280,6 +282,18 @@ class BoardCall {
     }
 
     // Shows what came of the report, whole or not; true when that is done or not wanted.
+    // What came of the report is judged anew once it is in its file, where its lines can be looked
+    // at.
+    void Judge() {
+        LoadRules({}, rules_);
+        if (!report_.file().is_kept() || report_.file().size() == 0) return;
+        reader::Report report;
+        reader::Verdict verdict;
+        if (ReadAndJudge(report_.file().path(), rules_, false, report, verdict).empty()) {
+            progress_.Take(std::move(verdict));
+        }
+    }
+
     bool MakePage(bool whole) {
         if (!page_ || report_.file().size() == 0) return true;
         reader::PageOptions options;
@@ -287,7 +301,7 @@ class BoardCall {
         if (HasBundle() && bundle_->file().is_kept()) {
             options.bundle = bundle_->file().path();
         }
-        return WritePageFile({report_.file().path()}, options, *page_, whole) == 0;
+        return WritePageFile({report_.file().path()}, rules_, options, *page_, whole) == 0;
     }
 
     double Seconds() const {
@@ -306,6 +320,7 @@ class BoardCall {
         if (page_ && page_is_there && page_->is_kept()) {
             std::fprintf(stderr, "%s shows it in a browser\n", page_->name().c_str());
         }
+        std::fprintf(stderr, "%s\n", progress_.Findings().c_str());
     }
 
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
@@ -313,6 +328,7 @@ class BoardCall {
     Stream report_;
     std::optional<Stream> bundle_;
     std::optional<OutputFile> page_;
+    reader::Rules rules_;
     Progress progress_;
     reader::ReportParser parser_;
     DumpstateClient client_;

@@ -108,15 +108,10 @@ std::string Progress::Verdict() const {
     if (named > 0) names += ")";
     return std::to_string(sections()) + " sections, " + std::to_string(failed) +
            " failed or timed out" + names +
-           "; black box: " + Printable(reader::DescribeBlackBoxes(report_, verdict_)) + Besides();
+           "; black box: " + Printable(reader::DescribeBlackBoxes(report_, verdict_));
 }
 
-// What is wrong besides failed sections and the black box.
-std::string Progress::Besides() const {
-    const auto count = std::ranges::count_if(verdict_.findings, [](const reader::Finding& its) {
-        return its.severity >= reader::Severity::kWarning && !its.check.starts_with("section-") &&
-               its.check != "black-box-lost" && its.check != "sensor-missing";
-    });
-    if (count == 0) return "";
-    return "; " + std::to_string(count) + (count == 1 ? " more finding" : " more findings");
+std::string Progress::Findings() const {
+    if (verdict_.findings.empty()) return "Nothing is wrong";
+    return verdict_.Counts() + "; the worst: " + Printable(verdict_.findings.front().says);
 }

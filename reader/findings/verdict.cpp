@@ -103,7 +103,7 @@ void Judgement::AddBlackBoxTrouble(const std::string& what) {
 
 void Judgement::JudgeSections() {
     for (const Section& section : report_.sections) {
-        if (section.failure.empty()) continue;
+        if (section.failure.empty() || !section.expected.empty()) continue;
         const bool late = section.failure.starts_with("timed out after ");
         Finding& finding = Add(late ? "section-timed-out" : "section-failed", Severity::kError,
                                section.title, "");
@@ -348,7 +348,6 @@ Verdict Judgement::Take() {
     JudgeSections();
     JudgeBlackBoxes();
     JudgeTime();
-    verdict_.Sort();
     return std::move(verdict_);
 }
 
@@ -402,7 +401,9 @@ void Verdict::Sort() {
 }
 
 Verdict Judge(const Report& report) {
-    return Judgement(report).Take();
+    Verdict verdict = Judgement(report).Take();
+    verdict.Sort();
+    return verdict;
 }
 
 std::string DescribeBlackBoxes(const Report& report, const Verdict& verdict) {

@@ -1,6 +1,7 @@
 // Every section with its text, or with what differs in it.
 
 #include <algorithm>
+#include <map>
 
 #include "line_diff.h"
 #include "page_parts.h"
@@ -11,7 +12,7 @@ namespace reader {
 namespace {
 
 // Larger texts are shown by their beginning and end, and not compared line by line.
-constexpr uint64_t kLargest = uint64_t{4} << 20;
+constexpr uint64_t kLargest = PageContent::kLargestText;
 constexpr uint64_t kShownOfLarge = uint64_t{1} << 20;  // at either end
 constexpr uint64_t kPiece = uint64_t{1} << 20;
 // More sections than any report has stand open, as what folds takes a browser three times the room
@@ -32,6 +33,7 @@ class SectionsWriter {
     void WriteContent(const Comparison::SectionLine& line);
     void WriteText(const Report& report, TextRange text);
     void WritePre(const Report& report, TextRange text);
+    void WriteMarked(const Section& section, const std::map<uint64_t, Severity>& lines);
     void WriteDifference(const Comparison::SectionLine& line, size_t first, size_t other);
     void WriteRuns(const std::vector<DiffRun>& runs, bool folded_lines_too);
     void WriteFolded(std::span<const std::string_view> lines, bool whole);
@@ -95,6 +97,30 @@ void SectionsWriter::WriteText(const Report& report, TextRange text) {
                ") are left out here; the report has them, and boardreport page --whole shows them");
     html_ << "</p>\n";
     WritePre(report, tail);
+}
+
+// The text with the lines that findings rest on as places of their own.
+void SectionsWriter::WriteMarked(const Section& section,
+                                 const std::map<uint64_t, Severity>& lines) {
+    const std::string bytes = Read(page_.reports.front(), section.text);
+    std::string_view rest = bytes;
+    uint64_t number = 1;
+    html_ << "<pre>\n";
+    for (const auto& [line, severity] : lines) {
+        size_t begin = 0;
+        while (number < line && begin < rest.size()) {
+            begin = std::min(rest.find('\n', begin), rest.size() - 1) + 1;
+            ++number;
+        }
+        html_.Text(rest.substr(0, begin));
+        rest.remove_prefix(begin);
+        const size_t end = std::min(rest.find('\n'), rest.size());
+        html_ << "<mark class=\"" << ClassOf(severity) << "\"";
+        html_.Attribute("id", LineId(page_.LineOf(section), line)) << ">";
+        html_.Text(rest.substr(0, end)) << "</mark>";
+        rest.remove_prefix(end);
+    }
+    html_.Text(rest) << "</pre>\n";
 }
 
 void SectionsWriter::WriteFolded(std::span<const std::string_view> lines, bool whole) {
@@ -202,7 +228,10 @@ void SectionsWriter::WriteContent(const Comparison::SectionLine& line) {
         WriteDifference(line, first, i);
         shown = true;
     }
-    if (!shown) WriteText(page_.reports[first], section.text);
+    if (shown) return;
+    const auto* const marked = page_.MarkedLines(section);
+    if (marked != nullptr) return WriteMarked(section, *marked);
+    WriteText(page_.reports[first], section.text);
 }
 
 void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
@@ -213,7 +242,8 @@ void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
         const Section* const section = line.sections[i];
         const std::string_view trouble = section == nullptr ? "" : section->Trouble();
         if (trouble.empty()) continue;
-        html_ << " <span class=\"trouble\">";
+        html_ << (section->expected.empty() ? Markup(" <span class=\"trouble\">")
+                                            : Markup(" <span class=\"note\">"));
         WriteChip(html_, page_, i);
         html_.Text(trouble) << "</span>";
     }
@@ -238,16 +268,22 @@ void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
 void SectionsWriter::WriteSection(size_t index) {
     const Comparison::SectionLine& line = page_.comparison.sections[index];
     std::string_view trouble;
+    std::string_view expected;  // only where none of them has a failure of another kind
+    bool unexpected = false;
     const Section* first = nullptr;
     for (const Section* const section : line.sections) {
         if (section == nullptr) continue;
         if (first == nullptr) first = section;
         if (trouble.empty()) trouble = section->Trouble();
+        if (expected.empty()) expected = section->expected;
+        unexpected = unexpected || (section->expected.empty() && !section->Trouble().empty());
     }
+    if (unexpected) expected = {};
     html_ << (flat_ ? Markup("<div") : Markup("<details"));
     html_.Attribute("id", SectionId(index)).Attribute("data-section", line.title);
     html_.Attribute("data-seconds", Fixed(first->seconds, 3));
     if (!trouble.empty()) html_.Attribute("data-failed", trouble);
+    if (!expected.empty()) html_.Attribute("data-expected", expected);
     if (line.text_differs || (page_.compared() && line.missing_in_some)) html_ << " data-differs";
     html_ << ">\n";
     WriteSummary(line);

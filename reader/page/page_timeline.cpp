@@ -71,7 +71,8 @@ struct Bars {
     std::string trouble;
 
     void Add(const PageContent& page, const Section& section, double at) {
-        const std::string_view why = section.Trouble();
+        const std::string_view why =
+                section.expected.empty() ? section.Trouble() : std::string_view();
         if (sections++ == 0) {
             bar = {SectionId(page.LineOf(section)), section.title, at, 0, "", "bar"};
         }

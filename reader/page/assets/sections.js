@@ -18,11 +18,12 @@
         } catch {
             return;  // not one of this page's
         }
-        const target = document.getElementById(id);
-        if (!target?.matches('details, [data-section]')) return;
+        const place = document.getElementById(id);
+        const target = place?.closest('details, [data-section]');
+        if (!target) return;
         if (target.hidden) clearSearch();
         target.open = true;
-        target.scrollIntoView({block: 'start'});
+        place.scrollIntoView({block: place === target ? 'start' : 'center'});
         target.querySelector('summary')?.focus({preventScroll: true});
     }
     addEventListener('hashchange', openTarget);
