@@ -9,6 +9,7 @@
 #include "board_call.h"
 #include "dumpstate_client.h"
 #include "read_reports.h"
+#include "redact_command.h"
 
 namespace {
 
@@ -102,6 +103,7 @@ int Run(int argc, char** argv) {
             ->type_name("N")
             ->capture_default_str();
     const ReadingWords words(app);
+    const RedactCommand redact(app);
     CLI::App* const verbose = app.add_subcommand("verbose", "Show or change verbose logging");
     verbose->add_option("STATE", state, "on, off or show")
             ->required()
@@ -113,6 +115,7 @@ int Run(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : kBadUsage;
     }
     if (const std::optional<int> status = words.Run()) return *status;
+    if (const std::optional<int> status = redact.Run()) return *status;
     return verbose->parsed() ? Verbose(state) : RunBoardReport(options);
 }
 
