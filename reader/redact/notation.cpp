@@ -138,24 +138,22 @@ void FindEscapes(std::string_view text, size_t offset, std::deque<Notation>& fou
 void FindWide(std::string_view text, std::deque<Notation>& found) {
     constexpr size_t kShortest = 4;
     for (size_t zero = text.find('\0'); zero != std::string_view::npos;) {
-        const size_t begin = zero == 0 ? 1 : zero - 1;
-        size_t end = begin;
-        while (end + 1 < text.size() && IsText(text[end]) && text[end + 1] == '\0') end += 2;
-        Notation wide;
-        for (size_t i = begin; i < end; i += 2) {
-            wide.text_ += text[i];
-            wide.at_.push_back(i);
+        size_t last = zero + 1;
+        for (const size_t low : {size_t{0}, size_t{1}}) {
+            if (low == 0 && zero == 0) continue;
+            Notation wide;
+            wide.order_ = low == 0 ? Notation::Order::kLowFirst : Notation::Order::kHighFirst;
+            size_t end = low == 0 ? zero - 1 : zero;
+            for (; end + 1 < text.size() && IsText(text[end + low]) && text[end + 1 - low] == '\0';
+                 end += 2) {
+                wide.text_ += text[end + low];
+                wide.at_.push_back(end);
+            }
+            wide.at_.push_back(end);
+            last = std::max(last, end);
+            if (wide.text_.size() >= kShortest) found.push_back(std::move(wide));
         }
-        // With the high byte first, the last character has no zero behind it.
-        if (end > begin && begin > 0 && text[begin - 1] == '\0' && end < text.size() &&
-            IsText(text[end])) {
-            wide.text_ += text[end];
-            wide.at_.push_back(end++);
-        }
-        wide.at_.push_back(end);
-        wide.wide_ = true;
-        if (wide.text_.size() >= kShortest) found.push_back(std::move(wide));
-        zero = text.find('\0', std::max(end, zero + 1));
+        zero = text.find('\0', last);
     }
 }
 

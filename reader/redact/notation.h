@@ -27,13 +27,16 @@ class Notation {
     }
     // How the character is written here.
     void Encode(char c, std::string& bytes) const {
+        if (order_ == Order::kHighFirst) bytes += '\0';
         bytes += c;
-        if (wide_) bytes += '\0';
+        if (order_ == Order::kLowFirst) bytes += '\0';
     }
 
   private:
     friend void FindEscapes(std::string_view, size_t, std::deque<Notation>&);
     friend void FindWide(std::string_view, std::deque<Notation>&);
+    enum class Order { kOneByte, kLowFirst, kHighFirst };
+
     Notation() = default;
     bool Decode(const Notation& from);
 
@@ -41,14 +44,14 @@ class Notation {
     size_t offset_ = 0;
     std::string text_;
     std::vector<size_t> at_;
-    bool wide_ = false;
+    Order order_ = Order::kOneByte;
 };
 
 // Appends the lines around what is escaped by percent signs, backslashes or as XML does, decoded,
 // and once more where that was escaped in turn. Offsets count from so many bytes before the text.
 void FindEscapes(std::string_view text, size_t offset, std::deque<Notation>& found);
 
-// Appends the runs of UTF-16 of either byte order.
+// Appends the runs that may be UTF-16, in either byte order.
 void FindWide(std::string_view text, std::deque<Notation>& found);
 
 }  // namespace reader

@@ -29,7 +29,7 @@ struct Pattern {
     const char* regex;  // RE2; each group is a value, without any the whole match is
     // Whether it is one; may narrow the value. Borders and check digits are judged here.
     bool (*judge)(Candidate& candidate);
-    std::initializer_list<const char*> examples;  // VALUE in {braces}
+    std::initializer_list<const char*> examples;  // with the values in backticks
     std::initializer_list<const char*> counterexamples;
 };
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <tuple>
 
 #include "patterns.h"
 
@@ -288,8 +289,9 @@ const std::vector<Scanner::Hit>& Scanner::Scan(std::string_view text, bool recor
         FindWide(text, notations_);
         for (size_t i = before; i < notations_.size(); ++i) ScanNotation(notations_[i]);
     }
-    std::ranges::stable_sort(hits_, [](const Hit& one, const Hit& other) {
-        return one.begin != other.begin ? one.begin < other.begin : one.end > other.end;
+    // Of what is known, its order of bytes is known too.
+    std::ranges::stable_sort(hits_, {}, [](const Hit& hit) {
+        return std::tuple(hit.begin, SIZE_MAX - hit.end, hit.what != What::kKnown);
     });
     size_t end = 0;
     std::erase_if(hits_, [&end](const Hit& hit) {

@@ -3,6 +3,7 @@
 #include <re2/re2.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "patterns.h"
 
@@ -44,7 +45,8 @@ Kind KindOf(std::string_view text) {
 
 uint32_t Values::Learn(Kind kind, std::string_view text) {
     const auto [known, is_new] = by_canonical_.emplace(Canonical(kind, text), values_.size());
-    if (is_new) values_.push_back({kind, std::string(text), "", 0, false});
+    if (is_new) values_.push_back({kind, std::string(text), ""});
+    ++values_[known->second].found;
     return known->second;
 }
 
@@ -83,7 +85,30 @@ void Values::AddSkeleton(const std::string& skeleton, uint32_t value, bool rever
     skeletons_.Add(skeleton, AddForm(value, reversed, borders));
 }
 
+// An address that was found in both orders of its bytes is one value: the one that can be a
+// device's, or else that was found more often.
+void Values::MergeBackwards() {
+    constexpr std::string_view kToMany = "13579bdf";  // the second digit of an address of several
+    for (uint32_t number = 0; number < values_.size(); ++number) {
+        Value& value = values_[number];
+        if (value.kind != Kind::kMac || value.backwards) continue;
+        const std::string canonical = Canonical(value.kind, value.text);
+        const auto known = by_canonical_.find(ReversedBytes(canonical));
+        if (known == by_canonical_.end() || known->second == number) continue;
+        Value& other = values_[known->second];
+        const auto rank = [&](const Value& its) {
+            const bool one =
+                    kToMany.find(Canonical(its.kind, its.text)[1]) == std::string_view::npos;
+            return std::tuple(!its.stand_in.empty(), one, its.found);
+        };
+        if (other.kind != Kind::kMac || other.backwards || rank(other) > rank(value)) continue;
+        other.backwards = true;
+        known->second = number;
+    }
+}
+
 void Values::Expand() {
+    MergeBackwards();
     texts_ = {};
     skeletons_ = {};
     bytes_ = {};
@@ -93,6 +118,7 @@ void Values::Expand() {
 
 void Values::ExpandOne(uint32_t number) {
     const Value& value = values_[number];
+    if (value.backwards) return;
     const std::string canonical = Canonical(value.kind, value.text);
     if (!value.named && ReachOf(value.kind, canonical) != Reach::kAnywhere) return;
     switch (value.kind) {

@@ -22,7 +22,9 @@ class Values {
         std::string text;  // as it was found first
         std::string stand_in;
         uint64_t places = 0;
-        bool named = false;  // by its owner
+        uint64_t found = 0;
+        bool named = false;      // by its owner
+        bool backwards = false;  // another's, in the other order of its bytes
     };
     // One way in which a value may be written.
     struct Form {
@@ -65,6 +67,7 @@ class Values {
     const Form& form(uint32_t number) const { return forms_[number]; }
 
   private:
+    void MergeBackwards();
     void ExpandOne(uint32_t number);
     void AddSkeleton(const std::string& skeleton, uint32_t value, bool reversed);
     uint32_t AddForm(uint32_t value, bool reversed, bool borders);
