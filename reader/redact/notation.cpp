@@ -1,6 +1,7 @@
 #include "notation.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <optional>
 
@@ -73,13 +74,17 @@ std::optional<Escape> EscapeAt(std::string_view text) {
     }
 }
 
-constexpr std::string_view kIntroducers = "%&\\";
+constexpr std::array<bool, 256> MakeIntroducers() {
+    std::array<bool, 256> introducers{};
+    for (const char c : {'%', '&', '\\'}) introducers[static_cast<unsigned char>(c)] = true;
+    return introducers;
+}
+constexpr std::array<bool, 256> kIntroducers = MakeIntroducers();
 
 size_t NextEscape(std::string_view text, size_t from) {
     for (; from < text.size(); ++from) {
-        from = text.find_first_of(kIntroducers, from);
-        if (from == std::string_view::npos) break;
-        if (EscapeAt(text.substr(from))) return from;
+        const bool begins = kIntroducers[static_cast<unsigned char>(text[from])];
+        if (begins && EscapeAt(text.substr(from))) return from;
     }
     return std::string_view::npos;
 }

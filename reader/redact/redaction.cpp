@@ -163,11 +163,13 @@ void Redaction::RedactText(ByteSource& from, Output& out, bool records) {
         const std::string_view text = window;
         const size_t until = more ? text.size() - kAround : text.size();
         for (const Scanner::Hit& hit : scanner_.Scan(text, records)) {
-            if (hit.begin < done) continue;
-            if (hit.begin >= until) break;
-            out.Write(text.substr(done, hit.begin - done));
-            TakeHit(hit, text.substr(hit.begin, hit.end - hit.begin), text.substr(0, hit.begin),
-                    out);
+            // Of records that follow one another some may have been taken.
+            const bool begun = hit.begin < done && hit.end > done && hit.IsRecord();
+            const size_t begin = begun ? done : hit.begin;
+            if (begin < done) continue;
+            if (begin >= until) break;
+            out.Write(text.substr(done, begin - done));
+            TakeHit(hit, text.substr(begin, hit.end - begin), text.substr(0, begin), out);
             done = hit.end;
         }
         if (done < until) {

@@ -12,21 +12,23 @@
 namespace reader {
 namespace {
 
-// What may stand between the digits of a number or an address.
-constexpr std::string_view kSeparators = "-:._ /";
-
 constexpr std::array<char, 256> MakeFolds() {
     std::array<char, 256> folds{};
     for (size_t i = 0; i < folds.size(); ++i) folds[i] = Lower(static_cast<char>(i));
     return folds;
 }
-constexpr std::array<bool, 256> MakeAlnums() {
-    std::array<bool, 256> alnums{};
-    for (size_t i = 0; i < alnums.size(); ++i) alnums[i] = IsAlnum(static_cast<char>(i));
-    return alnums;
+enum class Class : unsigned char { kOther, kSeparator, kAlnum };
+constexpr std::array<Class, 256> MakeClasses() {
+    std::array<Class, 256> classes{};
+    for (size_t i = 0; i < classes.size(); ++i) {
+        if (IsAlnum(static_cast<char>(i))) classes[i] = Class::kAlnum;
+    }
+    // What may stand between the digits of a number or an address.
+    for (const unsigned char c : {'-', ':', '.', '_', ' ', '/'}) classes[c] = Class::kSeparator;
+    return classes;
 }
 constexpr std::array<char, 256> kFolds = MakeFolds();
-constexpr std::array<bool, 256> kAlnums = MakeAlnums();
+constexpr std::array<Class, 256> kClasses = MakeClasses();
 
 unsigned char Byte(char c) {
     return static_cast<unsigned char>(c);
@@ -145,7 +147,7 @@ size_t Scanner::TryPatterns(const Notation& notation, size_t at) {
     }
     if (inner > at && inner < text.size()) return inner;
     // Nothing begins within a word that hasn't begun with it.
-    while (next < text.size() && kAlnums[Byte(text[next])]) ++next;
+    while (next < text.size() && kClasses[Byte(text[next])] == Class::kAlnum) ++next;
     return std::max(next, at + 1);
 }
 
@@ -203,18 +205,16 @@ void Scanner::FindKnown(const Notation& notation) {
     skeleton_.resize(text.size());
     skeleton_at_.resize(text.size());
     size_t size = 0;
+    Class before = Class::kOther;
     for (size_t i = 0; i < text.size(); ++i) {
-        const unsigned char c = Byte(text[i]);
-        if (kAlnums[c]) {
-            skeleton_[size] = kFolds[c];
-        } else if (i > 0 && i + 1 < text.size() && kAlnums[Byte(text[i - 1])] &&
-                   kAlnums[Byte(text[i + 1])] &&
-                   kSeparators.find(text[i]) != std::string_view::npos) {
-            continue;
-        } else {
-            skeleton_[size] = '\0';
+        const Class its = kClasses[Byte(text[i])];
+        // One separator between two of the others is passed over, all else ends what may be a key.
+        const bool passed = its == Class::kSeparator && before == Class::kAlnum;
+        if (!passed) {
+            skeleton_[size] = its == Class::kAlnum ? kFolds[Byte(text[i])] : '\0';
+            skeleton_at_[size++] = static_cast<uint32_t>(i);
         }
-        skeleton_at_[size++] = static_cast<uint32_t>(i);
+        before = its;
     }
     const std::string_view skeleton(skeleton_.data(), size);
     values_.skeletons().Find(skeleton, [&](size_t at, size_t length, uint32_t form) {
@@ -272,7 +272,12 @@ const std::vector<Scanner::Hit>& Scanner::Scan(std::string_view text, bool recor
             at = end;
             if (!what || line < begin || !ends) continue;
             if (line > begin) ScanSegment(text.substr(begin, line - begin), begin);
-            Add({line, end, *what});
+            const bool goes_on = !hits_.empty() && hits_.back().end == line && hits_.back().what == *what;
+            if (goes_on) {
+                hits_.back().end = end;
+            } else {
+                Add({line, end, *what});
+            }
             begin = end;
         }
     }

@@ -30,6 +30,8 @@ class Scanner {
         const Notation* notation = nullptr;  // valid until the next Scan()
         size_t first = 0;                    // where in it
         size_t last = 0;
+
+        bool IsRecord() const { return what == What::kSensorRecord || what == What::kWornRecord; }
     };
 
     // The values are the caller's, and may change between two calls.
@@ -37,8 +39,8 @@ class Scanner {
     ~Scanner();
 
     // What there is in the text, in order, none within another. No hit is longer than kLongest, nor
-    // is it judged by more than that around it. With `records`, lines of the sensors are told, and
-    // nothing is looked for within them.
+    // is it judged by more than that around it. With `records`, lines of the sensors are told,
+    // those that follow one another together, and nothing is looked for within them.
     static constexpr size_t kLongest = 4096;
     const std::vector<Hit>& Scan(std::string_view text, bool records);
 
