@@ -272,7 +272,8 @@ const std::vector<Scanner::Hit>& Scanner::Scan(std::string_view text, bool recor
             at = end;
             if (!what || line < begin || !ends) continue;
             if (line > begin) ScanSegment(text.substr(begin, line - begin), begin);
-            const bool goes_on = !hits_.empty() && hits_.back().end == line && hits_.back().what == *what;
+            const bool goes_on =
+                    !hits_.empty() && hits_.back().end == line && hits_.back().what == *what;
             if (goes_on) {
                 hits_.back().end = end;
             } else {

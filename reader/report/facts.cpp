@@ -189,7 +189,7 @@ constexpr FactRow kFacts[] = {
          "ro.build.fingerprint ro.vendor.build.fingerprint", nullptr},
         {"build.type", "Build type", "", false, kProperties, "ro.build.type", nullptr},
         {"serial", "Serial number", "", false, kProperties, "ro.serialno ro.boot.serialno",
-         nullptr},
+         nullptr, "serial"},
         {"boot.reason", "Boot reason", "", false, kProperties, "ro.boot.bootreason sys.boot.reason",
          nullptr},
         {"boot.time", "Booted", "", false, kTimes, "Boot", Time},

@@ -21,6 +21,8 @@ struct FactRow {
     const char* names;
     // The fact's value in that text; "" when it doesn't say. Null when it is the text itself.
     std::string (*read)(const Report& report, std::string_view text);
+    // It tells this device from all others: the kind of identifier that it is, else null.
+    const char* identifies = nullptr;
 };
 
 struct Fact {

@@ -31,6 +31,8 @@ struct Report {
     bool complete() const;  // it has sections, they all end, and so does the last line
     // "" when nothing is wrong with the black box.
     std::string BlackBoxTrouble() const;
+    // Whether its identifiers were replaced: a fact that would be one shows a stand-in, "serial-1".
+    bool redacted() const;
     // Null when the report doesn't say.
     const Fact* FindFact(std::string_view key) const;
     // Seconds since 1970 in the device's local time, when the device booted; a sensor's time of day
