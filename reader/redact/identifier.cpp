@@ -147,6 +147,19 @@ std::string StandIn(Kind kind, uint32_t number) {
     }
 }
 
+bool IsOnlyStandIn(Kind kind, std::string_view text) {
+    if (kind == Kind::kMac || kind == Kind::kIpv4 || kind == Kind::kIpv6) return false;
+    constexpr std::string_view kDigits = "0123456789";
+    const std::string first = StandIn(kind, 1);
+    const size_t number = first.find('1');
+    const std::string_view end = std::string_view(first).substr(number + 1);
+    if (text.size() <= first.size() - 1 || !text.starts_with(first.substr(0, number)) ||
+        !text.ends_with(end))
+        return false;
+    text = text.substr(number, text.size() - number - end.size());
+    return !text.empty() && text.find_first_not_of(kDigits) == std::string_view::npos;
+}
+
 Reach ReachOf(Kind kind, std::string_view canonical) {
     constexpr size_t kShortest = 6;
     constexpr size_t kPlainWord = 8;  // a shorter one of small letters alone may be any word

@@ -37,6 +37,10 @@ std::string Canonical(Kind kind, std::string_view text);
 // The number-th stand-in of a kind, from 1: "serial-1", "02:00:00:00:00:01", "192.0.2.1".
 std::string StandIn(Kind kind, uint32_t number);
 
+// Whether no device's and no person's identifier looks like this, but a stand-in does. Addresses of
+// stand-ins may be real ones.
+bool IsOnlyStandIn(Kind kind, std::string_view text);
+
 // Where a value is replaced.
 enum class Reach {
     kNowhere,     // too short or too common, wherever it stands

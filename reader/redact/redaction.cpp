@@ -201,7 +201,7 @@ void Redaction::TakeHit(const Scanner::Hit& hit, std::string_view raw, std::stri
         value = values_.form(hit.form).value;
         if (IsKept(values_.all()[value].kind)) return out.Write(raw);
     } else {
-        if (IsKept(hit.kind) ||
+        if (IsKept(hit.kind) || IsOnlyStandIn(hit.kind, hit.text) ||
             ReachOf(hit.kind, Canonical(hit.kind, hit.text)) == Reach::kNowhere) {
             return out.Write(raw);
         }
@@ -212,7 +212,10 @@ void Redaction::TakeHit(const Scanner::Hit& hit, std::string_view raw, std::stri
 }
 
 void Redaction::LearnHit(const Scanner::Hit& hit) {
-    if (hit.what == Scanner::What::kStandIn) values_.Avoid(hit.text);
+    const bool stand_in =
+            hit.what == Scanner::What::kStandIn ||
+            (hit.what == Scanner::What::kPattern && IsOnlyStandIn(hit.kind, hit.text));
+    if (stand_in) return values_.Avoid(hit.text);
     if (hit.what != Scanner::What::kPattern || IsKept(hit.kind)) return;
     if (ReachOf(hit.kind, Canonical(hit.kind, hit.text)) == Reach::kNowhere) {
         values_.Refuse(hit.kind, hit.text);
@@ -235,6 +238,7 @@ void Redaction::CheckHit(const Scanner::Hit& hit, std::string_view raw, std::str
         what = std::string(KindName(value.kind)) + " " + value.text;
     } else if (hit.what == What::kPattern) {
         if (IsKept(hit.kind) || is_stand_in(hit.kind, hit.text) ||
+            IsOnlyStandIn(hit.kind, hit.text) ||
             ReachOf(hit.kind, Canonical(hit.kind, hit.text)) == Reach::kNowhere) {
             return;
         }

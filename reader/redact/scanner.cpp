@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <optional>
 #include <tuple>
 
@@ -24,7 +25,9 @@ constexpr std::array<Class, 256> MakeClasses() {
         if (IsAlnum(static_cast<char>(i))) classes[i] = Class::kAlnum;
     }
     // What may stand between the digits of a number or an address.
-    for (const unsigned char c : {'-', ':', '.', '_', ' ', '/'}) classes[c] = Class::kSeparator;
+    for (const char c : {'-', ':', '.', '_', ' ', '/'}) {
+        classes[static_cast<unsigned char>(c)] = Class::kSeparator;
+    }
     return classes;
 }
 constexpr std::array<char, 256> kFolds = MakeFolds();
@@ -95,8 +98,13 @@ struct Scanner::Engine {
     std::unique_ptr<re2::RE2> any;
 };
 
-Scanner::Scanner(const Values& values) : values_(values), engine_(std::make_unique<Engine>()) {}
-Scanner::~Scanner() = default;
+// All share it: it takes longer to make than a report to read.
+const Scanner::Engine& Scanner::TheEngine() {
+    static const Engine engine;
+    return engine;
+}
+
+Scanner::Scanner(const Values& values) : values_(values), engine_(TheEngine()) {}
 
 void Scanner::Add(Hit&& hit) {
     hits_.push_back(std::move(hit));
@@ -112,7 +120,7 @@ size_t Scanner::TryPatterns(const Notation& notation, size_t at) {
     size_t longest = 0;
     size_t inner = text.size();
     std::vector<Hit> best;
-    for (const Engine::Expression& expression : engine_->expressions) {
+    for (const Engine::Expression& expression : engine_.expressions) {
         if (!expression.regex->Match(piece, at, text.size(), re2::RE2::ANCHOR_START, groups.data(),
                                      expression.groups + 1)) {
             continue;
@@ -156,7 +164,7 @@ void Scanner::FindPatterns(const Notation& notation) {
     const re2::StringPiece piece(text.data(), text.size());
     re2::StringPiece match;
     for (size_t at = 0; at < text.size();) {
-        if (!engine_->any->Match(piece, at, text.size(), re2::RE2::UNANCHORED, &match, 1)) return;
+        if (!engine_.any->Match(piece, at, text.size(), re2::RE2::UNANCHORED, &match, 1)) return;
         at = TryPatterns(notation, static_cast<size_t>(match.data() - text.data()));
     }
 }

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,7 +35,6 @@ class Scanner {
 
     // The values are the caller's, and may change between two calls.
     explicit Scanner(const Values& values);
-    ~Scanner();
 
     // What there is in the text, in order, none within another. No hit is longer than kLongest, nor
     // is it judged by more than that around it. With `records`, lines of the sensors are told,
@@ -49,6 +47,7 @@ class Scanner {
 
   private:
     struct Engine;
+    static const Engine& TheEngine();
 
     void ScanSegment(std::string_view text, size_t offset);
     void ScanNotation(const Notation& notation);
@@ -59,7 +58,7 @@ class Scanner {
     void Add(Hit&& hit);
 
     const Values& values_;
-    std::unique_ptr<Engine> engine_;
+    const Engine& engine_;
     std::string_view scanned_;
     std::deque<Notation> notations_;
     std::vector<Hit> hits_;
