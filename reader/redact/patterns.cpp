@@ -148,7 +148,7 @@ bool IsMac(Candidate& candidate) {
     const std::string_view value = candidate.value();
     const std::string digits = Canonical(Kind::kMac, value);
     const char separator = value[2];
-    if (value.size() != 17 || !StandsAlone(candidate)) return false;
+    if (!StandsAlone(candidate)) return false;
     for (size_t i = 2; i < value.size(); i += 3) {
         if (value[i] != separator) return false;
     }
@@ -503,7 +503,7 @@ const Pattern kPatterns[] = {
 
         // Addresses.
         {Kind::kMac,
-         R"([0-9A-Fa-f]{2}(?:[:-][0-9A-Fa-f]{2}){5,})",
+         R"([0-9A-Fa-f]{2}(?:[:-][0-9A-Fa-f]{2}){5})",
          IsMac,
          {"wlan0 `3c:28:d1:a0:b1:c2`: up", "`3C-28-D1-A0-B1-C2`", "dev_`3c:28:d1:a0:b1:c2`"},
          {"3c:28:d1:a0:b1:c2:d3", "00:00:00:00:00:00", "ff:ff:ff:ff:ff:ff", "26-11-25-07-29-07",

@@ -1,6 +1,7 @@
 #include "scanner.h"
 
 #include <re2/re2.h>
+#include <re2/set.h>
 
 #include <algorithm>
 #include <array>
@@ -71,7 +72,8 @@ constexpr char kStandInRegex[] =
 
 }  // namespace
 
-// One expression says quickly where something may be, and then each of them what it is.
+// One expression says quickly where something may be, a set which of them begin there, and each of
+// those where its values are.
 struct Scanner::Engine {
     struct Expression {
         const Pattern* pattern;  // null for stand-ins
@@ -86,16 +88,19 @@ struct Scanner::Engine {
             auto regex = std::make_unique<re2::RE2>(text, EngineOptions());
             const int groups = regex->NumberOfCapturingGroups();
             expressions.push_back({pattern, std::move(regex), groups});
+            beginning.Add(text, nullptr);
         };
         for (const Pattern& pattern : Patterns()) add(&pattern, pattern.regex);
         add(nullptr, kStandInRegex);
         re2::RE2::Options options = EngineOptions();
         options.set_never_capture(true);
         any = std::make_unique<re2::RE2>(all, options);
+        beginning.Compile();
     }
 
     std::vector<Expression> expressions;
     std::unique_ptr<re2::RE2> any;
+    re2::RE2::Set beginning{EngineOptions(), re2::RE2::ANCHOR_START};
 };
 
 // All share it: it takes longer to make than a report to read.
@@ -113,6 +118,7 @@ void Scanner::Add(Hit&& hit) {
 // Where to go on.
 size_t Scanner::TryPatterns(const Notation& notation, size_t at) {
     constexpr size_t kMostGroups = 2;
+    constexpr size_t kFarthest = 512;  // no pattern's match is longer
     const std::string_view text = notation.text();
     const re2::StringPiece piece(text.data(), text.size());
     std::array<re2::StringPiece, kMostGroups + 1> groups;
@@ -120,7 +126,10 @@ size_t Scanner::TryPatterns(const Notation& notation, size_t at) {
     size_t longest = 0;
     size_t inner = text.size();
     std::vector<Hit> best;
-    for (const Engine::Expression& expression : engine_.expressions) {
+    std::vector<int> beginning;
+    engine_.beginning.Match({text.data() + at, std::min(text.size() - at, kFarthest)}, &beginning);
+    for (const int number : beginning) {
+        const Engine::Expression& expression = engine_.expressions[static_cast<size_t>(number)];
         if (!expression.regex->Match(piece, at, text.size(), re2::RE2::ANCHOR_START, groups.data(),
                                      expression.groups + 1)) {
             continue;
