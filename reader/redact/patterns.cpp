@@ -206,14 +206,17 @@ bool IsIpv4(Candidate& candidate) {
     }
     // Nobody's, one's own, everybody's, and masks.
     const bool nobody = bytes[0] == 0 || bytes[0] == 127 || bytes[0] >= 224;
-    return !nobody &&
-           !IsNamed(candidate,
-                    {"version",  "versions", "versionname", "ver",      "v",          "fw",
-                     "firmware", "build",    "release",     "rev",      "revision",   "sw",
-                     "hw",       "sdk",      "api",         "lib",      "library",    "driver",
-                     "kernel",   "patch",    "tag",         "baseband", "bootloader", "software",
-                     "package",  "module",   "app",         "oid",      "software",   "nvm",
-                     "rom",      "name",     "code"});
+    if (nobody || IsNamed(candidate, {"version", "versions", "ver", "v", "fw", "firmware", "build",
+                                      "release", "rev", "revision", "sw", "hw", "sdk", "software",
+                                      "patch", "baseband", "bootloader", "oid"})) {
+        return false;
+    }
+    // These have versions as well, but "kernel: 10.0.0.12 is up" is a line of theirs.
+    const size_t name = candidate.text.find_last_not_of(" \t", candidate.begin - 1);
+    const bool speaks =
+            candidate.begin > 0 && name != std::string_view::npos && candidate.text[name] == ':';
+    return speaks || !IsNamed(candidate, {"kernel", "driver", "lib", "library", "api", "package",
+                                          "module", "app", "rom", "nvm", "tag"});
 }
 
 bool IsIpv6(Candidate& candidate) {
@@ -523,10 +526,12 @@ const Pattern kPatterns[] = {
          R"([0-9]{1,3}(?:\.[0-9]{1,3}){3})",
          IsIpv4,
          {"from `10.0.0.12`:443", "server=`192.168.1.7`", "/`172.16.0.3`", "http://`203.0.113.9`/a",
-          "`10.0.0.1`-`10.0.0.9`", "inet `10.1.2.3`/24", "::ffff:`10.0.0.1`"},
-         {"version 10.0.0.12", "v1.2.3.4", "fw=3.1.0.41", "1.2.3.4.5", "127.0.0.1", "255.255.255.0",
-          "0.0.0.0", "300.1.2.3", "curl/7.88.1.2", "pkg-1.2.3.4", "1.2.3.4-rc1", "01.2.3.4",
-          "versionName=4.1.2.3", "[vendor.wlan.firmware.version]: [3.1.0.18]"}},
+          "`10.0.0.1`-`10.0.0.9`", "inet `10.1.2.3`/24", "I kernel: `10.1.2.3` up",
+          "name=`10.1.2.3`", "::ffff:`10.0.0.1`"},
+         {"version 10.0.0.12", "v1.2.3.4", "driver 1.2.3.4", "fw=3.1.0.41", "1.2.3.4.5",
+          "127.0.0.1", "255.255.255.0", "0.0.0.0", "300.1.2.3", "curl/7.88.1.2", "pkg-1.2.3.4",
+          "1.2.3.4-rc1", "01.2.3.4", "versionName=4.1.2.3",
+          "[vendor.wlan.firmware.version]: [3.1.0.18]"}},
         {Kind::kIpv6,
          R"((?:[0-9A-Fa-f]{1,4}:){7}[0-9A-Fa-f]{1,4})",
          IsIpv6,
