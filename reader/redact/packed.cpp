@@ -54,6 +54,7 @@ UnpackedBytes::UnpackedBytes(ByteSource& packed, uint64_t packed_size)
         return;
     }
     const int result = archive_read_next_header(reader, &entry);
+    empty_ = result == ARCHIVE_EOF;  // after which it may not be asked
     if (result != ARCHIVE_OK && result != ARCHIVE_EOF)
         error_ = Message(reader, "it can't be unpacked");
 }
@@ -67,7 +68,7 @@ ssize_t UnpackedBytes::Take(archive* /*reader*/, void* self, const void** bytes)
 }
 
 std::string_view UnpackedBytes::Read(size_t most) {
-    if (!error_.empty()) return {};
+    if (!error_.empty() || empty_) return {};
     buffer_.resize(most);
     const la_ssize_t size = archive_read_data(reader_.get(), buffer_.data(), most);
     if (size < 0) {

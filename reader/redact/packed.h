@@ -34,6 +34,7 @@ class UnpackedBytes : public ByteSource {
     ByteSource& packed_;
     const uint64_t most_;
     uint64_t given_ = 0;
+    bool empty_ = false;
     std::unique_ptr<archive, int (*)(archive*)> reader_;
     std::string buffer_;
     std::string error_;
