@@ -8,6 +8,7 @@
 
 #include "board_call.h"
 #include "read_reports.h"
+#include "redact_command.h"
 #include "rule_files.h"
 
 namespace {
@@ -136,6 +137,7 @@ int Run(int argc, char** argv) {
             ->check(CLI::Range(0, 7).description(""))
             ->capture_default_str();
     const ReadingWords words(app);
+    const RedactCommand redact(app);
     CLI::App* const verbose = app.add_subcommand("verbose", "Show or change verbose logging");
     verbose->add_option("STATE", state, "on, off or show")
             ->required()
@@ -154,6 +156,7 @@ int Run(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : kBadUsage;
     }
     if (const std::optional<int> status = words.Run()) return *status;
+    if (const std::optional<int> status = redact.Run()) return *status;
     return verbose->parsed() ? RunVerbose(state) : RunBoardReport(options);
 }
 

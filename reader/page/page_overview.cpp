@@ -216,6 +216,8 @@ void WriteFactTable(Html& html, const PageContent& page) {
     html << "</tbody></table></div>\n";
 }
 
+constexpr Markup kRedacted = " <span data-redacted>redacted: identifiers are stand-ins</span>";
+
 void WriteMasthead(Html& html, const PageContent& page) {
     const Report& report = page.reports.front();
     const auto fact = [&](const char* key) {
@@ -243,11 +245,13 @@ void WriteMasthead(Html& html, const PageContent& page) {
                  : *report.verbose ? Markup("on")
                                    : Markup("off"))
              << "</span>";
+        if (report.redacted()) html << kRedacted;
     } else {
         for (size_t i = 0; i < page.reports.size(); ++i) {
             html << "<span>";
             WriteChip(html, page, i);
             html.Text(page.reports[i].file + ", " + HumanSize(page.reports[i].size)) << "</span> ";
+            if (page.reports[i].redacted()) html << kRedacted;
         }
     }
     html << "</p>\n<nav aria-label=\"Page\"><a href=\"#facts\">Facts</a> <a href=\"#timeline\">"

@@ -32,6 +32,8 @@ struct FactRow {
     std::string (*tell)(const Report& report) = nullptr;
     // A time by which two reports may differ that say the same, in seconds.
     int precision = 0;
+    // It tells this device from all others: the kind of identifier that it is, else null.
+    const char* identifies = nullptr;
 };
 
 struct Fact {

@@ -55,6 +55,15 @@ bool Tally::IsHost() const {
     return without_program > kFew && without_program * 2 > commands;
 }
 
+bool Report::redacted() const {
+    return std::ranges::any_of(facts, [](const Fact& fact) {
+        if (fact.row->identifies == nullptr) return false;
+        const std::string kind = std::string(fact.row->identifies) + "-";
+        return fact.value.starts_with(kind) && fact.value.size() > kind.size() &&
+               fact.value.find_first_not_of("0123456789", kind.size()) == std::string::npos;
+    });
+}
+
 const Fact* Report::FindFact(std::string_view key) const {
     const auto found =
             std::ranges::find_if(facts, [key](const Fact& fact) { return fact.row->key == key; });

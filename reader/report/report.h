@@ -54,6 +54,8 @@ struct Report {
     bool cut = false;     // the last line lacks its end
     std::shared_ptr<Source> source;
 
+    // Whether its identifiers were replaced: a fact that would be one shows a stand-in, "serial-1".
+    bool redacted() const;
     // Null when the report doesn't say.
     const Fact* FindFact(std::string_view key) const;
     // Seconds since 1970 in the device's local time, when the device booted, to the second; a
