@@ -306,13 +306,15 @@ void Judgement::JudgeRecords(Place place) {
         AddSensor("sensor-silent", kWarning, place,
                   "was silent for the last " + Seconds(its.silent));
     }
-    if (its.gaps > 0) {
+    // Where text of the block was lost, records and headings were with it.
+    const bool all_there = black_box.odd_lines == 0 && !black_box.headless;
+    if (its.gaps > 0 && all_there) {
         AddSensor("sensor-gaps", kWarning, place,
                   (its.gaps == 1 ? "has a gap of "
                                  : "has " + Counted(its.gaps, "gap") + ", the longest of ") +
                           Seconds(its.longest_gap.seconds()) + " at " + At(its.longest_gap.begin));
     }
-    if (its.jumps > 0) {
+    if (its.jumps > 0 && all_there) {
         AddSensor("sensor-gaps", kWarning, place,
                   "has a clock that jumped back " +
                           (its.jumps == 1 ? "by " : Counted(its.jumps, "time") + ", once by ") +
