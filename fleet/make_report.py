@@ -126,7 +126,7 @@ def write(out, args):
         out.write(block[:left] if left > len(block) else block[:left - 1] + b'\n')
     if not has('unfinished'):
         out.write(b"------ 0.120s was the duration of 'Kernel log' ------\n")
-    logs = ''.join('/d/ssr_log%d\n' % i for i in range(rng.randrange(3) + 2 * has('modem') + 7 * has('more-restarts')))
+    logs = ''.join('/d/ssr_log%d\n' % i for i in range(2 if has('modem') else rng.randrange(3) + 7 * has('more-restarts')))
     out.write(section('Modem Stat', b'state=%s\n' % (b'limited_service' if has('other-modem-state') else b'online'),
                       '/data/vendor/modem_stat/debug.txt', took(0.001)))
     out.write(section('Modem SSR history', logs.encode(), '/vendor/bin/sh -c ls'))

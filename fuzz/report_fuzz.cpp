@@ -66,7 +66,8 @@ void CheckOrder(const Report& report) {
 void CheckSummary(const Report& report) {
     const reader::Verdict verdict = reader::Judge(report);
     std::string text = reader::Summarize({&report, 1}, {&verdict, 1}, false).text;
-    Require(reader::Summarize({&report, 1}, {&verdict, 1}, true).text.size() >= text.size(), "colours add");
+    Require(reader::Summarize({&report, 1}, {&verdict, 1}, true).text.size() >= text.size(),
+            "colours add");
     while (!text.empty()) {
         const size_t end = text.find('\n');
         const std::string line = text.substr(0, end);

@@ -518,10 +518,8 @@ TEST(Summary, FitsATerminalAndDoesNotSteerIt) {
     const Report good =
             ReportFile(Whole(kTimes + kBox + Moving("1 (Accelerometer)", true) + kTimes)).Read();
     EXPECT_TRUE(Summed({&good, 1}, false).good);
-    EXPECT_NE(
-            Summed({&good, 1}, false)
-                    .text.find("\n  Fine: Accelerometer 10.00 Hz\n"),
-            std::string::npos)
+    EXPECT_NE(Summed({&good, 1}, false).text.find("\n  Fine: Accelerometer 10.00 Hz\n"),
+              std::string::npos)
             << Summed({&good, 1}, false).text;
 }
 

@@ -137,9 +137,7 @@ class Stream {
 class BoardCall {
   public:
     explicit BoardCall(const BoardOptions& options)
-        : mode_(options.mode),
-          report_(options.report, "-o"),
-          parser_(progress_.Listener()) {
+        : mode_(options.mode), report_(options.report, "-o"), parser_(progress_.Listener()) {
         if (!options.no_bundle) bundle_.emplace(options.bundle, "-b");
         if (!options.page.empty()) page_.emplace(options.page);
     }

@@ -30,8 +30,7 @@ int Read(const std::vector<std::string>& files, const reader::Rules& rules, bool
     verdicts.resize(files.size());
     int status = 0;
     for (size_t i = 0; i < files.size(); ++i) {
-        const std::string sentence = 
-                ReadAndJudge(files[i], rules, texts, reports[i], verdicts[i]);
+        const std::string sentence = ReadAndJudge(files[i], rules, texts, reports[i], verdicts[i]);
         if (sentence.empty()) continue;
         Complain(sentence);
         status = kUnreadable;
@@ -153,8 +152,9 @@ int WritePageFile(const std::vector<std::string>& files, const reader::Rules& ru
     std::vector<reader::Report> reports;
     std::vector<reader::Verdict> verdicts;
     if (const int status = Read(files, rules, true, reports, verdicts); status != 0) return status;
-    const std::string sentence = reader::WritePage(
-            reports, verdicts, options, [&output](std::string_view bytes) { return output.Write(bytes); });
+    const std::string sentence =
+            reader::WritePage(reports, verdicts, options,
+                              [&output](std::string_view bytes) { return output.Write(bytes); });
     if (whole && sentence.empty()) output.Commit();
     if (!Written(output)) return 1;
     if (!sentence.empty()) {

@@ -19,25 +19,27 @@ constexpr char kFormat[] = "boardreport-baseline";
 constexpr int kVersion = 1;
 
 // The thresholds, which doc/baseline.md justifies.
-constexpr uint64_t kFewest = 20;        // reports, below which nothing is called usual
-constexpr uint64_t kFewestAlike = 10;   // and those in which what it depends on is alike
-constexpr double kExpectedPart = 0.2;   // of the reports that fail alike, from which on it is expected
-constexpr double kPresentPart = 0.99;   // that have a section, from which on it is missed
-constexpr double kMostlyLess = 0.99;    // the quantile that a time is held against
-constexpr double kSlowFactor = 4;       // as slow as that, and
-constexpr double kSlowSeconds = 0.1;    // by so much
-constexpr double kOutsideRange = 0.25;  // of the whole range, beyond its ends
+constexpr uint64_t kFewest = 20;       // reports, below which nothing is called usual
+constexpr uint64_t kFewestAlike = 10;  // and those in which what it depends on is alike
+constexpr double kExpectedPart =
+        0.2;  // of the reports that fail alike, from which on it is expected
+constexpr double kPresentPart = 0.99;     // that have a section, from which on it is missed
+constexpr double kMostlyLess = 0.99;      // the quantile that a time is held against
+constexpr double kSlowFactor = 4;         // as slow as that, and
+constexpr double kSlowSeconds = 0.1;      // by so much
+constexpr double kOutsideRange = 0.25;    // of the whole range, beyond its ends
 constexpr double kOutsideQuarters = 1.5;  // of the middle half's range, beyond its ends
-constexpr double kLeastPart = 0.03;     // of the number itself, at least
+constexpr double kLeastPart = 0.03;       // of the number itself, at least
 constexpr size_t kMostValues = 100;
 constexpr size_t kMostFailures = 20;
 
 // What is a device's own, or another in every report.
-constexpr std::string_view kNotCompared[] = {"device",    "build",   "serial",
-                                             "boot.time", "uptime",  "report.time",
-                                             "slowest",   "worn",    "modem.last_restart"};
+constexpr std::string_view kNotCompared[] = {"device",    "build",  "serial",
+                                             "boot.time", "uptime", "report.time",
+                                             "slowest",   "worn",   "modem.last_restart"};
 
-// Numbers that go with something else, which is alike in the steps given; of words, when it is equal.
+// Numbers that go with something else, which is alike in the steps given; of words, when it is
+// equal.
 struct Dependence {
     std::string_view key;
     std::string_view on;
@@ -239,7 +241,8 @@ void Baseline::Merge(const Baseline& other) {
 }
 
 bool Baseline::IsBaseline(std::string_view beginning) {
-    return beginning.starts_with("{") && beginning.substr(0, 200).find(kFormat) != std::string::npos;
+    return beginning.starts_with("{") &&
+           beginning.substr(0, 200).find(kFormat) != std::string::npos;
 }
 
 std::string Baseline::Write() const {
@@ -388,17 +391,17 @@ void UnusualFinder::LookAtSections(bool complete) {
         if (seen == seen_.end()) {
             const auto all = static_cast<double>(baseline_.reports_);
             if (!complete || static_cast<double>(usage.reports) < kPresentPart * all) continue;
-            Add(1e6, title, "is missing; " + Of(usage.reports, baseline_.reports_) +
-                                    " other reports have it");
+            Add(1e6, title,
+                "is missing; " + Of(usage.reports, baseline_.reports_) + " other reports have it");
             continue;
         }
         const double most = usage.seconds.Quantile(kMostlyLess);
         const double seconds = seen->second.seconds;
         if (seconds <= kSlowFactor * most || seconds <= most + kSlowSeconds) continue;
-        Finding& finding = Add(seconds / std::max(most, 1e-3), title,
-                               "took " + Fixed(seconds, 2) + " s; 99 of 100 take less than " +
-                                       Fixed(std::max(most, 0.001) + 0.0005, most < 0.1 ? 3 : 2) +
-                                       " s");
+        Finding& finding =
+                Add(seconds / std::max(most, 1e-3), title,
+                    "took " + Fixed(seconds, 2) + " s; 99 of 100 take less than " +
+                            Fixed(std::max(most, 0.001) + 0.0005, most < 0.1 ? 3 : 2) + " s");
         finding.section = title;
         finding.index = seen->second.index;
     }
@@ -444,9 +447,9 @@ void UnusualFinder::LookAtRates(const Baseline::Model& model) {
             if (its.records < kFewRecords || its.rate <= 0) continue;
             const double distance = Outside(rates->second, its.rate);
             if (distance == 0) continue;
-            Finding& finding = Add(distance, sensors[i].name,
-                                   "records " + Told(its.rate) + " times a second; " +
-                                           Range(rates->second, ""));
+            Finding& finding = Add(
+                    distance, sensors[i].name,
+                    "records " + Told(its.rate) + " times a second; " + Range(rates->second, ""));
             finding.sensor = Finding::SensorPlace{box, i};
         }
     }

@@ -12,8 +12,8 @@
 
 namespace reader {
 
-// How often which numbers came, to one percent: bins that each are so much wider than the one before.
-// Two of them make one by addition.
+// How often which numbers came, to one percent: bins that each are so much wider than the one
+// before. Two of them make one by addition.
 class Spread {
   public:
     void Add(double number);
@@ -24,7 +24,6 @@ class Spread {
     double most() const { return most_; }
     // The number that so large a part of them, 0 to 1, doesn't exceed; 0 when there is none.
     double Quantile(double part) const;
-
 
     std::map<int, uint64_t> bins;  // 0 is zero, -1 the negative ones next to it
 

@@ -6,8 +6,8 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <functional>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <sstream>
@@ -230,8 +230,7 @@ Pattern CheckReader::ReadPattern(const toml::table& table, std::string_view key,
     options.set_never_nl(true);
     auto pattern = std::make_shared<re2::RE2>(*text, options);
     if (pattern->ok()) return pattern;
-    Complain(LineOf(*table.get(key)),
-             Quoted(*text) + " is no RE2 pattern: " + pattern->error());
+    Complain(LineOf(*table.get(key)), Quoted(*text) + " is no RE2 pattern: " + pattern->error());
     return nullptr;
 }
 
@@ -283,8 +282,9 @@ void CheckReader::ReadFact(const toml::table& table, Condition& condition, Keys&
     const bool number = condition.above || condition.below || condition.differs_from != nullptr;
     if (!number && !condition.is && !condition.is_not && condition.pattern == nullptr &&
         table.get("matches") == nullptr) {
-        Complain(LineOf(table), "of the fact is to be said: above, below, is, is_not, matches or "
-                                "differs_from");
+        Complain(LineOf(table),
+                 "of the fact is to be said: above, below, is, is_not, matches or "
+                 "differs_from");
     }
     const auto measures = [](const FactRow* row) { return row == nullptr || row->number; };
     if (number && !(measures(condition.fact) && measures(condition.differs_from))) {
@@ -311,8 +311,9 @@ void CheckReader::ReadSection(const toml::table& table, Condition& condition, Ke
         Complain(LineOf(*table.get("absent")), "absent can only be true");
     }
     if (lines + failure + longer.has_value() + absent != 1) {
-        Complain(LineOf(table), "of the section one thing is to be said: matches, failure, "
-                                "longer_than or absent");
+        Complain(LineOf(table),
+                 "of the section one thing is to be said: matches, failure, "
+                 "longer_than or absent");
     }
     if (lines) {
         condition.kind = Condition::Kind::kLines;
@@ -347,8 +348,9 @@ void CheckReader::ReadSensor(const toml::table& table, Condition& condition, Key
         Complain(LineOf(table), "of the sensor is to be said: state, or rate_above and rate_below");
     } else if (!condition.state.empty() &&
                std::ranges::find(kStates, condition.state) == std::end(kStates)) {
-        Complain(LineOf(*table.get("state")), "a sensor's state is missing, empty, frozen, silent "
-                                              "or gaps");
+        Complain(LineOf(*table.get("state")),
+                 "a sensor's state is missing, empty, frozen, silent "
+                 "or gaps");
     }
 }
 
@@ -378,8 +380,9 @@ void CheckReader::ReadCondition(const toml::table& table, Condition& condition, 
     const auto said = std::ranges::count_if(
             kSubjects, [&table](std::string_view key) { return table.contains(key); });
     if (said != 1) {
-        return Complain(LineOf(table), "a condition is about one of: fact, section, sensor, all, "
-                                       "any");
+        return Complain(LineOf(table),
+                        "a condition is about one of: fact, section, sensor, all, "
+                        "any");
     }
     if (table.contains("fact")) ReadFact(table, condition, used);
     if (table.contains("section")) ReadSection(table, condition, used);
@@ -448,7 +451,8 @@ void CheckReader::ReadCheck(const toml::table& table) {
     check.fixed_since = Text(table, "fixed_since", used).value_or("");
     if (conditioned) {
         ReadCondition(table, check.condition.emplace(), used);
-        if (check.says.empty()) Complain(LineOf(table), "says is missing: the sentence to be shown");
+        if (check.says.empty())
+            Complain(LineOf(table), "says is missing: the sentence to be shown");
     } else if (!known) {
         Complain(LineOf(table), "the check has no condition: fact, section, sensor, all or any");
     }

@@ -34,7 +34,7 @@ struct Condition {
     double by = 0;
 
     std::vector<std::string> sections;  // titles; "*" is every section
-    Pattern pattern;                    // of a fact, a line or a failure, which is matched as a whole
+    Pattern pattern;  // of a fact, a line or a failure, which is matched as a whole
     uint64_t at_least = 1;
     bool since_boot = false;
     double longer_than = 0;

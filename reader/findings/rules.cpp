@@ -238,9 +238,8 @@ Verdict Judge(const Report& report, const Watch& watch) {
         if (check.severity == Severity::kNone || !Applies(check, report.facts)) continue;
         if (auto finding = FindingOf(check, asker)) findings.push_back(std::move(*finding));
     }
-    std::erase_if(verdict.findings, [&checks](const Finding& finding) {
-        return checks.IsReplaced(finding.check);
-    });
+    std::erase_if(verdict.findings,
+                  [&checks](const Finding& finding) { return checks.IsReplaced(finding.check); });
     std::ranges::move(verdict.findings, std::back_inserter(findings));
     verdict.findings = std::move(findings);
     if (watch.rules().baseline && !checks.IsReplaced("unusual")) {

@@ -260,7 +260,10 @@ void Judgement::JudgeRecords(Place place) {
     const SensorStatistics& its = At(place).statistics;
     const BlackBox& black_box = report_.black_boxes[place.black_box];
     using enum Severity;
-    if (its.still) AddSensor("sensor-frozen", kWarning, place, "stood still, all values equal");
+    // Few records of a block that was cut say nothing.
+    constexpr size_t kFewRecords = 10;
+    if (its.still && (black_box.ended || its.records >= kFewRecords))
+        AddSensor("sensor-frozen", kWarning, place, "stood still, all values equal");
     if (its.frozen) {
         AddSensor("sensor-frozen", kWarning, place,
                   "froze at " + At(its.frozen->begin) +

@@ -39,7 +39,7 @@ struct Finding {
     std::optional<size_t> index;
     std::optional<uint64_t> line;
     std::optional<SensorPlace> sensor;
-    std::string evidence;  // the very line; "" where it is no line that shows it
+    std::string evidence;               // the very line; "" where it is no line that shows it
     std::vector<const FactRow*> facts;  // that it rests on
 };
 
@@ -76,9 +76,9 @@ struct Verdict {
 
 class Watch;
 
-// What the report is found to be by what the rules say, and by what its sections showed to the watch
-// when it was read. Of its sections only those that have failed or are not finished need be there, of
-// its sensors what they are like.
+// What the report is found to be by what the rules say, and by what its sections showed to the
+// watch when it was read. Of its sections only those that have failed or are not finished need be
+// there, of its sensors what they are like.
 Verdict Judge(const Report& report, const Watch& watch);
 // The same by the checks alone that are code, whose findings have all to be told.
 Verdict Judge(const Report& report);

@@ -42,7 +42,8 @@ int64_t TimeOf(std::string_view line) {
 // Whether a text of several lines matches wherever one of them does: not where the text's own ends,
 // or other flags, are asked for.
 bool MaySpanLines(std::string_view pattern) {
-    for (size_t at = 0; (at = pattern.find_first_of("\\(", at)) != std::string_view::npos; at += 2) {
+    for (size_t at = 0; (at = pattern.find_first_of("\\(", at)) != std::string_view::npos;
+         at += 2) {
         const std::string_view two = pattern.substr(at, 2);
         if (two == "\\A" || two == "\\z" || two == "\\Q") return false;
         if (two != "(?") {
@@ -233,11 +234,10 @@ void Watch::Take(Section& section) {
 void Watch::See(const Condition& condition, const Section& section) {
     using enum Condition::Kind;
     Sighting& sighting = sightings_[condition.sighting];
-    const bool matches =
-            condition.kind == kAbsent ||
-            (condition.kind == kTime && section.seconds > condition.longer_than) ||
-            (condition.kind == kFailure && !section.failure.empty() &&
-             re2::RE2::FullMatch(section.failure, *condition.pattern));
+    const bool matches = condition.kind == kAbsent ||
+                         (condition.kind == kTime && section.seconds > condition.longer_than) ||
+                         (condition.kind == kFailure && !section.failure.empty() &&
+                          re2::RE2::FullMatch(section.failure, *condition.pattern));
     if (!matches) return;
     const bool shown = sighting.count++ == 0 ||
                        (condition.kind == kTime && section.seconds > sighting.seconds);
@@ -297,10 +297,10 @@ void Watch::SeeLine(const Condition& condition, const Section& section, uint64_t
     sighting->line = number;
     sighting->evidence = Shown(line);
     const re2::RE2& pattern = *condition.pattern;
-    std::vector<re2::StringPiece> groups(
-            static_cast<size_t>(pattern.NumberOfCapturingGroups()) + 1);
-    pattern.Match(re2::StringPiece(line.data(), line.size()), 0, line.size(),
-                  re2::RE2::UNANCHORED, groups.data(), static_cast<int>(groups.size()));
+    std::vector<re2::StringPiece> groups(static_cast<size_t>(pattern.NumberOfCapturingGroups()) +
+                                         1);
+    pattern.Match(re2::StringPiece(line.data(), line.size()), 0, line.size(), re2::RE2::UNANCHORED,
+                  groups.data(), static_cast<int>(groups.size()));
     sighting->groups.clear();
     for (const re2::StringPiece& group : groups) {
         sighting->groups.push_back(Shown({group.data(), group.size()}));

@@ -28,10 +28,7 @@ std::string Title(const PageContent& page) {
 
 PageContent::PageContent(std::span<const Report> all, std::span<const Verdict> found,
                          const PageOptions& chosen)
-    : reports(all),
-      verdicts(found),
-      options(chosen),
-      comparison(Compare(all, verdicts, true)) {
+    : reports(all), verdicts(found), options(chosen), comparison(Compare(all, verdicts, true)) {
     for (size_t line = 0; line < comparison.sections.size(); ++line) {
         for (const Section* const section : comparison.sections[line].sections) {
             if (section != nullptr) lines.emplace(section, line);

@@ -23,8 +23,8 @@ struct PageOptions {
 };
 
 // Writes one HTML file that shows the report, or several beside one another, the first being what
-// the others are compared with, and what each is found to be. They have been read with their texts. Returns "" or a sentence that
-// says what is wrong, other than with the sink.
+// the others are compared with, and what each is found to be. They have been read with their texts.
+// Returns "" or a sentence that says what is wrong, other than with the sink.
 std::string WritePage(std::span<const Report> reports, std::span<const Verdict> verdicts,
                       const PageOptions& options, const Sink& sink);
 

@@ -56,8 +56,8 @@ void WriteDifferences(Html& html, const PageContent& page) {
 void BeginFinding(Html& html, const Finding& finding, std::string_view target) {
     html << "<tr";
     html.Attribute("data-finding", finding.check);
-    html.Attribute("data-severity", WordOf(finding.severity)) << " class=\""
-        << ClassOf(finding.severity) << "\"><th scope=\"row\"><a";
+    html.Attribute("data-severity", WordOf(finding.severity))
+            << " class=\"" << ClassOf(finding.severity) << "\"><th scope=\"row\"><a";
     WriteLink(html, target);
     html << ">";
     html.Text(finding.subject) << "</a></th>";

@@ -403,8 +403,7 @@ bool ShowComparison(Screen& screen, std::span<const Report> reports,
 
 }  // namespace
 
-Summary Summarize(std::span<const Report> reports, std::span<const Verdict> verdicts,
-                  bool colour) {
+Summary Summarize(std::span<const Report> reports, std::span<const Verdict> verdicts, bool colour) {
     Screen screen(colour);
     bool good = std::ranges::all_of(verdicts, &Verdict::good);
     if (reports.size() > 1) {
