@@ -185,7 +185,7 @@ void WriteValue(Html& html, const Fact& fact) {
     // Long names are broken behind their signs, if anywhere.
     std::string_view rest = fact.value;
     while (!rest.empty()) {
-        const std::string_view piece = rest.substr(0, rest.find_first_of("/:,") + 1);
+        const std::string_view piece = rest.substr(0, rest.find_first_of("/,") + 1);
         const size_t size = piece.empty() ? rest.size() : piece.size();
         html.Text(rest.substr(0, size)) << (size < rest.size() ? Markup("<wbr>") : Markup(""));
         rest.remove_prefix(size);

@@ -118,7 +118,7 @@ struct Column {
 
 // What can be told without drawing: how many, from when to when, and between what values.
 void WriteNumbers(Html& html, const PageContent& page, const Comparison::SensorLine& line) {
-    html << "<details class=\"numbers\"><summary>Numbers</summary><div class=\"wide\" "
+    html << "<details open class=\"numbers\"><summary>Numbers</summary><div class=\"wide\" "
             "tabindex=\"0\" role=\"region\"";
     html.Attribute("aria-label", "Numbers of " + line.name) << "><table>\n<thead><tr>";
     if (page.compared()) html << "<th scope=\"col\">Report</th>";

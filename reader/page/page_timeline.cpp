@@ -139,12 +139,12 @@ double StepOf(double scale) {
 }
 
 // Beneath each strip, as each is looked at by itself.
-void WriteAxis(Html& html, const PageContent& page, double scale) {
+void WriteAxis(Html& html, const PageContent& page, size_t report, double scale) {
     const double step = StepOf(scale);
     const int digits = std::max(0, -static_cast<int>(std::floor(std::log10(step) + 1e-9)));
-    html << "<div class=\"strip-axis\" aria-hidden=\"true\">"
-         << (page.compared() ? Markup("<b class=\"chip\"></b>") : Markup(""))
-         << "<svg width=\"100%\" height=\"22\">";
+    html << "<div class=\"strip-axis\" aria-hidden=\"true\">";
+    WriteChip(html, page, report);  // not seen, but as wide as that of the strip
+    html << "<svg width=\"100%\" height=\"22\">";
     for (int i = 0; i * step <= scale * 1.0001; ++i) {
         const std::string x = Fixed(100 * i * step / scale, 3) + "%";
         html << "<line y1=\"0\" y2=\"5\"";
@@ -224,7 +224,7 @@ void WriteTimeline(Html& html, const PageContent& page) {
     html << "<section id=\"timeline\">\n<h2>Timeline</h2>\n";
     for (size_t i = 0; i < page.reports.size() && scale > 0; ++i) {
         WriteStrip(html, page, i, scale);
-        WriteAxis(html, page, scale);
+        WriteAxis(html, page, i, scale);
     }
     if (scale > 0) {
         html << "<p class=\"note keys\"><span class=\"key-bar\">a section</span><span class=\"key-bar "

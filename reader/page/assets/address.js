@@ -14,7 +14,7 @@
         const {words, filters} = boardreport.search.get();
         if (words) said.set('q', words);
         if (filters.length > 0) said.set('only', filters.join());
-        const text = said.toString();
+        const text = said.toString().replaceAll('%2C', ',');
         const hash = place() + (text ? `?${text}` : '');
         if (hash !== location.hash.slice(1)) history.replaceState(null, '', `#${hash}`);
     }

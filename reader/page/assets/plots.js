@@ -6,16 +6,16 @@
 'use strict';
 (() => {
     const area = document.querySelector('#plots');
-    if (!area) return;
 
     const kLeastSpan = 0.01;  // ms
-    const figures = [...area.querySelectorAll('figure')].map(element => ({
+    const figures = [...area?.querySelectorAll('figure') ?? []].map(element => ({
         element,
         shape: element.dataset.shape,
         readout: element.querySelector('.readout'),
         name: element.querySelector('h3').firstChild.data.trim(),
         sets: [...element.querySelectorAll('script')].map(readRecords),
     })).filter(figure => figure.sets.length > 0);
+    if (figures.length === 0) return;
     const compared = Number(area.dataset.reports) > 1;
     const boots = document.querySelector('main').dataset.boots;
     const boot = compared || boots === '-' ? null : 1000 * Number(boots);
@@ -227,7 +227,7 @@
                 },
             },
             interactionModel: mouse,
-            clickCallback: (event, x) => boardreport.choose(x),
+            clickCallback: (event, x) => boardreport.choose(x, {figure: figure.element}),
             underlayCallback: (canvas, where, graph) => drawBands(canvas, where, graph, plot),
             drawCallback: graph => follow(graph),
         });
@@ -268,7 +268,7 @@
     }, {rootMargin: '30%'});
     // Reports that say the same still show all: what is drawn first is the widest.
     const widths = lines => Object.fromEntries(lines.flatMap(({names}, i) =>
-        names.map(name => [name, {strokeWidth: 1 + 0.9 * (lines.length - 1 - i)}])));
+        names.map(name => [name, {strokeWidth: 1.2 + 2 * (lines.length - 1 - i) / lines.length}])));
     const stepFor = ([from, to]) => {
         const seconds = (to - from) / 1000;
         if (seconds > 6 * 86400) return 86400e3;
@@ -407,7 +407,7 @@
         const x = event.pointerType === 'touch' ? xUnder(event) : null;
         if (x === null) return;
         fingers.set(event.pointerId, event.clientX);
-        tapped = fingers.size === 1 ? {x, at: event.clientX} : null;
+        tapped = fingers.size === 1 ? {x, at: event.clientX, figure: event.target.closest('figure')} : null;
     });
     area.addEventListener('pointermove', event => {
         if (!fingers.has(event.pointerId)) return;
@@ -427,21 +427,21 @@
     for (const end of ['pointerup', 'pointercancel']) {
         area.addEventListener(end, event => {
             if (!fingers.delete(event.pointerId)) return;
-            if (end === 'pointerup' && tapped) boardreport.choose(tapped.x);
+            if (end === 'pointerup' && tapped) boardreport.choose(tapped.x, {figure: tapped.figure});
             tapped = null;
         });
     }
 
     // The records that are shown, one a line.
     function save() {
-        const rows = ['sensor,name,report,nanoseconds since boot,time of day,values'];
+        const rows = ['sensor,name,report,nanoseconds since boot,time of day,x or value,y,z'];
         for (const figure of figures) {
             for (const set of figure.sets.filter(shown)) {
                 const end = firstNotBefore(set.times, timeOf(set, view[1]));
                 for (let i = firstNotBefore(set.times, timeOf(set, view[0])); i < end; ++i) {
                     const day = boot === null ? '' : new Date(xOf(set, i)).toISOString().slice(0, -1);
                     rows.push([figure.element.dataset.sensor, `"${figure.name.replaceAll('"', '""')}"`, set.report,
-                               set.first + BigInt(Math.round(set.times[i])), day, ...set.columns.map(column => column[i])].join());
+                               set.first + BigInt(Math.round(set.times[i])), day, ...set.columns.map(column => Number(column[i].toPrecision(7)))].join());
                 }
             }
         }
@@ -617,11 +617,13 @@
                 if (!first.has(key)) first.set(key, [figure.sets[i].report, one]);
             }
         });
+        const buttons = element('p', {className: 'gos'});
+        if (first.size > 0) figure.readout.before(buttons);
         for (const [report, one] of first.values()) {
             const button = element('button', {type: 'button', className: 'go',
                 textContent: `${compared ? `${reportName(report)} ` : ''}Logs when ${one.words === 'gap' ? 'the longest gap began' : one.words === 'silent' ? 'it fell silent' : `it ${one.words}`.replace(/^it (. stood)/, '$1')}`});
-            button.addEventListener('click', () => boardreport.choose(one.from));
-            figure.readout.before(button);
+            button.addEventListener('click', () => boardreport.choose(one.from, {figure: figure.element}));
+            buttons.append(button);
         }
     }
 

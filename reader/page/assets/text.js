@@ -70,5 +70,6 @@ function element(name, properties = {}, ...children) {
     return made;
 }
 
-// What needs scripts comes with them.
+// What needs scripts comes with them, and what stands for it goes.
 for (const tools of document.querySelectorAll('.tools')) tools.hidden = false;
+for (const numbers of document.querySelectorAll('.numbers')) numbers.open = false;

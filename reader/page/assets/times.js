@@ -106,7 +106,7 @@
         } else if (presOf(unit).some(pre => kOtherClock.test(pre.textContent))) {
             parts.push('Its lines may count by a clock of their own, which isn’t known: they can’t be placed in the plots');
         }
-        if (parts.length > 0) unit.querySelector('.text')?.prepend(element('p', {className: 'note clock-told'}, ...parts.flatMap(part => [part, ' '])));
+        if (parts.length > 0) unit.querySelector('.text > .copy')?.after(element('p', {className: 'note clock-told'}, ...parts.flatMap(part => [part, ' '])));
     }
     preparations.push(linkTimes);
 
@@ -124,7 +124,6 @@
         if (!link) return;
         event.preventDefault();
         choose(Number(link.dataset.x), placeOf(link));
-        document.querySelector('#plots').scrollIntoView({block: 'start'});
     });
     // One stop of the tab key a text; the arrow keys go from time to time.
     document.addEventListener('keydown', event => {
@@ -220,7 +219,12 @@
             panel.append(element('p', {className: 'note', textContent: 'Times of day can’t be placed where a report doesn’t say when the device booted.'}));
         }
         panel.hidden = false;
-        panel.querySelector('.after')?.previousElementSibling?.scrollIntoView({block: 'nearest'});
+        // The plots are not to lie beneath the panel.
+        const figure = origin?.figure ?? document.querySelector('#plots');
+        const {top, bottom} = figure.getBoundingClientRect();
+        if (top < 60 && bottom < 200 || Math.min(bottom, top + 150) > 0.55 * innerHeight) figure.scrollIntoView({block: 'start'});
+        const now = panel.querySelector('.after') ?? panel.querySelector('li:last-child');
+        if (now) panel.scrollTop = now.offsetTop - panel.clientHeight / 2;
         boardreport.changed?.();
     }
     function openLine({unit, pre, from}) {
