@@ -149,7 +149,7 @@ std::string WritePage(std::span<const Report> reports, std::span<const Verdict> 
     WriteSensors(html, page);
     const std::string fault = WriteSections(html, page);
     if (options.bundle) WriteBundle(html, options);
-    html << "</main>\n";
+    html << "</section>\n</main>\n";
     html.Built(PageEnd());
     html.Flush();
     return fault;

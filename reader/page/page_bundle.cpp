@@ -32,7 +32,7 @@ std::string SeriesOf(std::string_view name) {
     const size_t base = name.rfind('/') + 1;  // 0 when there is none
     const size_t first = name.find_first_of(kDigits, base);
     if (first == std::string_view::npos) return std::string(name);
-    return std::string(name.substr(0, first)) + "…" +
+    return std::string(name.substr(0, first)) + "*" +
            std::string(name.substr(name.find_last_of(kDigits) + 1));
 }
 
@@ -261,7 +261,7 @@ void BundleWriter::WriteMember(const Log& log, std::string_view why_newest) {
     html_ << " id=\"log-" << static_cast<size_t>(&log - logs_.data()) << "\"";
     html_.Attribute("data-member", log.member.name) << ">\n" << (log.shown ? Markup("<summary>") : Markup("<p class=\"head\">"))
           << "<span class=\"title\">";
-    html_.Text(log.member.name) << "</span>";
+    html_.Text(BaseName(log.member.name)) << "</span>";
     if (!why_newest.empty()) {
         html_ << " <span class=\"differing\">";
         html_.Text("newest: " + std::string(why_newest)) << "</span>";
@@ -289,7 +289,7 @@ void BundleWriter::WriteSeries(std::span<const size_t> members) {
     const bool several = members.size() > 1;
     if (several) {
         html_ << "<details open class=\"series\"><summary><span class=\"title\">";
-        html_.Text(SeriesOf(logs_[members.front()].member.name)) << "</span> <span class=\"number\">"
+        html_.Text(BaseName(SeriesOf(logs_[members.front()].member.name))) << "</span> <span class=\"number\">"
                 << members.size() << " files</span></summary>\n";
     }
     // The archive's times say it where they agree with nothing else; numbers are all there is mostly.

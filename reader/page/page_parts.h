@@ -68,7 +68,8 @@ void WriteLink(Html& html, std::string_view id);
 void WriteOverview(Html& html, const PageContent& page);  // what it is, what is wrong, the facts
 void WriteTimeline(Html& html, const PageContent& page);
 void WriteSensors(Html& html, const PageContent& page);
-std::string WriteSections(Html& html, const PageContent& page);  // "" or what can't be read
+// Begins what is searched, which the bundle belongs to; returns "" or what can't be read.
+std::string WriteSections(Html& html, const PageContent& page);
 void WriteBundle(Html& html, const PageOptions& options);
 
 }  // namespace reader

@@ -335,7 +335,6 @@ std::string SectionsWriter::Write() {
         if (flat_ && (line % kGroup == kGroup - 1 || line + 1 == count)) html_ << "</div>\n";
     }
     WriteOutside();
-    html_ << "</section>\n";
     return fault_;
 }
 

@@ -659,7 +659,21 @@
     redraw();
     for (const figure of figures) tell(figure, null);
     for (const plot of plots) sight.observe(plot.element);
-    addEventListener('beforeprint', settle);
+    // On paper a canvas is what it last was on the screen: all are drawn by then, and scaled.
+    const kPaperWidth = 690;
+    const drawAhead = () => {
+        const plot = plots.find(({graph}) => !graph);
+        if (!plot) return;
+        showing = true;
+        draw(plot);
+        showing = false;
+        requestIdleCallback(drawAhead);
+    };
+    requestIdleCallback?.(drawAhead);
+    addEventListener('beforeprint', () => {
+        settle();
+        area.style.setProperty('--paper', Math.min(1, kPaperWidth / area.clientWidth));
+    });
     for (const query of ['(prefers-color-scheme: dark)', 'print']) {
         matchMedia(query).addEventListener('change', () => {
             readColours();

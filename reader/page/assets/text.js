@@ -4,7 +4,7 @@
 window.boardreport = {ready: false, plots: []};
 
 const unitSelector = ':is([data-section], [data-member], .outside)';
-const titleOf = unit => unit.dataset.section ?? unit.dataset.member ?? 'Lines outside of sections';
+const titleOf = unit => unit.dataset.section ?? unit.dataset.member?.replace(/.*\//, '') ?? 'Lines outside of sections';
 const presOf = unit => [...unit.querySelectorAll('pre')];
 
 // What is done to a unit once, when it is first opened: a list that other scripts add to.
