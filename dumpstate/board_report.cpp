@@ -4,7 +4,6 @@
 
 #include "dumpstate.h"
 #include "modem_capture.h"
-#include "protect.h"
 #include "report_writer.h"
 #include "section.h"
 #include "sensor_hub.h"
@@ -52,8 +51,8 @@ void copyDirectories(int fd) {
 
 }  // namespace
 
-// The whole report in its order. Each step is protected by itself: what fails in one as a whole is
-// named in the system log, and the next one follows.
+// The whole report in its order. No step throws: entries and questions are protected each by
+// itself.
 ndk::ScopedAStatus Dumpstate::dumpstateBoardImpl(
         const std::vector<ndk::ScopedFileDescriptor>& fds) {
     const int fd = fds[0].get();
@@ -63,34 +62,34 @@ ndk::ScopedAStatus Dumpstate::dumpstateBoardImpl(
     ModemCapture capture;
 
     enlargePipe(fd);
-    protect("verbose logging", [&] { writeVerboseLine(fd, getVerboseLoggingEnabledImpl()); });
+    writeVerboseLine(fd, getVerboseLoggingEnabledImpl());
     if (is_staged) {
-        protect("staging", [&] { dumpEntries(fd, kStaging); });
+        dumpEntries(fd, kStaging);
         // The setting is asked for anew: it may have changed while the directories were made. A
         // capture that no bundle will hold isn't begun: it would stop the modem's logger and keep
         // the caller waiting for nothing.
         const bool verbose = getVerboseLoggingEnabledImpl();
-        if (has_bundle) protect("leftovers", [&] { setLeftoversAside(); });
-        if (has_bundle && verbose) protect("modem capture", [&] { capture.Start(); });
+        if (has_bundle) setLeftoversAside();
+        if (has_bundle && verbose) capture.Start();
     }
-    protect("properties", [&] { dumpEntries(fd, kProperties); });
-    protect("bluetooth", [&] { dumpBluetooth(fd); });
-    protect("sensor hub", [&] { tev::dumpstate::dump(fd); });
-    protect("ramoops", [&] { dumpRamoops(fd); });
+    dumpEntries(fd, kProperties);
+    dumpBluetooth(fd);
+    tev::dumpstate::dump(fd);
+    dumpRamoops(fd);
     if (has_bundle) {
-        protect("log directories", [&] { copyDirectories(fd); });
-        protect("modem capture", [&] { capture.Join(); });
-        protect("bundle", [&] { createDumpstateBin(fd, bundle_fd); });
+        copyDirectories(fd);
+        capture.Join();
+        createDumpstateBin(fd, bundle_fd);
     }
-    protect("touch", [&] { dumpTouch(fd); });
-    protect("interrupts", [&] { dumpInterrupts(fd); });
-    protect("power", [&] { dumpPowerSection(fd); });
-    protect("extcon", [&] { dumpExtconStates(fd); });
-    protect("velora", [&] { dumpVelora(fd); });
-    protect("sleep", [&] { dumpSleepStats(fd); });
-    protect("bootloader", [&] { dumpBldrLog(fd); });
-    protect("storage and wlan", [&] { dumpEntries(fd, kStorageAndWlan); });
-    protect("modem", [&] { dumpModem(fd); });
+    dumpTouch(fd);
+    dumpInterrupts(fd);
+    dumpPowerSection(fd);
+    dumpExtconStates(fd);
+    dumpVelora(fd);
+    dumpSleepStats(fd);
+    dumpBldrLog(fd);
+    dumpEntries(fd, kStorageAndWlan);
+    dumpModem(fd);
     return ndk::ScopedAStatus::ok();
 }
 

@@ -10,7 +10,6 @@
 #include <new>
 
 #include "dumpstate.h"
-#include "protect.h"
 #include "section.h"
 #include "staging.h"
 #include "write_alarm.h"

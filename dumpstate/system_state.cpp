@@ -42,8 +42,10 @@ constexpr Entry kModem[] = {
 
 void Dumpstate::dumpTouch(int fd) {
     // The path differs from board to board. An unset one fails in the report like any other.
-    ::android::os::dumpstate::DumpFileToFd(
-            fd, "Touch Stats", ::android::base::GetProperty("ro.vendor.touch.dump_path", ""));
+    protect("Touch Stats", [&] {
+        ::android::os::dumpstate::DumpFileToFd(
+                fd, "Touch Stats", ::android::base::GetProperty("ro.vendor.touch.dump_path", ""));
+    });
 }
 
 void Dumpstate::dumpInterrupts(int fd) {
