@@ -32,7 +32,9 @@ std::string Describe(const Report& report) {
     }
     for (const reader::TextRange& outside : report.outside) range(outside);
     for (const reader::Fact& fact : report.facts) text += fact.row->key + fact.value;
-    return text + (report.cut ? "cut" : "") + report.BlackBoxTrouble();
+    const reader::Verdict verdict = reader::Judge(report);
+    for (const reader::Finding& finding : verdict.findings) text += finding.check + finding.says;
+    return text + (report.cut ? "cut" : "") + verdict.black_box;
 }
 
 Report Read(std::string_view bytes, unsigned seed) {

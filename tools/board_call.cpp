@@ -27,9 +27,7 @@
 
 namespace {
 
-using reader::BlackBox;
 using reader::HumanSize;
-using reader::Section;
 
 constexpr int kRedrawMillis = 500;
 constexpr size_t kBuffer = size_t{256} * 1024;
@@ -142,11 +140,7 @@ class BoardCall {
     explicit BoardCall(const BoardOptions& options)
         : mode_(options.mode),
           report_(options.report, "-o"),
-          parser_({.on_begin = [this](std::string_view title) { progress_.Begin(title); },
-                   .on_section = [this](const Section& section) { End(section); },
-                   .on_black_box = [this](const BlackBox& box) { progress_.End(box); },
-                   .on_outside = {},
-                   .wants_text = {}}) {
+          parser_(progress_.Listener()) {
         if (!options.no_bundle) bundle_.emplace(options.bundle, "-b");
         if (!options.page.empty()) page_.emplace(options.page);
     }
@@ -182,6 +176,7 @@ class BoardCall {
             Receive();
         }
         parser_.Finish();
+        progress_.Finish(parser_);
         progress_.Clear();
     }
 
@@ -244,15 +239,10 @@ class BoardCall {
         progress_.Redraw(bundle_ ? bundle_->file().size() : 0);
     }
 
-    void End(const Section& section) {
-        last_section_ = section.title;
-        progress_.End(section);
-    }
-
     // "" or what a report that was accepted lacks. Whether it is whole is decided here alone.
     std::string WhatIsMissing() const {
         if (!progress_.all_finished()) return "the report has sections that never ended";
-        if (last_section_ != kLastSection || parser_.cut()) return "the report's end is missing";
+        if (progress_.last() != kLastSection || parser_.cut()) return "the report's end is missing";
         return "";
     }
 
@@ -335,7 +325,6 @@ class BoardCall {
     std::optional<Stream> bundle_;
     std::optional<OutputFile> page_;
     Progress progress_;
-    std::string last_section_;
     reader::ReportParser parser_;
     DumpstateClient client_;
     std::optional<Interruption> interruption_;

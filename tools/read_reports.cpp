@@ -1,26 +1,22 @@
 #include "read_reports.h"
 
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <string_view>
 #include <system_error>
 
 #include "json.h"
 #include "report.h"
 #include "summary.h"
+#include "terminal.h"
 
 namespace {
-
-void Complain(const std::string& sentence) {
-    std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
-}
 
 // 0, or the exit status after it has said what is wrong.
 int Read(const std::vector<std::string>& files, bool texts, std::vector<reader::Report>& reports) {
@@ -46,10 +42,20 @@ bool Written(const OutputFile& file) {
     return false;
 }
 
+// Whether two names, "-" standing for the descriptor, are of one file.
+bool SameFile(const std::string& one, int one_fd, const std::string& other, int other_fd) {
+    struct stat a {};
+    struct stat b {};
+    const auto look = [](const std::string& name, int fd, struct stat& status) {
+        return (name == "-" ? fstat(fd, &status) : stat(name.c_str(), &status)) == 0;
+    };
+    return look(one, one_fd, a) && look(other, other_fd, b) && a.st_dev == b.st_dev &&
+           a.st_ino == b.st_ino && S_ISREG(a.st_mode);
+}
+
 bool IsOneOf(const std::string& output, const std::vector<std::string>& files) {
-    std::error_code neither;
     return std::ranges::any_of(files, [&](const std::string& file) {
-        return file != "-" && std::filesystem::equivalent(file, output, neither);
+        return SameFile(file, STDIN_FILENO, output, STDOUT_FILENO);
     });
 }
 
@@ -87,8 +93,7 @@ class RemovedOnSignal {
 int PrintSummary(const std::vector<std::string>& files) {
     std::vector<reader::Report> reports;
     if (const int status = Read(files, false, reports); status != 0) return status;
-    const char* const no_colour = std::getenv("NO_COLOR");
-    const bool colour = isatty(STDOUT_FILENO) == 1 && (no_colour == nullptr || *no_colour == '\0');
+    const bool colour = isatty(STDOUT_FILENO) == 1 && WantsColour();
     const reader::Summary summary = reader::Summarize(reports, colour);
     OutputFile output("-");
     output.Write(summary.text);

@@ -19,27 +19,49 @@ std::string Title(const PageContent& page) {
     return title;
 }
 
+std::vector<Verdict> JudgeAll(std::span<const Report> reports) {
+    std::vector<Verdict> verdicts;
+    for (const Report& report : reports) verdicts.push_back(Judge(report));
+    return verdicts;
+}
+
 }  // namespace
 
 PageContent::PageContent(std::span<const Report> all, const PageOptions& chosen)
-    : reports(all), options(chosen), comparison(Compare(all, true)) {
+    : reports(all),
+      options(chosen),
+      verdicts(JudgeAll(all)),
+      comparison(Compare(all, verdicts, true)) {
     for (size_t line = 0; line < comparison.sections.size(); ++line) {
         for (const Section* const section : comparison.sections[line].sections) {
             if (section != nullptr) lines.emplace(section, line);
         }
     }
-    for (const Comparison::SensorLine& line : comparison.sensors) {
+    for (size_t line = 0; line < comparison.sensors.size(); ++line) {
         for (size_t i = 0; i < reports.size(); ++i) {
-            const Sensor* const sensor = line.sensors[i];
-            if (sensor != nullptr) {
-                statistics.emplace(sensor, Measure(*reports[i].black_box, *sensor));
-            }
+            const auto& place = comparison.sensors[line].sensors[i];
+            if (place) figures.emplace(&SensorOf(i, *place), line);
         }
     }
 }
 
+std::string PageContent::TargetOf(size_t report, const Finding& finding) const {
+    if (finding.index) return SectionId(LineOf(reports[report].sections[*finding.index]));
+    if (finding.sensor) {
+        return SensorId(comparison.sensors[figures.at(&SensorOf(report, *finding.sensor))]);
+    }
+    const bool of_sensors =
+            finding.check.starts_with("sensor-") || finding.check.starts_with("black-box");
+    return of_sensors ? "sensors" : finding.check == "time-unaccounted" ? "timeline" : "sections";
+}
+
+// As spreadsheets name their columns: after Z comes AA.
 std::string ReportName(size_t report) {
-    return std::string(1, static_cast<char>('A' + report % 26));
+    std::string name;
+    for (size_t rest = report + 1; rest > 0; rest = (rest - 1) / 26) {
+        name.insert(name.begin(), static_cast<char>('A' + (rest - 1) % 26));
+    }
+    return name;
 }
 
 void WriteChip(Html& html, const PageContent& page, size_t report) {
@@ -50,6 +72,11 @@ void WriteChip(Html& html, const PageContent& page, size_t report) {
 
 std::string SectionId(size_t line) {
     return "section-" + std::to_string(line);
+}
+
+std::string SensorId(const Comparison::SensorLine& line) {
+    return "sensor-" + std::to_string(line.number) +
+           (line.nth == 0 ? "" : "-" + std::to_string(line.nth + 1));
 }
 
 void WriteLink(Html& html, std::string_view id) {

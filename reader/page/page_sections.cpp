@@ -5,6 +5,7 @@
 #include "line_diff.h"
 #include "page_parts.h"
 #include "units.h"
+#include "utf8.h"
 
 namespace reader {
 namespace {
@@ -115,7 +116,8 @@ void SectionsWriter::WriteRuns(const std::vector<DiffRun>& runs, bool folded_lin
         pre(true);
         html_ << begin << sign;
         // A last line without its newline must not run into the next.
-        html_.Text(line) << (line.ends_with('\n') ? Markup("") : Markup("\n")) << end;
+        html_.Text(line) << (line.ends_with('\n') ? Markup("") : Markup("<i> (no newline)</i>\n"))
+                         << end;
     };
     for (size_t i = 0; i < runs.size(); ++i) {
         const std::span<const std::string_view> lines = runs[i].lines;

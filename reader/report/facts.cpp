@@ -5,12 +5,14 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <optional>
+#include <utility>
 
 #include "clock_time.h"
 #include "report.h"
+#include "units.h"
 
 namespace reader {
 namespace {
@@ -89,25 +91,31 @@ std::string Divide(std::string_view text, size_t decimals) {
 }
 
 template <size_t kDecimals>
-std::string Decimal(const Report& /*report*/, std::string_view text) {
+std::string Decimal(const Section& /*section*/, std::string_view text) {
     return Divide(text, kDecimals);
 }
 
-std::string Time(const Report& /*report*/, std::string_view text) {
+std::string Time(const Section& /*section*/, std::string_view text) {
     const auto seconds = ParseTime(text);
     return seconds ? FormatTime(*seconds) : "";
 }
 
-std::string Uptime(const Report& report, std::string_view /*text*/) {
-    const Fact* const boot = report.FindFact("boot.time");
-    const Fact* const now = report.FindFact("report.time");
-    if (boot == nullptr || now == nullptr) return "";
-    return std::to_string(*ParseTime(now->value) - *ParseTime(boot->value));
+std::string Zone(const Section& /*section*/, std::string_view text) {
+    return std::string(ZoneOf(text));
+}
+
+std::string Uptime(const Report& report) {
+    const auto seconds = report.UptimeSeconds();
+    return seconds ? std::to_string(*seconds) : "";
+}
+
+std::string Verbose(const Report& report) {
+    return !report.verbose ? "" : *report.verbose ? "enabled" : "disabled";
 }
 
 // Who has the last word on charging: lines "CHG_FCC: min, result 290000 by PROFILE". The profile is
 // the cell's own limit and none besides.
-std::string ChargingLimit(const Report& /*report*/, std::string_view text) {
+std::string ChargingLimit(const Section& /*section*/, std::string_view text) {
     struct Vote {
         const char* name;
         size_t decimals;
@@ -138,9 +146,8 @@ std::string ChargingLimit(const Report& /*report*/, std::string_view text) {
 }
 
 // Each log's path stands on a line of its own before what is in it.
-std::string CountRestarts(const Report& report, std::string_view text) {
-    const auto section = std::ranges::find(report.sections, "Modem SSR history", &Section::title);
-    if (!section->complete || !section->failure.empty()) return "";
+std::string CountRestarts(const Section& section, std::string_view text) {
+    if (!section.complete || !section.failure.empty()) return "";
     size_t logs = 0;
     ForEachLine(text, [&](std::string_view line) {
         line = Trim(line);
@@ -151,99 +158,116 @@ std::string CountRestarts(const Report& report, std::string_view text) {
     return std::to_string(logs);
 }
 
-std::string Worn(const Report& report, std::string_view /*text*/) {
-    if (!report.black_box) return "";
-    for (const Sensor& sensor : report.black_box->sensors) {
-        constexpr double kMost = 1e12;  // hostile ones are no time, and their millionths no integer
-        if (!sensor.total_worn || !(std::fabs(*sensor.total_worn) < kMost)) continue;
-        return Divide(std::to_string(std::llround(*sensor.total_worn * 1e6)), 6);
+std::string Worn(const Report& report) {
+    for (const BlackBox& black_box : report.black_boxes) {
+        for (const Sensor& sensor : black_box.sensors) {
+            constexpr double kMost = 1e12;  // more is no time, and its millionths no integer
+            if (!sensor.total_worn || !(std::fabs(*sensor.total_worn) < kMost)) continue;
+            return Divide(std::to_string(std::llround(*sensor.total_worn * 1e6)), 6);
+        }
     }
     return "";
 }
 
-std::string CountSections(const Report& report, std::string_view /*text*/) {
-    return std::to_string(report.sections.size());
+std::string CountSections(const Report& report) {
+    return std::to_string(report.tally.sections);
 }
 
-std::string CountFailed(const Report& report, std::string_view /*text*/) {
-    return std::to_string(report.failed());
+std::string CountFailed(const Report& report) {
+    return std::to_string(report.tally.failed);
 }
 
-std::string Slowest(const Report& report, std::string_view /*text*/) {
-    const auto slowest = std::ranges::max_element(report.sections, {}, &Section::seconds);
-    if (slowest == report.sections.end() || !slowest->complete) return "";
-    std::array<char, 32> seconds;
-    std::snprintf(seconds.data(), seconds.size(), " (%.3f s)", slowest->seconds);
-    return slowest->title + seconds.data();
+std::string Slowest(const Report& report) {
+    if (report.tally.slowest_seconds < 0) return "";
+    return report.tally.slowest + " (" + Fixed(report.tally.slowest_seconds, 3) + " s)";
 }
 
 constexpr char kProperties[] = "VENDOR PROPERTIES";
-constexpr char kTimes[] = "Power Stats Times";
-constexpr char kBattery[] = "Power supply property battery";
-constexpr char kModem[] = "Modem Stat";
+constexpr const char* kTimes = kTimesSection.data();
+constexpr char kSupply[] = "Power supply property battery";
 
 // What the kernel gives in tenths of a degree, millionths of a volt and millionths of an ampere.
+using enum FactRow::Group;
 constexpr FactRow kFacts[] = {
-        {"device", "Device", "", false, kProperties, "ro.product.model", nullptr},
-        {"build", "Build", "", false, kProperties,
-         "ro.build.fingerprint ro.vendor.build.fingerprint", nullptr},
-        {"build.type", "Build type", "", false, kProperties, "ro.build.type", nullptr},
-        {"serial", "Serial number", "", false, kProperties, "ro.serialno ro.boot.serialno",
-         nullptr},
-        {"boot.reason", "Boot reason", "", false, kProperties, "ro.boot.bootreason sys.boot.reason",
-         nullptr},
-        {"boot.time", "Booted", "", false, kTimes, "Boot", Time},
-        {"report.time", "Reported", "", false, kTimes, "Now", Time},
-        {"uptime", "Uptime", "s", true, "", "", Uptime},
-        {"battery.level", "Battery level", "%", true, kBattery, "POWER_SUPPLY_CAPACITY",
+        {"device", "Device", "", false, kDevice, kProperties, "ro.product.model"},
+        {"build", "Build", "", false, kDevice, kProperties,
+         "ro.build.fingerprint ro.vendor.build.fingerprint"},
+        {"build.type", "Build type", "", false, kDevice, kProperties, "ro.build.type"},
+        {"serial", "Serial number", "", false, kDevice, kProperties,
+         "ro.serialno ro.boot.serialno"},
+        {"boot.reason", "Boot reason", "", false, kDevice, kProperties,
+         "ro.boot.bootreason sys.boot.reason"},
+        // Counted back from the time, which is told in whole seconds.
+        {"boot.time", "Booted", "", false, kDevice, kTimes, "Boot", Time, nullptr, 2},
+        {"report.time", "Reported", "", false, kDevice, kTimes, "Now", Time},
+        {"time.zone", "Time zone", "", false, kDevice, kTimes, "Now", Zone},
+        {"uptime", "Uptime", "s", true, kDevice, "", "", nullptr, Uptime},
+        {"battery.level", "Battery level", "%", true, kBattery, kSupply, "POWER_SUPPLY_CAPACITY",
          Decimal<0>},
-        {"battery.status", "Battery status", "", false, kBattery, "POWER_SUPPLY_STATUS", nullptr},
-        {"battery.health", "Battery health", "", false, kBattery, "POWER_SUPPLY_HEALTH", nullptr},
-        {"battery.temperature", "Battery temperature", "°C", true, kBattery, "POWER_SUPPLY_TEMP",
-         Decimal<1>},
-        {"battery.voltage", "Battery voltage", "V", true, kBattery, "POWER_SUPPLY_VOLTAGE_NOW",
-         Decimal<6>},
-        {"battery.current", "Battery current", "mA", true, kBattery, "POWER_SUPPLY_CURRENT_NOW",
-         Decimal<3>},
-        {"battery.cycles", "Battery cycles", "", true, kBattery, "POWER_SUPPLY_CYCLE_COUNT",
-         Decimal<0>},
-        {"charging.limit", "Charging limited", "", false, "nvotables", "", ChargingLimit},
-        {"charging.stop", "Charging stops at", "%", true, "DWELL-DEFEND Config",
+        {"battery.status", "Battery status", "", false, kBattery, kSupply, "POWER_SUPPLY_STATUS"},
+        {"battery.health", "Battery health", "", false, kBattery, kSupply, "POWER_SUPPLY_HEALTH"},
+        {"battery.temperature", "Battery temperature", "°C", true, kBattery, kSupply,
+         "POWER_SUPPLY_TEMP", Decimal<1>},
+        {"battery.voltage", "Battery voltage", "V", true, kBattery, kSupply,
+         "POWER_SUPPLY_VOLTAGE_NOW", Decimal<6>},
+        {"battery.current", "Battery current", "mA", true, kBattery, kSupply,
+         "POWER_SUPPLY_CURRENT_NOW", Decimal<3>},
+        {"battery.cycles", "Battery cycles", "", true, kBattery, kSupply,
+         "POWER_SUPPLY_CYCLE_COUNT", Decimal<0>},
+        {"charging.limit", "Charging limited", "", false, kBattery, "nvotables", "", ChargingLimit},
+        {"charging.stop", "Charging stops at", "%", true, kBattery, "DWELL-DEFEND Config",
          "charge_stop_level", Decimal<0>},
-        {"modem.state", "Modem state", "", false, kModem, "state modem_state operating_mode",
-         nullptr},
-        {"modem.restarts", "Restart logs", "", true, "Modem SSR history", "", CountRestarts},
-        {"worn", "Worn", "s", true, "", "", Worn},
-        {"sections", "Sections", "", true, "", "", CountSections},
-        {"failed", "Failed", "", true, "", "", CountFailed},
-        {"slowest", "Slowest section", "", false, "", "", Slowest},
+        {"modem.state", "Modem state", "", false, kModem, "Modem Stat",
+         "state modem_state operating_mode"},
+        {"modem.restarts", "Restart logs", "", true, kModem, "Modem SSR history", "",
+         CountRestarts},
+        {"worn", "Worn", "s", true, kReport, "", "", nullptr, Worn},
+        {"verbose", "Verbose logging", "", false, kReport, "", "", nullptr, Verbose},
+        {"sections", "Sections", "", true, kReport, "", "", nullptr, CountSections},
+        {"failed", "Failed", "", true, kReport, "", "", nullptr, CountFailed},
+        {"slowest", "Slowest section", "", false, kReport, "", "", nullptr, Slowest},
 };
 
-std::string ReadFact(const Report& report, const FactRow& row, std::string_view text) {
+std::string ReadFact(const Section& section, const FactRow& row) {
+    std::string_view text = section.captured;
     if (*row.names != '\0') {
         text = FindValue(text, row.names);
         if (text.empty()) return "";
     }
-    return row.read == nullptr ? std::string(text) : row.read(report, text);
+    return row.read == nullptr ? std::string(text) : row.read(section, text);
 }
 
 }  // namespace
+
+bool SameFact(const Fact& one, const Fact& other) {
+    if (one.value == other.value) return true;
+    if (one.row->precision == 0) return false;
+    const auto a = ParseTime(one.value);
+    const auto b = ParseTime(other.value);
+    return a && b && std::abs(*a - *b) <= one.row->precision;
+}
 
 bool IsFactSection(std::string_view title) {
     return !title.empty() &&
            std::ranges::find(kFacts, title, &FactRow::section) != std::end(kFacts);
 }
 
-void FindFacts(Report& report) {
+void TakeFacts(const Section& section, std::vector<Fact>& facts) {
     for (const FactRow& row : kFacts) {
-        std::string value;
-        if (*row.section == '\0') value = ReadFact(report, row, "");
-        for (const Section& section : report.sections) {
-            if (!value.empty()) break;
-            if (section.title == row.section) value = ReadFact(report, row, section.captured);
-        }
-        if (!value.empty()) report.facts.push_back({&row, value});
+        if (row.tell != nullptr || section.title != row.section) continue;
+        if (std::ranges::find(facts, &row, &Fact::row) != facts.end()) continue;
+        std::string value = ReadFact(section, row);
+        if (!value.empty()) facts.push_back({&row, std::move(value)});
     }
+}
+
+void FinishFacts(Report& report) {
+    for (const FactRow& row : kFacts) {
+        if (row.tell == nullptr) continue;
+        std::string value = row.tell(report);
+        if (!value.empty()) report.facts.push_back({&row, std::move(value)});
+    }
+    std::ranges::sort(report.facts, {}, &Fact::row);
 }
 
 }  // namespace reader

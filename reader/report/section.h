@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -10,6 +11,7 @@ namespace reader {
 struct Section {
     enum class Kind { kCommand, kFile };
 
+    size_t index = 0;  // which of the report's sections, from 0
     std::string title;
     std::string detail;  // argv joined by blanks, or the path
     Kind kind = Kind::kFile;
