@@ -21,6 +21,7 @@ PLACES = [(shard, replica) for shard in (1, 2) for replica in (1, 2)]
 ZOOKEEPER = '/usr/share/java/zookeeper.jar'
 TYPES = {'text': 'String', 'integer': 'Int64', 'number': 'Float64', 'flag': 'UInt8', 'times': 'Array(UInt64)',
          'values': 'Array(Array(Nullable(Float64)))'}
+ALIVE, DATABASE = 'SELECT 1', 'CREATE DATABASE fleet'
 START_SECONDS, ASK_SECONDS, SETTLE_SECONDS, LATE_SECONDS = 90, 300, 120, 15
 
 
@@ -50,7 +51,7 @@ def type_of(kind):
 
 def statements():
     """Of each table: what a server stores, what it shows of it, and the same of all servers."""
-    yield 'CREATE DATABASE fleet'
+    yield DATABASE
     for table in tables.TABLES:
         its = ', '.join(f'`{name}` {type_of(kind)}' for name, kind in tables.columns(table))
         names = ', '.join(f'`{name}`' for name, _ in tables.columns(table))
@@ -62,6 +63,7 @@ def statements():
         yield f"CREATE TABLE fleet.{table} ({its}) ENGINE = Distributed(fleet, fleet, {table}_here)"
         yield (f"CREATE TABLE fleet.{table}_in ({its}) "
                f"ENGINE = Distributed(fleet, fleet, {table}_stored, cityHash64(key))")
+    yield from tables.VIEWS
 
 
 class Server:
@@ -96,7 +98,7 @@ class Server:
         if not self.alive:
             raise Failed(f'{self.name} has ended; {self.folder}/errors says why')
         try:
-            return self.post('SELECT 1', seconds=5) == b'1\n'
+            return self.post(ALIVE, seconds=5) == b'1\n'
         except OSError:
             return False
 
@@ -104,7 +106,7 @@ class Server:
         """The answer's bytes. OSError where nobody is there (any more)."""
         connection = http.client.HTTPConnection(HOST, int(self.environment['FLEET_HTTP']), timeout=seconds)
         try:
-            connection.request('POST', '/?database=fleet' if sql != 'SELECT 1' and 'DATABASE' not in sql else '/',
+            connection.request('POST', '/' if sql in (ALIVE, DATABASE) else '/?database=fleet',
                                sql.encode() + b'\n' + body)
             answer = connection.getresponse()
             text = answer.read()
@@ -245,10 +247,6 @@ class Cluster:
             if not queue:
                 return
         raise Failed(f'{len(queue)} parts of the import found no server')
-
-    def define(self, view):
-        for server in self.living():
-            server.post(view)
 
     def mend(self, parts, counts):
         """Sends those parts again of which a report has not arrived as a whole: what a server has confirmed

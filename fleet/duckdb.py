@@ -59,6 +59,8 @@ class DuckDb:
         for table in tables.TABLES:
             its = ', '.join(f'"{name}" {TYPES[kind.rstrip("?")]}' for name, kind in tables.columns(table))
             self.ask(f'CREATE TABLE {table} ({its})')
+        for view in tables.VIEWS:
+            self.ask(view)
 
     def ask(self, sql):
         """The names of the columns, and the rows."""
@@ -69,9 +71,6 @@ class DuckDb:
         if 'error' in answer:
             raise Failed(answer['error'])
         return answer['names'], answer['rows']
-
-    def define(self, view):
-        self.ask(view)
 
     def load(self, folder):
         """Takes in what split reports are in the folder, and of a report that is there already nothing."""

@@ -1,5 +1,6 @@
 """The tables that questions find, and how a report's records become their rows."""
 import json
+import pathlib
 
 # Name, what kind of record its rows are made of, and its columns: text, integer, number, flag; with a
 # question mark where a report may not say. `n` is the record's place in its report: the key and it name
@@ -17,6 +18,10 @@ TABLES = {
     'samples': ('sensor', 'key text, n integer, sensor integer, name text, skipped text?, times times, values values'),
 }
 TABLE_OF = {kind: table for table, (kind, _) in TABLES.items()}
+
+
+# What questions rest on besides, each on those before.
+VIEWS = [path.read_text() for path in sorted((pathlib.Path(__file__).resolve().parent / 'views').glob('*.sql'))]
 
 
 def columns(table):
