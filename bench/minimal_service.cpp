@@ -1,5 +1,5 @@
-// The least that a service on the bus can be: it has the two methods that are measured, of which
-// the report is its first line. Its name on the bus is its argument.
+// The least that can stand in for the service: the two methods that are measured, of which the
+// report is its first line.
 
 #include <systemd/sd-bus.h>
 
@@ -7,6 +7,8 @@
 #include <cstdio>
 
 namespace {
+
+constexpr char kName[] = "android.hardware.dumpstate.IDumpstateDevice";
 
 int DumpstateBoard(sd_bus_message* call, void* /*data*/, sd_bus_error* /*error*/) {
     int fd = -1;
@@ -30,18 +32,15 @@ constexpr sd_bus_vtable kMethods[] = {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    if (argc != 2) return 2;
-    const char* const name = argv[1];
+int main() {
     sd_bus* bus = nullptr;
-    if (sd_bus_open_system(&bus) < 0 ||
-        sd_bus_add_object_vtable(bus, nullptr, "/default", name, kMethods, nullptr) < 0 ||
-        sd_bus_request_name(bus, name, 0) < 0) {
-        return 1;
-    }
-    for (;;) {
-        int result = sd_bus_process(bus, nullptr);
+    int result = sd_bus_open_system(&bus);
+    if (result >= 0)
+        result = sd_bus_add_object_vtable(bus, nullptr, "/default", kName, kMethods, nullptr);
+    if (result >= 0) result = sd_bus_request_name(bus, kName, 0);
+    while (result >= 0) {
+        result = sd_bus_process(bus, nullptr);
         if (result == 0) result = sd_bus_wait(bus, UINT64_MAX);
-        if (result < 0) return 1;
     }
+    return 1;
 }

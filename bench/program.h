@@ -1,20 +1,23 @@
 #pragma once
 
-#include <sys/resource.h>
 #include <unistd.h>
 
+#include <string>
 #include <vector>
 
-// How a program ended, and what it used. A status of -1 is that of one that can't be run.
+// How a program ended, as wait(2) tells; -1 is that of one that can't be run.
 struct ProgramEnd {
     int status = -1;
-    struct rusage usage {};
+    long peak_kib = 0;
 };
 
 // Runs another program and waits for its end, and does nothing else: the least that running one can
 // cost.
-ProgramEnd SpawnAndWait(const std::vector<const char*>& argv, int out, int err = STDERR_FILENO);
+ProgramEnd SpawnAndWait(const std::vector<std::string>& argv, int out, int err = STDERR_FILENO);
 
 // The same, returning the program's peak memory in KiB. Ends this process when the program can't be
 // run or fails: what it was measured for would be worth nothing.
-long RunProgram(const std::vector<const char*>& argv, int out);
+long RunProgram(const std::vector<std::string>& argv, int out);
+
+// The number after the word in a file of /proc, such as VmHWM: in a process's status.
+double KibibytesIn(const std::string& path, const std::string& word);

@@ -1,18 +1,19 @@
 #include "recorded_report.h"
 
-#include <DumpstateUtil.h>
-#include <android-base/properties.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "dumpstate.h"
 #include "program.h"
+#include "recording_platform.h"
 
 namespace {
-
-RecordedReport* g_recording = nullptr;
 
 void CopyFile(const std::string& path, int out) {
     const int in = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
@@ -24,47 +25,74 @@ void CopyFile(const std::string& path, int out) {
     close(in);
 }
 
+void Replace(std::string& text, const std::string& from, const std::string& to) {
+    for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+        text.replace(at, from.size(), to);
+    }
+}
+
+std::string Quoted(std::string word) {
+    Replace(word, "'", "'\\''");
+    return " '" + word + "'";
+}
+
 }  // namespace
-
-namespace android::os::dumpstate {
-
-const CommandOptions CommandOptions::DEFAULT = CommandOptions::WithTimeout(10).Build();
-
-int RunCommandToFd(int /*fd*/, const std::string& /*title*/,
-                   const std::vector<std::string>& full_command,
-                   const CommandOptions& /*options*/) {
-    g_recording->steps.push_back({full_command, ""});
-    return 0;
-}
-
-int DumpFileToFd(int /*fd*/, const std::string& /*title*/, const std::string& path) {
-    g_recording->steps.push_back({{}, path});
-    return 0;
-}
-
-bool PropertiesHelper::IsUserBuild() {
-    return base::GetProperty("ro.build.type", "") == "user";
-}
-
-}  // namespace android::os::dumpstate
 
 RecordedReport::RecordedReport() {
     using aidl::android::hardware::dumpstate::Dumpstate;
-    g_recording = this;
+    ThePlatform() = {};
+    for (const auto& property : std::filesystem::directory_iterator("/dev/__properties__")) {
+        std::getline(std::ifstream(property.path()),
+                     ThePlatform().properties[property.path().filename()]);
+    }
     std::vector<ndk::ScopedFileDescriptor> fds;
     fds.emplace_back(open("/dev/null", O_WRONLY | O_CLOEXEC));
     ndk::SharedRefBase::make<Dumpstate>()->dumpstateBoard(fds, {}, 0);
-    g_recording = nullptr;
+    for (std::string request : ThePlatform().requests) {
+        if (request.starts_with("stdout ")) request.erase(0, 7);
+        std::istringstream words(request);
+        Step step;
+        for (std::string word; std::getline(words, word, '\t');) {
+            Replace(word, "\\n", "\n");
+            step.push_back(word);
+        }
+        steps_.push_back(step);
+    }
 }
 
 void RecordedReport::Replay(int out) const {
-    for (const Step& step : steps) {
-        if (step.command.empty()) {
-            CopyFile(step.file, out);
-            continue;
+    for (const Step& step : steps_) {
+        if (step[0] == "command") {
+            SpawnAndWait({step.begin() + 3, step.end()}, out, out);
+        } else if (step[0] == "file") {
+            CopyFile(step[3], out);
+        } else if (step[0] == "sleep") {
+            // The recording platform has the C library's other ways to sleep.
+            const timespec time{std::stol(step[1]), 0};
+            clock_nanosleep(CLOCK_MONOTONIC, 0, &time, nullptr);
         }
-        std::vector<const char*> argv;
-        for (const std::string& argument : step.command) argv.push_back(argument.c_str());
-        SpawnAndWait(argv, out, out);
     }
+}
+
+std::string RecordedReport::Script() const {
+    std::string script = R"(
+entry() { # TITLE SECONDS ARGV...
+    title=$1 seconds=$2; shift 2
+    print -r -- "------ $title ($*) ------"
+    start=$EPOCHREALTIME
+    timeout $seconds "$@" 2>&1 </dev/null || print "*** exit status $?"
+    print -r -- "------ $start to $EPOCHREALTIME was '$title' ------"
+}
+print 'verbose logging: disabled'
+)";
+    for (const Step& step : steps_) {
+        if (step[0] == "sleep") script += "sleep " + step[1] + "\n";
+        if (step[0] != "command" && step[0] != "file") continue;
+        script += "entry" + Quoted(step[1]);
+        script += step[2] == "default" || step[2] == "-" ? " 10" : " " + step[2];
+        if (step[0] == "file") script += " /vendor/bin/cat";
+        for (size_t i = 3; i < step.size(); ++i) script += Quoted(step[i]);
+        script += '\n';
+    }
+    return script + "exit 0\n";
 }

@@ -42,7 +42,7 @@ constexpr Entry kModem[] = {
 
 void Dumpstate::dumpTouch(int fd) {
     // The path differs from board to board. An unset one fails in the report like any other.
-    protect("Touch Stats", [&] {
+    protect("touch", [&] {
         ::android::os::dumpstate::DumpFileToFd(
                 fd, "Touch Stats", ::android::base::GetProperty("ro.vendor.touch.dump_path", ""));
     });

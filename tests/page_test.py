@@ -117,7 +117,8 @@ class Page:
         subprocess.run([BOARDREPORT, 'page', '-o', self.file, *self.arguments], check=True, cwd=WORK)
         self.made = time.monotonic() - started
         self.browser.get('about:blank')
-        self.browser.get_log('browser'), self.browser.get_log('performance')
+        self.browser.get_log('browser')
+        self.browser.get_log('performance')
         started = time.monotonic()
         self.browser.get(f'file://{self.file}')
         self.wait('window.boardreport.ready')
@@ -311,7 +312,7 @@ def look_at_big(page):
 
 PAGES = [
     # name, how its report is made, what its page is of, what is looked at
-    ('healthy', lambda name: wearable(name), ['healthy.txt', '-b', 'healthy.tar'], look_at_healthy),
+    ('healthy', wearable, ['healthy.txt', '-b', 'healthy.tar'], look_at_healthy),
     ('faulty', lambda name: wearable(name, '--set', 'vendor.sim.contexthubd.args=--absent'), ['faulty.txt'], look_at_faulty),
     ('user', lambda name: wearable(name, '--set', 'ro.build.type=user'), ['user.txt'], None),
     ('comparison', None, ['healthy.txt', 'faulty.txt', 'user.txt'], look_at_comparison),

@@ -26,10 +26,10 @@ class Made:
     """A report of the generator's, and what its records have to say."""
 
     def __init__(self, *arguments, black_box=None, failed=(), lossy=False, cut=False,
-                 incomplete=(), facts=FACTS, truncated=None):
+                 incomplete=(), facts=None, truncated=None):
         self.arguments, self.truncated = arguments, truncated
         self.says = {'black_box': black_box, 'failed': set(failed), 'lossy': lossy, 'cut': cut,
-                     'incomplete': set(incomplete), 'facts': facts}
+                     'incomplete': set(incomplete), 'facts': FACTS if facts is None else facts}
 
     def write(self, path):
         subprocess.run([HERE / 'fleet/make_report.py', '--records', '610', '-o', path,

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <ctime>
 #include <iterator>
 #include <vector>
 
@@ -27,12 +26,6 @@ uint32_t GetU32(std::span<const uint8_t> payload, size_t at) {
     uint32_t value = 0;
     for (size_t i = 0; i < sizeof value; ++i) value |= uint32_t{payload[at + i]} << (8 * i);
     return value;
-}
-
-uint64_t SinceBoot() {
-    timespec now{};
-    clock_gettime(CLOCK_BOOTTIME, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
 }
 
 }  // namespace
@@ -80,8 +73,7 @@ void BlackBox::CountSensors(const Address& from, std::span<const uint8_t> /*payl
 }
 
 void BlackBox::TakeSnapshot(const Address& from, std::span<const uint8_t> payload) {
-    last_cookie_ = last_cookie_ == UINT8_MAX ? 1 : static_cast<uint8_t>(last_cookie_ + 1);
-    cookie_ = last_cookie_;
+    cookie_ = static_cast<uint8_t>(1 + snapshots_++ % UINT8_MAX);
     fragments_ = sensors().empty() ? 0 : recording_.fragments();
     if (payload.empty()) {
         channel_.Say("snapshot of %" PRIu32 " fragments, cookie %d", fragments_, cookie_);
@@ -92,11 +84,10 @@ void BlackBox::TakeSnapshot(const Address& from, std::span<const uint8_t> payloa
     std::vector<uint8_t> reply;
     Put(reply, fragments_);
     Put(reply, cookie_);
-    const uint64_t now = SinceBoot();
+    const uint64_t now = NanosSinceBoot();
     for (const SensorBuffer& sensor : sensors()) {
         Put(reply, sensor.type);
-        // A history that is longer than this machine is up begins when it booted, not before.
-        Put(reply, std::max(now - sensor.age_ns, sensor.span_ns));
+        Put(reply, now - sensor.age_ns);
     }
     channel_.Send(Message::kSnapshotReply, EncodeNanoappMessage(from, kSnapshotReply, reply));
 }
@@ -117,15 +108,14 @@ void BlackBox::GetFragment(const Address& from, std::span<const uint8_t> payload
 void BlackBox::SendPiece(const Address& to, const Recording::Piece& piece) {
     const SensorBuffer& sensor = recording_.sensors()[piece.sensor];
     const std::span<const uint8_t> bytes(sensor.bytes);
-    DataPiece sent{sensor.type,  cookie_,      static_cast<uint32_t>(bytes.size()),
-                   piece.offset, piece.length, bytes.subspan(piece.offset, piece.length)};
+    DataPiece sent{cookie_, bytes.subspan(piece.offset, piece.length)};
     channel_.faults().Distort(sent);
     std::vector<uint8_t> head;
-    Put(head, sent.sensor_type);
+    Put(head, sensor.type);
     Put(head, sent.cookie);
-    Put(head, sent.total_bytes);
-    Put(head, sent.offset);
-    Put(head, sent.length);
+    Put(head, static_cast<uint32_t>(bytes.size()));
+    Put(head, piece.offset);
+    Put(head, piece.length);
     for (int copy = 0; copy < sent.copies; ++copy) {
         channel_.Send(Message::kFragmentData,
                       EncodeNanoappMessage(to, kFragmentData, head, sent.data));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <span>
 
@@ -14,9 +15,9 @@ class BlackBox {
   public:
     static constexpr uint64_t kAppId = 0x4E6F727665001025;
 
-    // The recording outlives the exchange; `cookie` is the last one that any client was given.
-    BlackBox(const Recording& recording, uint8_t& cookie, Channel& channel)
-        : recording_(recording), last_cookie_(cookie), channel_(channel) {}
+    // All outlive the exchange; `snapshots` counts those of all clients.
+    BlackBox(const Recording& recording, std::atomic<uint32_t>& snapshots, Channel& channel)
+        : recording_(recording), snapshots_(snapshots), channel_(channel) {}
 
     // One message to the nanoapp; its answers go to `from`.
     void Receive(const Address& from, uint32_t type, std::span<const uint8_t> payload);
@@ -33,7 +34,7 @@ class BlackBox {
     std::span<const SensorBuffer> sensors() const;
 
     const Recording& recording_;
-    uint8_t& last_cookie_;
+    std::atomic<uint32_t>& snapshots_;
     Channel& channel_;
     uint8_t cookie_ = 0;      // of this client's snapshot; 0 before the first
     uint32_t fragments_ = 0;  // in it

@@ -3,14 +3,6 @@
 #include <algorithm>
 #include <charconv>
 
-namespace {
-
-bool Comes(uint32_t every, uint32_t count) {
-    return every != 0 && count % every == 0;
-}
-
-}  // namespace
-
 std::optional<Moment> Moment::Parse(std::string_view text) {
     const size_t colon = text.find(':');
     const auto* const name = std::ranges::find(kMessageNames, text.substr(0, colon));
@@ -33,13 +25,10 @@ Faults::Action Faults::Meet(Message message) {
     return is_now(plan_.hang_at) ? Action::kHang : Action::kNone;
 }
 
-bool Faults::GarbageComes() {
-    return Comes(plan_.garbage, ++sent_);
-}
-
 void Faults::Distort(DataPiece& piece) {
     ++pieces_;
     for (size_t row = 0; row < kPieceFaults.size(); ++row) {
-        if (Comes(plan_.pieces[row], pieces_)) kPieceFaults[row].distort(piece);
+        const uint32_t every = plan_.pieces[row];
+        if (every != 0 && pieces_ % every == 0) kPieceFaults[row].distort(piece);
     }
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -33,11 +32,7 @@ inline constexpr std::array<std::string_view, 11> kMessageNames = {
 
 // One piece of a sensor's data on its way out.
 struct DataPiece {
-    uint8_t sensor_type;
     uint8_t cookie;
-    uint32_t total_bytes;
-    uint32_t offset;
-    uint32_t length;  // as announced
     std::span<const uint8_t> data;
     int copies = 1;
 };
@@ -47,24 +42,13 @@ struct PieceFault {
     const char* help;
     void (*distort)(DataPiece& piece);
 };
-inline constexpr std::array<PieceFault, 10> kPieceFaults = {{
+inline constexpr std::array<PieceFault, 4> kPieceFaults = {{
         {"lose", "is never sent", [](DataPiece& piece) { piece.copies = 0; }},
         {"duplicate", "is sent twice", [](DataPiece& piece) { piece.copies = 2; }},
         {"wrong-cookie", "carries another snapshot's cookie",
          [](DataPiece& piece) { piece.cookie ^= 0xFF; }},
-        {"unsupported-type", "is of a sensor that nobody knows",
-         [](DataPiece& piece) { piece.sensor_type = 255; }},
-        {"short", "ends after its 14-byte header", [](DataPiece& piece) { piece.data = {}; }},
         {"truncate", "holds half of the data it announces",
          [](DataPiece& piece) { piece.data = piece.data.first(piece.data.size() / 2); }},
-        {"huge-length", "announces 4 GiB of data",
-         [](DataPiece& piece) { piece.length = UINT32_MAX; }},
-        {"huge-offset", "says it belongs at the end of 4 GiB",
-         [](DataPiece& piece) { piece.offset = UINT32_MAX; }},
-        {"huge-total", "says its sensor has nearly 4 GiB",
-         [](DataPiece& piece) { piece.total_bytes = UINT32_MAX & ~uint32_t{15}; }},
-        {"odd-total", "says its sensor has one byte more",
-         [](DataPiece& piece) { ++piece.total_bytes; }},
 }};
 
 // The Nth of its kind on a connection, from 1.
@@ -80,9 +64,9 @@ struct FaultPlan {
     bool absent = false;      // the black box isn't listed, nor reached
     bool disabled = false;    // it is listed as disabled, and not reached
     bool no_sensors = false;  // it has nothing to tell
-    uint32_t garbage = 0;     // before every Nth message sent; 0 is never, as below
-    std::array<uint32_t, kPieceFaults.size()> pieces{};  // every Nth one, by rows of kPieceFaults
-    std::chrono::milliseconds delay{0};                  // before every message sent
+    // By rows of kPieceFaults: every Nth piece has it, 0 is none.
+    std::array<uint32_t, kPieceFaults.size()> pieces{};
+    uint32_t delay_ms = 0;  // before every message sent
     std::optional<Moment> hang_at;
     std::optional<Moment> hang_up_at;
 };
@@ -98,13 +82,11 @@ class Faults {
 
     // To be asked once for each message, before it is handled or sent.
     Action Meet(Message message);
-    // To be asked once for each message sent.
-    bool GarbageComes();
+    // To be asked once for each piece.
     void Distort(DataPiece& piece);
 
   private:
     const FaultPlan& plan_;
     std::array<uint32_t, kMessageNames.size()> met_{};
-    uint32_t sent_ = 0;
     uint32_t pieces_ = 0;
 };

@@ -21,12 +21,12 @@ void Cut(uint32_t sensor, uint32_t size, std::mt19937_64& random,
 
 }  // namespace
 
-Recording::Recording(uint64_t seed, uint32_t records, Order order, const StuckSensor& stuck)
-    : random_(seed), sensors_(RecordSensors(random_, records, stuck)) {
+Recording::Recording(uint32_t records, const StuckSensor& stuck)
+    : random_(1), sensors_(RecordSensors(random_, records, stuck)) {
     for (uint32_t sensor = 0; sensor < sensors_.size(); ++sensor) {
         Cut(sensor, static_cast<uint32_t>(sensors_[sensor].bytes.size()), random_, pieces_);
     }
-    if (order == Order::kShuffled) std::ranges::shuffle(pieces_, random_);
+    std::ranges::shuffle(pieces_, random_);
 }
 
 uint32_t Recording::fragments() const {

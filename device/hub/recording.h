@@ -8,9 +8,8 @@
 
 #include "sensor_data.h"
 
-enum class Order { kShuffled, kSorted };
-
-// What every snapshot holds: the sensors' data and how it is cut. Made once and then only read.
+// What every snapshot holds: the sensors' data, and how it is cut and shuffled. Made once, for this
+// machine's uptime, and then only read.
 class Recording {
   public:
     // A part of one sensor's bytes.
@@ -20,7 +19,7 @@ class Recording {
         uint32_t length;
     };
 
-    Recording(uint64_t seed, uint32_t records, Order order, const StuckSensor& stuck);
+    Recording(uint32_t records, const StuckSensor& stuck);
 
     std::span<const SensorBuffer> sensors() const { return sensors_; }
     // A fragment holds a few pieces. Together, the fragments hold every byte of every sensor once.
@@ -28,7 +27,7 @@ class Recording {
     std::span<const Piece> fragment(uint32_t index) const;
 
   private:
-    std::mt19937_64 random_;
+    std::mt19937_64 random_;  // from one seed: the same data at each start
     std::vector<SensorBuffer> sensors_;
     std::vector<Piece> pieces_;
 };

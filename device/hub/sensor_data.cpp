@@ -5,6 +5,7 @@
 #include <bit>
 #include <cmath>
 #include <cstddef>
+#include <ctime>
 #include <limits>
 #include <numbers>
 #include <numeric>
@@ -17,6 +18,11 @@ using Values = std::array<double, 3>;
 constexpr double kGravity = 9.81;  // m/s²
 constexpr double kArm = 0.55;      // m, from the shoulder to the wrist
 constexpr double kTurn = 2 * std::numbers::pi;
+
+// Sensors start some seconds after boot, and hand over what they have in batches. Both are more
+// than what is lost where times are told in whole seconds.
+constexpr uint64_t kStart = 3'000'000'000;
+constexpr uint64_t kLatency = 2'500'000'000;
 
 double Between(double least, double most, Random& random) {
     return std::uniform_real_distribution(least, most)(random);
@@ -156,26 +162,36 @@ void PutU32(std::vector<uint8_t>& bytes, uint32_t value) {
     }
 }
 
+// The part of its times that lets even the longest recording, age included, fit into the time.
+double Squeeze(const Sensor& sensor, uint32_t count, uint64_t nanos) {
+    const double longest = (count + 1.0) * sensor.longest * static_cast<double>(sensor.unit_ns);
+    return std::min(1.0, static_cast<double>(nanos) / longest);
+}
+
 // The values stand still once `moving_ns` have been recorded.
 SensorBuffer Record(const Sensor& sensor, uint32_t count, uint64_t moving_ns, const Walk& walk,
-                    Random& random) {
-    SensorBuffer buffer{sensor.type, 0, 0, {}};
+                    Random& random, double squeeze) {
+    const auto squeezed = [squeeze](uint64_t time) {
+        return static_cast<uint64_t>(static_cast<double>(time) * squeeze);
+    };
+    SensorBuffer buffer{sensor.type, 0, {}};
+    uint64_t span_ns = 0;  // from before the oldest record to the newest
     buffer.bytes.reserve(count * (1 + sensor.values) * sizeof(uint32_t));
     std::uniform_int_distribution<uint32_t> interval(sensor.shortest, sensor.longest);
     Values values{};
     for (uint32_t number = 0; number < count; ++number) {
         const uint32_t delta = interval(random);
-        buffer.span_ns += delta * sensor.unit_ns;
-        PutU32(buffer.bytes, delta);
+        span_ns += delta * sensor.unit_ns;
+        PutU32(buffer.bytes, static_cast<uint32_t>(squeezed(delta)));
         const Values sampled =
-                sensor.sample({walk, static_cast<double>(buffer.span_ns) / 1e9, number, random});
-        if (number == 0 || buffer.span_ns < moving_ns) values = sampled;
+                sensor.sample({walk, static_cast<double>(span_ns) / 1e9, number, random});
+        if (number == 0 || span_ns < moving_ns) values = sampled;
         for (size_t i = 0; i < sensor.values; ++i) {
             PutU32(buffer.bytes, std::bit_cast<uint32_t>(static_cast<float>(values.at(i))));
         }
     }
-    buffer.age_ns =
-            std::uniform_int_distribution<uint64_t>(0, sensor.shortest * sensor.unit_ns)(random);
+    std::uniform_int_distribution<uint64_t> age(0, sensor.shortest * sensor.unit_ns);
+    buffer.age_ns = kLatency + squeezed(age(random));
     return buffer;
 }
 
@@ -189,17 +205,25 @@ std::vector<uint32_t> SensorTypes() {
     return types;
 }
 
+uint64_t NanosSinceBoot() {
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
+}
+
 std::vector<SensorBuffer> RecordSensors(std::mt19937_64& random, uint32_t records,
                                         const StuckSensor& stuck) {
     const Walk walk(random);
     const auto counts = Share(records);
+    const uint64_t recording = std::max(NanosSinceBoot(), kStart + kLatency) - kStart - kLatency;
     std::vector<SensorBuffer> buffers;
     buffers.reserve(kSensors.size());
     for (size_t i = 0; i < kSensors.size(); ++i) {
         const uint64_t moving_ns = kSensors[i].type == stuck.type
                                            ? uint64_t{stuck.after} * 1'000'000'000
                                            : std::numeric_limits<uint64_t>::max();
-        buffers.push_back(Record(kSensors[i], counts.at(i), moving_ns, walk, random));
+        buffers.push_back(Record(kSensors[i], counts.at(i), moving_ns, walk, random,
+                                 Squeeze(kSensors[i], counts.at(i), recording)));
     }
     return buffers;
 }

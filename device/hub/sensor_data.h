@@ -8,8 +8,7 @@
 // before it) and one or three 32-bit IEEE floats, all little-endian.
 struct SensorBuffer {
     uint8_t type;
-    uint64_t age_ns;   // of the newest record when a snapshot is taken
-    uint64_t span_ns;  // from before the oldest record to the newest
+    uint64_t age_ns;  // of the newest record when a snapshot is taken
     std::vector<uint8_t> bytes;
 };
 
@@ -25,7 +24,11 @@ std::vector<uint32_t> SensorTypes();
 // The fewest records that RecordSensors() can make.
 extern const uint32_t kFewestRecords;
 
+uint64_t NanosSinceBoot();
+
 // So many records in all, of someone who walks and stands by turns: all seven sensors of the black
-// box, every one with a record at least. The same random numbers make the same bytes.
+// box, every one with a record at least. All were made since boot: of a sensor whose recording
+// would have begun before, the records follow each other faster. The same random numbers make the
+// same values.
 std::vector<SensorBuffer> RecordSensors(std::mt19937_64& random, uint32_t records,
                                         const StuckSensor& stuck);

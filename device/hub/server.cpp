@@ -1,155 +1,113 @@
 #include "server.h"
 
-#include <sys/epoll.h>
+#include <android-base/unique_fd.h>
+#include <poll.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
+#include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <functional>
+#include <iterator>
 #include <system_error>
+#include <thread>
 #include <utility>
+#include <vector>
 
+#include "channel.h"
 #include "datagram.h"
 
 using android::base::unique_fd;
 
 namespace {
 
-// When no more clients can be taken, for want of descriptors or memory.
-constexpr int kPauseMillis = 100;
+// -1 with errno where it can't be done.
+unique_fd Listen(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    // Made beside and then moved, so that nobody finds it before it listens.
+    const std::string beside = path + ".new";
+    if (beside.size() >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        return {};
+    }
+    beside.copy(address.sun_path, beside.size());
+    unlink(beside.c_str());
+    unique_fd made(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    if (bind(made.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        listen(made.get(), SOMAXCONN) != 0 || std::rename(beside.c_str(), path.c_str()) != 0) {
+        return {};
+    }
+    return made;
+}
+
+unique_fd OpenSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, signal);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    return unique_fd(signalfd(-1, &set, SFD_CLOEXEC));
+}
+
+void ServeClient(unique_fd fd, unsigned number, Hub& hub, const FaultPlan& plan) {
+    Channel channel(fd.get(), number, plan);
+    Conversation conversation(hub, channel);
+    channel.Say("connected");
+    for (std::vector<uint8_t> buffer(kMostDatagram); channel.open();) {
+        const ssize_t received = recv(fd.get(), buffer.data(), buffer.size(), MSG_TRUNC);
+        // An empty datagram looks like the end, but doesn't come with it.
+        if (received < 0 || (received == 0 && channel.PeerLeaves(0))) break;
+        const auto size = static_cast<size_t>(received);
+        if (size <= buffer.size()) {
+            conversation.Receive({buffer.data(), size});
+        } else {
+            channel.Say("a datagram of %zu bytes, of which %zu are the most; ignored", size,
+                        buffer.size());
+        }
+    }
+    channel.Say("gone");
+}
+
+// False when it has to wait for descriptors or memory.
+bool Accept(int listener, unsigned number, Hub& hub, const FaultPlan& plan) {
+    unique_fd fd(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    if (fd.get() >= 0) {
+        try {
+            std::thread(ServeClient, std::move(fd), number, std::ref(hub), std::cref(plan))
+                    .detach();
+            return true;
+        } catch (const std::system_error&) {
+            errno = EAGAIN;
+        }
+    }
+    std::fprintf(stderr, "contexthubd: cannot take one more client: %s\n", std::strerror(errno));
+    return false;
+}
 
 }  // namespace
 
-Server::Server(int listener, Hub& hub, const Misbehaviour& misbehaviour)
-    : listener_(listener),
-      hub_(hub),
-      misbehaviour_(misbehaviour),
-      epoll_(epoll_create1(EPOLL_CLOEXEC)),
-      buffer_(kMostDatagram) {}
-
-bool Server::Watch(int operation, int fd, uint32_t events) {
-    epoll_event event{};
-    event.events = events;
-    event.data.fd = fd;
-    return epoll_ctl(epoll_.get(), operation, fd, &event) == 0;
-}
-
-void Server::Listen(bool on) {
-    if (listening_ == on) return;
-    listening_ = Watch(EPOLL_CTL_MOD, listener_, on ? EPOLLIN : 0U) == on;
-}
-
-std::string Server::Run(int stop) {
-    if (!Watch(EPOLL_CTL_ADD, stop, EPOLLIN) || !Watch(EPOLL_CTL_ADD, listener_, EPOLLIN)) {
-        return "cannot watch the socket: " + std::generic_category().message(errno);
-    }
-    listening_ = true;
-    for (std::array<epoll_event, 64> events{};;) {
-        const int count = epoll_wait(epoll_.get(), events.data(), events.size(), Patience());
-        if (count < 0 && errno != EINTR) {
-            return "cannot wait for messages: " + std::generic_category().message(errno);
-        }
-        if (count == 0) Listen(true);
-        for (int i = 0; i < count; ++i) {
-            const int fd = events.at(static_cast<size_t>(i)).data.fd;
-            if (fd == stop) return "";
-            if (fd == listener_) {
-                Accept();
-            } else if (const auto client = clients_.find(fd);
-                       !Serve(*client->second, events.at(static_cast<size_t>(i)).events)) {
-                Drop(client);
-            }
-        }
-        FlushDue();
-    }
-}
-
-void Server::Accept() {
-    unique_fd fd(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (fd.get() < 0) {
-        if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
-        std::fprintf(stderr, "contexthubd: cannot take one more client: %s\n",
+int Serve(const std::string& path, Hub& hub, const FaultPlan& plan) {
+    const unique_fd stop = OpenSignals();
+    const unique_fd listener = Listen(path);
+    if (listener.get() < 0) {
+        std::fprintf(stderr, "contexthubd: cannot listen at %s: %s\n", path.c_str(),
                      std::strerror(errno));
-        Listen(false);
-        return;
+        return 1;
     }
-    const bool faulty = accepted_ < misbehaviour_.clients;
-    const int key = fd.get();
-    auto client = std::make_unique<Client>(std::move(fd), ++accepted_, hub_,
-                                           faulty ? misbehaviour_.plan : well_behaved_);
-    client->watched = EPOLLIN | EPOLLRDHUP;
-    if (!Watch(EPOLL_CTL_ADD, key, client->watched)) {
-        client->channel.Say("cannot watch it: %s", std::strerror(errno));
-        return;
+    std::fprintf(stderr, "contexthubd: listening at %s\n", path.c_str());
+    for (unsigned accepted = 0;;) {
+        pollfd ready[] = {{stop.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}};
+        poll(ready, std::size(ready), -1);
+        if (ready[0].revents != 0) return 0;
+        if (Accept(listener.get(), accepted + 1, hub, plan)) {
+            ++accepted;
+        } else {
+            poll(ready, 1, 100);
+        }
     }
-    client->channel.Say("connected");
-    clients_.emplace(key, std::move(client));
-}
-
-// False when the client is to be dropped, as below.
-bool Server::Serve(Client& client, uint32_t events) {
-    const bool peer_closed = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
-    if (client.channel.hung()) {
-        if (peer_closed) return false;
-    } else if ((events & EPOLLIN) != 0) {
-        // One datagram a turn, so that everybody's turn comes.
-        if (!Receive(client, peer_closed)) return false;
-    } else if (peer_closed) {
-        return false;
-    }
-    return Flush(client);
-}
-
-bool Server::Receive(Client& client, bool peer_closed) {
-    const ssize_t received = recv(client.fd.get(), buffer_.data(), buffer_.size(), MSG_TRUNC);
-    if (received < 0) return errno == EAGAIN || errno == EINTR;
-    // An empty datagram looks like the end, but doesn't come with it.
-    if (received == 0 && peer_closed) return false;
-    const auto size = static_cast<size_t>(received);
-    if (size > buffer_.size()) {
-        client.channel.Say("a datagram of %zu bytes, of which %zu are the most; ignored", size,
-                           buffer_.size());
-        return true;
-    }
-    client.conversation.Receive({buffer_.data(), size});
-    return true;
-}
-
-bool Server::Flush(Client& client) {
-    Channel& channel = client.channel;
-    if (!channel.Flush(client.fd.get())) return false;
-    const uint32_t wanted =
-            EPOLLRDHUP | (channel.hung() ? 0U : EPOLLIN) | (channel.blocked() ? EPOLLOUT : 0U);
-    if (wanted == client.watched) return true;
-    client.watched = wanted;
-    return Watch(EPOLL_CTL_MOD, client.fd.get(), wanted);
-}
-
-void Server::FlushDue() {
-    if (misbehaviour_.plan.delay.count() == 0) return;  // nothing is ever left for later
-    const auto now = Channel::Clock::now();
-    for (auto client = clients_.begin(); client != clients_.end();) {
-        const auto one = client++;
-        if (one->second->channel.due() <= now && !Flush(*one->second)) Drop(one);
-    }
-}
-
-// How long epoll may wait, in milliseconds.
-int Server::Patience() const {
-    int patience = listening_ ? -1 : kPauseMillis;
-    if (misbehaviour_.plan.delay.count() == 0) return patience;
-    auto due = Channel::Clock::time_point::max();
-    for (const auto& [fd, client] : clients_) due = std::min(due, client->channel.due());
-    if (due == Channel::Clock::time_point::max()) return patience;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Channel::Clock::now());
-    const int millis = static_cast<int>(std::clamp<int64_t>(left.count(), 0, 60'000));
-    return patience < 0 ? millis : std::min(patience, millis);
-}
-
-void Server::Drop(Clients::iterator client) {
-    client->second->channel.Say("gone");
-    clients_.erase(client);
-    Listen(true);
 }

@@ -252,6 +252,12 @@ char* __wrap_mkdtemp(char* name) {
     return name;
 }
 
+int __wrap_rmdir(const char* path) {
+    Write("write", path);
+    errno = ENOTEMPTY;  // so that what is done then is seen as well
+    return -1;
+}
+
 int __wrap_rename(const char* from, const char* to) {
     Write("write", from);
     Write("write", to);
