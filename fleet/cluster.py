@@ -21,7 +21,7 @@ PLACES = [(shard, replica) for shard in (1, 2) for replica in (1, 2)]
 ZOOKEEPER = '/usr/share/java/zookeeper.jar'
 TYPES = {'text': 'String', 'integer': 'Int64', 'number': 'Float64', 'flag': 'UInt8', 'times': 'Array(UInt64)',
          'values': 'Array(Array(Nullable(Float64)))'}
-ALIVE, DATABASE = 'SELECT 1', 'CREATE DATABASE fleet'
+ALIVE = 'SELECT 1'
 START_SECONDS, ASK_SECONDS, SETTLE_SECONDS, LATE_SECONDS = 90, 300, 120, 15
 
 
@@ -51,19 +51,17 @@ def type_of(kind):
 
 def statements():
     """Of each table: what a server stores, what it shows of it, and the same of all servers."""
-    yield DATABASE
     for table in tables.TABLES:
         its = ', '.join(f'`{name}` {type_of(kind)}' for name, kind in tables.columns(table))
         names = ', '.join(f'`{name}`' for name, _ in tables.columns(table))
-        yield (f"CREATE TABLE fleet.{table}_stored ({its}, arrived Date DEFAULT today()) "
+        yield (f"CREATE TABLE {table}_stored ({its}, arrived Date DEFAULT today()) "
                f"ENGINE = ReplicatedReplacingMergeTree('/fleet/{{shard}}/{table}', '{{replica}}') "
                'PARTITION BY arrived ORDER BY (key, n)')
         # The same row may have come twice, and may not be merged yet.
-        yield f'CREATE VIEW fleet.{table}_here AS SELECT {names} FROM fleet.{table}_stored FINAL'
-        yield f"CREATE TABLE fleet.{table} ({its}) ENGINE = Distributed(fleet, fleet, {table}_here)"
-        yield (f"CREATE TABLE fleet.{table}_in ({its}) "
-               f"ENGINE = Distributed(fleet, fleet, {table}_stored, cityHash64(key))")
-    yield from tables.VIEWS
+        yield f'CREATE VIEW {table}_here AS SELECT {names} FROM {table}_stored FINAL'
+        yield f"CREATE TABLE {table} ({its}) ENGINE = Distributed(fleet, default, {table}_here)"
+        yield (f"CREATE TABLE {table}_in ({its}) "
+               f"ENGINE = Distributed(fleet, default, {table}_stored, cityHash64(key))")
 
 
 class Server:
@@ -106,7 +104,7 @@ class Server:
         """The answer's bytes. OSError where nobody is there (any more)."""
         connection = http.client.HTTPConnection(HOST, int(self.environment['FLEET_HTTP']), timeout=seconds)
         try:
-            connection.request('POST', '/' if sql in (ALIVE, DATABASE) else '/?database=fleet',
+            connection.request('POST', '/',
                                sql.encode() + b'\n' + body)
             answer = connection.getresponse()
             text = answer.read()
@@ -166,6 +164,9 @@ class Cluster:
                 wait_for(f'{server.name} to answer', START_SECONDS, server.answers)
                 for statement in statements():
                     server.post(statement)
+            for server in self.servers:  # once all have the tables, which are looked at
+                for view in tables.VIEWS:
+                    server.post(view)
         except BaseException:
             self.__exit__()
             raise

@@ -6,4 +6,5 @@ FROM (SELECT what, sum(is_new) AS has_now, sum(1 - is_new) AS has_before, 1 AS o
       FROM (SELECT key, what FROM troubles) JOIN (SELECT key, is_new FROM newest) USING (key)
       GROUP BY what)
 JOIN (SELECT sum(is_new) AS of_now, sum(1 - is_new) AS of_before, 1 AS one FROM newest) USING (one)
-WHERE has_now + has_before >= 8
+-- The sizes are asked for, as ClickHouse of 2018 makes rows of a sum that nobody reads.
+WHERE has_now + has_before >= 8 AND of_now + of_before > 0
