@@ -12,7 +12,8 @@ TYPES = {'text': 'VARCHAR', 'integer': 'BIGINT', 'number': 'DOUBLE', 'flag': 'BO
 # What ClickHouse calls so.
 MACROS = ('groupArray(x) AS list(x)', 'groupUniqArray(x) AS list(DISTINCT x)', 'arraySort(x) AS list_sort(x)',
           'arrayJoin(x) AS unnest(x)', "arrayStringConcat(x, y) AS array_to_string(x, y)",
-          'toUInt64(x) AS CAST(x AS BIGINT)')
+          'toUInt64(x) AS CAST(x AS BIGINT)', 'toInt64(x) AS CAST(x AS BIGINT)',
+          'toFloat64(x) AS CAST(x AS DOUBLE)')
 
 
 class Failed(Exception):

@@ -119,6 +119,22 @@ def check_own_reports_and_questions():
             yield f'{words}: {said.returncode}, {said.stderr}'
 
 
+def check_baseline():
+    """The fleet's baseline is the one that boardreport makes of the same reports, to the byte."""
+    boardreport = HERE / 'build/bin/boardreport'
+    if subprocess.run([boardreport, 'baseline', '--help'], capture_output=True, check=False).returncode != 0:
+        print('this boardreport makes no baselines')
+        return
+    folder = WORK / 'usual'
+    folder.mkdir()
+    make_reports.make_reports(folder, 60, options=('--records', '610', '--size', '2000'))
+    said = fleet(folder, '-o', WORK / 'usual.html')
+    reports = sorted(folder.glob('*.txt'))
+    theirs = subprocess.run([boardreport, 'baseline', *reports, '-o', WORK / 'theirs.json'], capture_output=True, check=False)
+    if theirs.returncode != 0 or (WORK / 'theirs.json').read_bytes() != (WORK / 'usual.baseline.json').read_bytes():
+        yield f'{theirs.stderr.decode()}, {said.stderr}; see {WORK}'
+
+
 def check_no_network():
     """A sentence within ten seconds."""
     begin = time.monotonic()
