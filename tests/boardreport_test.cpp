@@ -73,15 +73,15 @@ TEST_F(BoardreportTest, ShowsEachSectionAndKeepsTheReport) {
                      R"(^ +\d+\.\d{3} s  VENDOR PROPERTIES\n( +\d+\.\d{3} s  .*\n)+)"
                      R"(\d+ sections, 1 failed or timed out \(Power supply property sw5100_bms\); )"
                      R"(black box: 7 sensors, \d+ records; )"
-                     R"([\d.]+ KiB in report.txt; [\d.]+ s\n$)"))
+                     R"([\d.]+ KiB in report.txt; [\d.]+ s\nNothing is wrong\n$)"))
             << result.output;
     EXPECT_NE(result.output.find("sw5100_bms: cannot open /sys"), std::string::npos);
     EXPECT_NE(result.output.find("; " + SizeOf("report.txt") + "; "), std::string::npos);
-    // A line for each section and the black box, and the number in the last.
+    // A line for each section and the black box, the number, and what is wrong.
     const auto lines = static_cast<size_t>(std::ranges::count(result.output, '\n'));
     const size_t sections =
             Matches(ReadFile("/tmp/out/report.txt"), "\n(------ [0-9.]+s was the dur)").size();
-    EXPECT_EQ(lines, sections + 2) << result.output;
+    EXPECT_EQ(lines, sections + 3) << result.output;
     EXPECT_NE(result.output.find("\n" + std::to_string(sections) + " sections, "),
               std::string::npos);
     EXPECT_EQ(Shell("ls").output, "report.txt\n");
@@ -134,7 +134,7 @@ TEST_F(BoardreportTest, ChecksThatTheBundleIsWhole) {
     EXPECT_EQ(whole.status, 0) << whole.output;
     EXPECT_TRUE(HasMatch(
             whole.output,
-            R"(in report.txt, [\d.]+ KiB in bundle.tar; [\d.]+ s\n14\nbundle.tar\nreport.txt\n$)"))
+            R"(in report.txt, [\d.]+ KiB in bundle.tar; [\d.]+ s\nNothing is wrong\n14\nbundle.tar\nreport.txt\n$)"))
             << whole.output;
     EXPECT_NE(whole.output.find(SizeOf("report.txt") + ", " + SizeOf("bundle.tar") + "; "),
               std::string::npos)
@@ -242,7 +242,7 @@ TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
     EXPECT_TRUE(
             HasMatch(page.output,
                      R"(\nboardreport: cannot write folder/page: No such file or directory;.*\n)"
-                     R"(\d+ sections.* KiB in report.txt; [\d.]+ s\n$)"))
+                     R"(\d+ sections.* KiB in report.txt; [\d.]+ s\nNothing is wrong\n$)"))
             << page.output;
 }
 

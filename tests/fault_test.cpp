@@ -354,7 +354,7 @@ std::vector<Fault> Faults() {
     const std::string some;
     std::vector<Fault> faults{
             {"nobody-reads-the-report-yet", NobodyReadsTheReportYet, "Modem SSR history"},
-            {"nobody-reads-standard-output", NobodyReadsStandardOutput, "the reader has stopped",
+            {"nobody-reads-standard-output", NobodyReadsStandardOutput, "its reader has stopped",
              AllTitles(), false},
             BothGo("both-to-nobody", ToNobody),
             BothGo("both-to-a-full-disk", ToAFullDisk),

@@ -23,6 +23,7 @@
 #include "progress.h"
 #include "read_reports.h"
 #include "report_parser.h"
+#include "rule_files.h"
 #include "units.h"
 
 namespace {
@@ -31,8 +32,6 @@ using reader::HumanSize;
 
 constexpr int kRedrawMillis = 500;
 constexpr size_t kBuffer = size_t{256} * 1024;
-// What the service writes last.
-constexpr std::string_view kLastSection = "Modem SSR history";
 
 void Complain(const std::string& sentence) {
     std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
@@ -138,9 +137,7 @@ class Stream {
 class BoardCall {
   public:
     explicit BoardCall(const BoardOptions& options)
-        : mode_(options.mode),
-          report_(options.report, "-o"),
-          parser_(progress_.Listener()) {
+        : mode_(options.mode), report_(options.report, "-o"), parser_(progress_.Listener()) {
         if (!options.no_bundle) bundle_.emplace(options.bundle, "-b");
         if (!options.page.empty()) page_.emplace(options.page);
     }
@@ -189,6 +186,7 @@ class BoardCall {
         if (report.empty() && bundle.empty() && bundle_ && !bundle_->Commit()) {
             bundle = bundle_->file().Sentence();
         }
+        Judge();
         const bool page = MakePage(report.empty());
         if (report.empty()) {
             Summarize(page);
@@ -239,13 +237,6 @@ class BoardCall {
         progress_.Redraw(bundle_ ? bundle_->file().size() : 0);
     }
 
-    // "" or what a report that was accepted lacks. Whether it is whole is decided here alone.
-    std::string WhatIsMissing() const {
-        if (!progress_.all_finished()) return "the report has sections that never ended";
-        if (progress_.last() != kLastSection || parser_.cut()) return "the report's end is missing";
-        return "";
-    }
-
     // "" or what is wrong with the report, and where what came of it is.
     std::string ReportFault() const {
         const OutputFile& file = report_.file();
@@ -255,7 +246,7 @@ class BoardCall {
         if (file.error() != 0) return file.Sentence();
         if (outcome_ && !outcome_->empty()) return *outcome_ + Kept();
         if (file.size() == 0) return "the call was accepted, but no report came";
-        const std::string missing = WhatIsMissing();
+        const std::string missing = progress_.WhatIsMissing();
         return missing.empty() ? "" : missing + Kept();
     }
 
@@ -291,6 +282,18 @@ class BoardCall {
     }
 
     // Shows what came of the report, whole or not; true when that is done or not wanted.
+    // What came of the report is judged anew once it is in its file, where its lines can be looked
+    // at.
+    void Judge() {
+        LoadRules({}, rules_);
+        if (!report_.file().is_kept() || report_.file().size() == 0) return;
+        reader::Report report;
+        reader::Verdict verdict;
+        if (ReadAndJudge(report_.file().path(), rules_, false, report, verdict).empty()) {
+            progress_.Take(std::move(verdict));
+        }
+    }
+
     bool MakePage(bool whole) {
         if (!page_ || report_.file().size() == 0) return true;
         reader::PageOptions options;
@@ -298,7 +301,7 @@ class BoardCall {
         if (HasBundle() && bundle_->file().is_kept()) {
             options.bundle = bundle_->file().path();
         }
-        return WritePageFile({report_.file().path()}, options, *page_, whole) == 0;
+        return WritePageFile({report_.file().path()}, rules_, options, *page_, whole) == 0;
     }
 
     double Seconds() const {
@@ -317,6 +320,7 @@ class BoardCall {
         if (page_ && page_is_there && page_->is_kept()) {
             std::fprintf(stderr, "%s shows it in a browser\n", page_->name().c_str());
         }
+        std::fprintf(stderr, "%s\n", progress_.Findings().c_str());
     }
 
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
@@ -324,6 +328,7 @@ class BoardCall {
     Stream report_;
     std::optional<Stream> bundle_;
     std::optional<OutputFile> page_;
+    reader::Rules rules_;
     Progress progress_;
     reader::ReportParser parser_;
     DumpstateClient client_;

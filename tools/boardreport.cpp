@@ -9,6 +9,7 @@
 #include "board_call.h"
 #include "dumpstate_client.h"
 #include "read_reports.h"
+#include "rule_files.h"
 
 namespace {
 
@@ -41,9 +42,14 @@ struct ReadingWords {
     std::string output = "report.html";
     std::string bundle;
     bool whole = false;
+    std::vector<std::string> check_files;
+    std::string baseline_file = "-";
+    RuleOptions rules;
     CLI::App* summary;
     CLI::App* page;
     CLI::App* json;
+    CLI::App* checks;
+    CLI::App* baseline;
 };
 
 ReadingWords::ReadingWords(CLI::App& app)
@@ -53,14 +59,39 @@ ReadingWords::ReadingWords(CLI::App& app)
       page(app.add_subcommand("page",
                               "Write a page for a browser that shows a finished report, or several "
                               "beside one another")),
-      json(app.add_subcommand("json", "Print finished reports as one JSON object a line")) {
+      json(app.add_subcommand("json", "Print finished reports as one JSON object a line")),
+      checks(app.add_subcommand("checks",
+                                "List what reports are checked for, and try the examples in files "
+                                "of checks")),
+      baseline(app.add_subcommand(
+              "baseline", "Learn what is usual from reports of healthy devices, for --baseline")) {
+    checks->add_option("FILE", check_files, "Files of checks, over those that are in force")
+            ->type_name("FILE");
+    checks->footer(
+            "Exit status: 0 when nothing is wrong in the files, else 1; 3 when one can't be read.");
+    baseline->footer(
+            "Exit status: 0; 2 for bad usage, 3 when a report can't be read or is not whole.");
+    baseline->add_option("REPORT", files, "The reports, and baselines made before")
+            ->type_name("FILE")
+            ->required();
+    baseline->add_option("-o", baseline_file, "The baseline; - is standard output")
+            ->type_name("FILE")
+            ->capture_default_str();
     for (CLI::App* const word : {summary, page, json}) {
+        word->add_option("--checks", rules.checks,
+                         "A file of checks to judge by as well; several may be given")
+                ->type_name("FILE")
+                ->expected(1)
+                ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        word->add_option("--baseline", rules.baseline, "What is usual, to judge by as well")
+                ->type_name("FILE");
         word->add_option("REPORT", files, "The reports; - is standard input")
                 ->type_name("FILE")
                 ->required();
     }
     summary->footer(
-            "Exit status: 0 when nothing failed and nothing differs, else 1; 2 for bad usage, 3 "
+            "Exit status: 0 without an error or a warning and when nothing differs, else 1; 2 for "
+            "bad usage, 3 "
             "when "
             "a report can't be read.");
     json->footer("Exit status: 0; 2 for bad usage, 3 when a report can't be read.");
@@ -73,13 +104,17 @@ ReadingWords::ReadingWords(CLI::App& app)
 }
 
 std::optional<int> ReadingWords::Run() const {
-    if (summary->parsed()) return PrintSummary(files);
-    if (json->parsed()) return PrintRecords(files);
-    if (!page->parsed()) return {};
+    if (checks->parsed()) return PrintChecks(check_files);
+    if (baseline->parsed()) return WriteBaseline(files, baseline_file);
+    if (!summary->parsed() && !json->parsed() && !page->parsed()) return {};
+    reader::Rules judged_by;
+    if (const int status = LoadRules(rules, judged_by); status != 0) return status;
+    if (summary->parsed()) return PrintSummary(files, judged_by);
+    if (json->parsed()) return PrintRecords(files, judged_by);
     reader::PageOptions options;
     options.whole = whole;
     if (!bundle.empty()) options.bundle = bundle;
-    return WritePageFile(files, options, output);
+    return WritePageFile(files, judged_by, options, output);
 }
 
 int Run(int argc, char** argv) {

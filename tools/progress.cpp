@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -85,6 +86,13 @@ void Progress::Clear() {
     if (live_) std::fputs("\r\x1b[K", stderr);
 }
 
+std::string Progress::WhatIsMissing() const {
+    if (verdict_.complete) return "";
+    if (report_.tally.unfinished > 0) return "the report has sections that never ended";
+    if (!report_.at_end || report_.cut) return "the report's end is missing";
+    return "text of the report is lost";
+}
+
 std::string Progress::Verdict() const {
     std::string names;
     const size_t failed = report_.tally.failed;
@@ -100,6 +108,10 @@ std::string Progress::Verdict() const {
     if (named > 0) names += ")";
     return std::to_string(sections()) + " sections, " + std::to_string(failed) +
            " failed or timed out" + names +
-           "; black box: " + Printable(reader::DescribeBlackBoxes(report_, verdict_)) + "; " +
-           verdict_.Counts();
+           "; black box: " + Printable(reader::DescribeBlackBoxes(report_, verdict_));
+}
+
+std::string Progress::Findings() const {
+    if (verdict_.findings.empty()) return "Nothing is wrong";
+    return verdict_.Counts() + "; the worst: " + Printable(verdict_.findings.front().says);
 }

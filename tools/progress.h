@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "report.h"
 #include "verdict.h"
@@ -21,19 +22,21 @@ class Progress {
     reader::ReportParser::Listener Listener();
     // After the parser's Finish().
     void Finish(const reader::ReportParser& parser);
+    // What the report was found to be when it was read again.
+    void Take(reader::Verdict&& verdict) { verdict_ = std::move(verdict); }
     // Redraws the last line, if this is a terminal.
     void Redraw(uint64_t bundle_size);
     // Takes the last line away.
     void Clear();
 
-    // The title of the section that came last.
-    const std::string& last() const { return report_.tally.last; }
     size_t sections() const { return report_.tally.sections; }
-    // After Finish(): all that began has ended.
-    bool all_finished() const { return report_.tally.unfinished == 0; }
+    // After Finish(): "" or what a report that was accepted lacks.
+    std::string WhatIsMissing() const;
     // "55 sections, 2 failed or timed out (VENDOR PROPERTIES, ...); black box: 7 sensors, ...; 2
     // errors"
     std::string Verdict() const;
+    // "5 errors, 12 warnings; the worst: The battery is overheating"; "Nothing is wrong"
+    std::string Findings() const;
     // "" or a sentence about what was asked, when that is no wearable.
     std::string Host() const { return reader::HostSentence(report_.tally); }
 

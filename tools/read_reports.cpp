@@ -15,19 +15,22 @@
 #include "report.h"
 #include "summary.h"
 #include "terminal.h"
+#include "watch.h"
 
 namespace {
 
 // 0, or the exit status after it has said what is wrong.
-int Read(const std::vector<std::string>& files, bool texts, std::vector<reader::Report>& reports) {
+int Read(const std::vector<std::string>& files, const reader::Rules& rules, bool texts,
+         std::vector<reader::Report>& reports, std::vector<reader::Verdict>& verdicts) {
     if (std::ranges::count(files, "-") > 1) {
         Complain("standard input is one report; name the others by their files");
         return kBadUsage;
     }
     reports.resize(files.size());
+    verdicts.resize(files.size());
     int status = 0;
     for (size_t i = 0; i < files.size(); ++i) {
-        const std::string sentence = reader::ReadReport(files[i], texts, reports[i]);
+        const std::string sentence = ReadAndJudge(files[i], rules, texts, reports[i], verdicts[i]);
         if (sentence.empty()) continue;
         Complain(sentence);
         status = kUnreadable;
@@ -90,22 +93,34 @@ class RemovedOnSignal {
 
 }  // namespace
 
-int PrintSummary(const std::vector<std::string>& files) {
+std::string ReadAndJudge(const std::string& file, const reader::Rules& rules, bool texts,
+                         reader::Report& report, reader::Verdict& verdict) {
+    reader::Watch watch(rules, report);
+    const std::string sentence = reader::ReadReport(
+            file, texts, report, [&watch](reader::Section& section) { watch.Take(section); });
+    if (sentence.empty()) verdict = reader::Judge(report, watch);
+    return sentence;
+}
+
+int PrintSummary(const std::vector<std::string>& files, const reader::Rules& rules) {
     std::vector<reader::Report> reports;
-    if (const int status = Read(files, false, reports); status != 0) return status;
+    std::vector<reader::Verdict> verdicts;
+    if (const int status = Read(files, rules, false, reports, verdicts); status != 0) {
+        return status;
+    }
     const bool colour = isatty(STDOUT_FILENO) == 1 && WantsColour();
-    const reader::Summary summary = reader::Summarize(reports, colour);
+    const reader::Summary summary = reader::Summarize(reports, verdicts, colour);
     OutputFile output("-");
     output.Write(summary.text);
     return Written(output) && summary.good ? 0 : 1;
 }
 
-int PrintRecords(const std::vector<std::string>& files) {
+int PrintRecords(const std::vector<std::string>& files, const reader::Rules& rules) {
     OutputFile output("-");
     const reader::Sink sink = [&output](std::string_view bytes) { return output.Write(bytes); };
     int status = 0;
     for (const std::string& file : files) {
-        const std::string sentence = reader::WriteJson(file, sink);
+        const std::string sentence = reader::WriteJson(file, rules, sink);
         if (!Written(output)) return 1;
         if (sentence.empty()) continue;
         Complain(sentence);
@@ -114,8 +129,8 @@ int PrintRecords(const std::vector<std::string>& files) {
     return status;
 }
 
-int WritePageFile(const std::vector<std::string>& files, const reader::PageOptions& options,
-                  const std::string& output) {
+int WritePageFile(const std::vector<std::string>& files, const reader::Rules& rules,
+                  const reader::PageOptions& options, const std::string& output) {
     std::vector<std::string> read = files;
     if (options.bundle) read.push_back(*options.bundle);
     if (IsOneOf(output, read)) {
@@ -128,16 +143,18 @@ int WritePageFile(const std::vector<std::string>& files, const reader::PageOptio
     }
     OutputFile file(output);
     const RemovedOnSignal unfinished(file);
-    return WritePageFile(files, options, file, true);
+    return WritePageFile(files, rules, options, file, true);
 }
 
-int WritePageFile(const std::vector<std::string>& files, const reader::PageOptions& options,
-                  OutputFile& output, bool whole) {
+int WritePageFile(const std::vector<std::string>& files, const reader::Rules& rules,
+                  const reader::PageOptions& options, OutputFile& output, bool whole) {
     if (!Written(output)) return 1;
     std::vector<reader::Report> reports;
-    if (const int status = Read(files, true, reports); status != 0) return status;
-    const std::string sentence = reader::WritePage(
-            reports, options, [&output](std::string_view bytes) { return output.Write(bytes); });
+    std::vector<reader::Verdict> verdicts;
+    if (const int status = Read(files, rules, true, reports, verdicts); status != 0) return status;
+    const std::string sentence =
+            reader::WritePage(reports, verdicts, options,
+                              [&output](std::string_view bytes) { return output.Write(bytes); });
     if (whole && sentence.empty()) output.Commit();
     if (!Written(output)) return 1;
     if (!sentence.empty()) {

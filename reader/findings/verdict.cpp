@@ -103,7 +103,7 @@ void Judgement::AddBlackBoxTrouble(const std::string& what) {
 
 void Judgement::JudgeSections() {
     for (const Section& section : report_.sections) {
-        if (section.failure.empty()) continue;
+        if (section.failure.empty() || !section.expected.empty()) continue;
         const bool late = section.failure.starts_with("timed out after ");
         Finding& finding = Add(late ? "section-timed-out" : "section-failed", Severity::kError,
                                section.title, "");
@@ -157,6 +157,11 @@ void Judgement::JudgeLosses() {
     for (const ReportParser::Loss& loss : report_.losses) {
         if (loss.kind == Kind::kHeader) {
             AddLoss("text-lost", loss.title, "has an end and no beginning: its header is lost");
+        } else if (loss.kind == Kind::kAround) {
+            Finding& finding = AddLoss("text-lost", "The report",
+                                       "has lines outside of any section: what was around them is "
+                                       "lost");
+            finding.evidence = loss.title;
         } else if (loss.kind == Kind::kFooter) {
             AddLoss("text-lost", loss.title,
                     "seems to hold other sections of this report: a footer and a header are lost");
@@ -255,7 +260,10 @@ void Judgement::JudgeRecords(Place place) {
     const SensorStatistics& its = At(place).statistics;
     const BlackBox& black_box = report_.black_boxes[place.black_box];
     using enum Severity;
-    if (its.still) AddSensor("sensor-frozen", kWarning, place, "stood still, all values equal");
+    // Few records of a block that was cut say nothing.
+    constexpr size_t kFewRecords = 10;
+    if (its.still && (black_box.ended || its.records >= kFewRecords))
+        AddSensor("sensor-frozen", kWarning, place, "stood still, all values equal");
     if (its.frozen) {
         AddSensor("sensor-frozen", kWarning, place,
                   "froze at " + At(its.frozen->begin) +
@@ -320,6 +328,7 @@ void Judgement::JudgeTime() {
     if (unaccounted <= kUnaccountedSeconds) return;
     // The modem's logs are fetched meanwhile, where there is a bundle and verbose logging is on.
     if (unaccounted <= kMostWaitedSeconds && report_.verbose.value_or(true)) {
+        verdict_.unaccounted = unaccounted;
         Add("time-unaccounted", Severity::kWarning, "About " + Seconds(std::round(unaccounted)),
             "passed between the black box and " + std::string(kTimesSection) +
                     " that no section accounts for")
@@ -339,7 +348,6 @@ Verdict Judgement::Take() {
     JudgeSections();
     JudgeBlackBoxes();
     JudgeTime();
-    verdict_.Sort();
     return std::move(verdict_);
 }
 
@@ -354,12 +362,14 @@ size_t Verdict::Count(Severity severity) const {
     return static_cast<size_t>(std::ranges::count(findings, severity, &Finding::severity));
 }
 
+std::string Verdict::CountOf(Severity severity) const {
+    return Counted(Count(severity), WordOf(severity).data());
+}
+
 std::string Verdict::Counts() const {
     std::string counts;
     for (const Severity severity : {Severity::kError, Severity::kWarning, Severity::kNote}) {
-        const size_t count = Count(severity);
-        if (count == 0) continue;
-        counts += (counts.empty() ? "" : ", ") + Counted(count, WordOf(severity).data());
+        if (Count(severity) > 0) counts += (counts.empty() ? "" : ", ") + CountOf(severity);
     }
     return counts.empty() ? "nothing is wrong" : counts;
 }
@@ -391,7 +401,9 @@ void Verdict::Sort() {
 }
 
 Verdict Judge(const Report& report) {
-    return Judgement(report).Take();
+    Verdict verdict = Judgement(report).Take();
+    verdict.Sort();
+    return verdict;
 }
 
 std::string DescribeBlackBoxes(const Report& report, const Verdict& verdict) {

@@ -39,7 +39,8 @@ struct Finding {
     std::optional<size_t> index;
     std::optional<uint64_t> line;
     std::optional<SensorPlace> sensor;
-    std::string evidence;  // the very line; "" where it is no line that shows it
+    std::string evidence;               // the very line; "" where it is no line that shows it
+    std::vector<const FactRow*> facts;  // that it rests on
 };
 
 // What is wrong with a report: one list, which everything shows and counts.
@@ -50,9 +51,14 @@ struct Verdict {
     // What is wrong with the black box, in few words; "" when nothing is.
     std::string black_box;
 
+    // Seconds before the times section that no section accounts for, where that is found.
+    double unaccounted = 0;
+
     size_t Count(Severity severity) const;
     // No error and no warning.
     bool good() const { return Count(Severity::kError) + Count(Severity::kWarning) == 0; }
+    // "2 errors"
+    std::string CountOf(Severity severity) const;
     // "2 errors, 1 warning"; "nothing is wrong"
     std::string Counts() const;
     // What is wrong with the sensor: "froze at ..., 2 gaps"; "" when nothing is.
@@ -68,8 +74,13 @@ struct Verdict {
     std::map<std::pair<size_t, size_t>, std::string> words_;  // by black box and sensor
 };
 
-// What the report is found to be by the checks that are built in. Of its sections only those that
-// have failed or are not finished need be there, of its sensors what they are like.
+class Watch;
+
+// What the report is found to be by what the rules say, and by what its sections showed to the
+// watch when it was read. Of its sections only those that have failed or are not finished need be
+// there, of its sensors what they are like.
+Verdict Judge(const Report& report, const Watch& watch);
+// The same by the checks alone that are code, whose findings have all to be told.
 Verdict Judge(const Report& report);
 
 // "7 sensors, 7,495 records", or why there are none.

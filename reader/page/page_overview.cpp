@@ -31,8 +31,8 @@ std::string Sentence(const PageContent& page) {
     const Verdict& verdict = page.verdicts.front();
     std::string counts = verdict.Counts();
     if (verdict.findings.empty()) counts[0] = 'N';
-    return counts + (verdict.complete ? "; a whole report, " : "; not a whole report, ") +
-           Grouped(tally.sections) + " sections, " + Grouped(tally.failed) + " failed";
+    return counts + (verdict.complete ? "; a whole report of " : "; not a whole report, ") +
+           Grouped(tally.sections) + " sections";
 }
 
 // How much there is to see of what differs.
@@ -53,7 +53,8 @@ void WriteDifferences(Html& html, const PageContent& page) {
 void BeginFinding(Html& html, const Finding& finding, std::string_view target) {
     html << "<tr";
     html.Attribute("data-finding", finding.check);
-    html.Attribute("data-severity", WordOf(finding.severity)) << "><th scope=\"row\"><a";
+    html.Attribute("data-severity", WordOf(finding.severity))
+            << " class=\"" << ClassOf(finding.severity) << "\"><th scope=\"row\"><a";
     WriteLink(html, target);
     html << ">";
     html.Text(finding.subject) << "</a></th>";
@@ -63,9 +64,37 @@ void WriteFinding(Html& html, const PageContent& page, const Finding& finding) {
     BeginFinding(html, finding, page.TargetOf(0, finding));
     html << "<td>";
     html.Text(finding.what);
+    if (!finding.evidence.empty()) {
+        html << "<code>";
+        html.Text(finding.evidence) << "</code>";
+    }
     if (!finding.hint.empty()) (html << "<span class=\"note\"> ").Text(finding.hint) << "</span>";
     html << "</td><td class=\"quiet\">";
     html.Text(WordOf(finding.severity)) << "</td></tr>\n";
+}
+
+// The failures that healthy devices have too, in one line until somebody wants to see them.
+void WriteExpected(Html& html, const PageContent& page) {
+    std::vector<const Section*> expected;
+    for (const Report& report : page.reports) {
+        for (const Section& section : report.sections) {
+            if (!section.expected.empty()) expected.push_back(&section);
+        }
+    }
+    if (expected.empty()) return;
+    html << "<details class=\"expected\"><summary>";
+    html.Text(Grouped(expected.size()) +
+              (expected.size() == 1 ? " section has" : " sections have") +
+              " failed as those of healthy devices do");
+    html << "</summary><ul>\n";
+    for (const Section* const section : expected) {
+        html << "<li><a";
+        WriteLink(html, SectionId(page.LineOf(*section)));
+        html << ">";
+        html.Text(section->title) << "</a>: ";
+        html.Text(section->failure + "; " + section->expected) << "</li>\n";
+    }
+    html << "</ul></details>\n";
 }
 
 // What is found in several reports, the one beside the other.
@@ -107,6 +136,7 @@ void WriteVerdict(Html& html, const PageContent& page) {
         }
         html << "</tbody></table></div>\n";
     }
+    WriteExpected(html, page);
     if (const std::string host = HostSentence(page.reports.front().tally); !host.empty()) {
         html << "<p class=\"note\">";
         html.Text(host) << "</p>\n";
@@ -128,18 +158,30 @@ void WriteFact(Html& html, const PageContent& page, size_t report, const Fact& f
     if (page.compared()) html << " data-report=\"" << report << "\"";
     // The unit is no part of the value: a style puts it there.
     if (fact.row->unit[0] != '\0') html.Attribute("data-unit", fact.row->unit);
+    // The gravest finding that rests on it comes first.
+    const std::vector<Finding>& findings = page.verdicts[report].findings;
+    const auto finding = std::ranges::find_if(findings, [&fact](const Finding& one) {
+        return std::ranges::find(one.facts, fact.row) != one.facts.end();
+    });
+    if (finding == findings.end()) {
+        html << ">";
+        html.Text(fact.value);
+        return;
+    }
+    html << " class=\"" << ClassOf(finding->severity) << "\"><a";
+    WriteLink(html, page.TargetOf(report, *finding));
     html << ">";
-    html.Text(fact.value);
+    html.Text(fact.value) << "</a>";
 }
 
 void WriteFactList(Html& html, const PageContent& page) {
     html << "<div class=\"facts\">\n";
-    for (const auto& [group, title] : kGroups) {
+    for (const Group& group : kGroups) {
         const auto here = [&](const Comparison::FactLine& line) {
-            return line.row->group == group;
+            return line.row->group == group.group;
         };
         if (std::ranges::none_of(page.comparison.facts, here)) continue;
-        html << "<div><h3>" << title << "</h3><dl>\n";
+        html << "<div><h3>" << group.title << "</h3><dl>\n";
         for (const Comparison::FactLine& line : page.comparison.facts) {
             if (!here(line)) continue;
             html << "<dt>";

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <unordered_map>
@@ -15,7 +17,8 @@ namespace reader {
 
 // What the parts of a page are written from.
 struct PageContent {
-    PageContent(std::span<const Report> all, const PageOptions& chosen);
+    PageContent(std::span<const Report> all, std::span<const Verdict> found,
+                const PageOptions& chosen);
 
     bool compared() const { return reports.size() > 1; }
     // Where the section stands in comparison.sections.
@@ -23,15 +26,19 @@ struct PageContent {
     const Sensor& SensorOf(size_t report, Finding::SensorPlace place) const {
         return reports[report].black_boxes[place.black_box].sensors[place.sensor];
     }
-    // The id of what the finding is about.
+    // The id of what the finding is about: its very line, where that is shown.
     std::string TargetOf(size_t report, const Finding& finding) const;
+    // The lines of a single report's section that findings rest on, and the gravest of each.
+    const std::map<uint64_t, Severity>* MarkedLines(const Section& section) const;
 
     std::span<const Report> reports;
+    std::span<const Verdict> verdicts;  // a report each
     const PageOptions& options;
-    std::vector<Verdict> verdicts;  // a report each
+    static constexpr uint64_t kLargestText = uint64_t{4} << 20;  // larger ones are not shown whole
     Comparison comparison;
 
   private:
+    std::unordered_map<size_t, std::map<uint64_t, Severity>> marked;  // by the section's index
     std::unordered_map<const Section*, size_t> lines;
     std::unordered_map<const Sensor*, size_t> figures;
 };
@@ -43,6 +50,9 @@ void WriteChip(Html& html, const PageContent& page, size_t report);
 // The ids that a line of comparison.sections has, and one of comparison.sensors.
 std::string SectionId(size_t line);
 std::string SensorId(const Comparison::SensorLine& line);
+std::string LineId(size_t section, uint64_t line);
+// The class of what a finding of that severity rests on.
+Markup ClassOf(Severity severity);
 // ` href="#ID"`
 void WriteLink(Html& html, std::string_view id);
 

@@ -13,6 +13,7 @@
 #include "clock_time.h"
 #include "report.h"
 #include "units.h"
+#include "utf8.h"
 
 namespace reader {
 namespace {
@@ -158,6 +159,52 @@ std::string CountRestarts(const Section& section, std::string_view text) {
     return std::to_string(logs);
 }
 
+// "2026-11-24 07:31:15 modem: err_fatal, ERR_FATAL no memory, 5120 bytes asked of heap 0": of the
+// lines "DATE TIME subsystem=modem count=4 reason=err_fatal" the latest, with the message after it.
+std::string LastRestart(const Section& section, std::string_view text) {
+    if (!section.complete || !section.failure.empty()) return "";
+    const auto after = [](std::string_view line, std::string_view name) {
+        const size_t at = line.find(name);
+        if (at == std::string_view::npos) return std::string_view();
+        line.remove_prefix(at + name.size());
+        return name.starts_with(" message") ? line : line.substr(0, line.find(' '));
+    };
+    std::string_view newest;
+    std::string told;
+    bool taken = false;
+    ForEachLine(text, [&](std::string_view line) {
+        constexpr size_t kTime = 19;
+        const std::string_view subsystem = after(line, " subsystem=");
+        if (!subsystem.empty()) {
+            // Times in this form are in order when their letters are.
+            taken = ParseTime(line.substr(0, kTime)) && line.substr(0, kTime) > newest;
+            if (taken) {
+                newest = line.substr(0, kTime);
+                told = std::string(newest) + " " + std::string(subsystem) + ": " +
+                       std::string(after(line, " reason="));
+            }
+        } else if (const std::string_view message = after(line, " message="); taken) {
+            if (!message.empty()) told += ", " + std::string(message);
+        }
+        return false;
+    });
+    return told;
+}
+
+// What the cell still holds, in percent of what it was made for.
+std::string Capacity(const Section& /*section*/, std::string_view text) {
+    const auto number = [text](std::string_view name) {
+        const std::string_view value = FindValue(text, name);
+        double parsed = 0;
+        std::from_chars(value.data(), value.data() + value.size(), parsed);
+        return parsed;
+    };
+    const double full = number("POWER_SUPPLY_CHARGE_FULL");
+    const double design = number("POWER_SUPPLY_CHARGE_FULL_DESIGN");
+    if (!(full > 0) || !(design > 0) || full > 10 * design) return "";
+    return std::to_string(std::lround(100 * full / design));
+}
+
 std::string Worn(const Report& report) {
     for (const BlackBox& black_box : report.black_boxes) {
         for (const Sensor& sensor : black_box.sensors) {
@@ -185,6 +232,8 @@ std::string Slowest(const Report& report) {
 constexpr char kProperties[] = "VENDOR PROPERTIES";
 constexpr const char* kTimes = kTimesSection.data();
 constexpr char kSupply[] = "Power supply property battery";
+constexpr char kUsb[] = "Power supply property usb";
+constexpr char kIio[] = "iio devices";
 
 // What the kernel gives in tenths of a degree, millionths of a volt and millionths of an ampere.
 using enum FactRow::Group;
@@ -214,6 +263,21 @@ constexpr FactRow kFacts[] = {
          "POWER_SUPPLY_CURRENT_NOW", Decimal<3>},
         {"battery.cycles", "Battery cycles", "", true, kBattery, kSupply,
          "POWER_SUPPLY_CYCLE_COUNT", Decimal<0>},
+        {"battery.capacity", "Of its capacity left", "%", true, kBattery, kSupply, "", Capacity},
+        {"battery.gauge", "Level by the gauge", "%", true, kBattery, "Power supply property bms",
+         "POWER_SUPPLY_CAPACITY", Decimal<0>},
+        {"battery.thermistor", "Battery thermistor", "°C", true, kBattery, kIio,
+         "in_temp_batt_therm_input", Decimal<3>},
+        {"skin.temperature", "Skin temperature", "°C", true, kBattery, kIio,
+         "in_temp_skin_therm_input", Decimal<3>},
+        {"die.temperature", "Chip temperature", "°C", true, kBattery, kIio,
+         "in_temp_die_temp_input", Decimal<3>},
+        {"charger.temperature", "Charger temperature", "°C", true, kBattery, kIio,
+         "in_temp_charger_input", Decimal<3>},
+        {"usb.online", "Charger present", "", true, kBattery, kUsb, "POWER_SUPPLY_ONLINE",
+         Decimal<0>},
+        {"usb.voltage", "Charger voltage", "V", true, kBattery, kUsb, "POWER_SUPPLY_VOLTAGE_NOW",
+         Decimal<6>},
         {"charging.limit", "Charging limited", "", false, kBattery, "nvotables", "", ChargingLimit},
         {"charging.stop", "Charging stops at", "%", true, kBattery, "DWELL-DEFEND Config",
          "charge_stop_level", Decimal<0>},
@@ -221,6 +285,10 @@ constexpr FactRow kFacts[] = {
          "state modem_state operating_mode"},
         {"modem.restarts", "Restart logs", "", true, kModem, "Modem SSR history", "",
          CountRestarts},
+        {"modem.last_restart", "Newest restart", "", false, kModem, "Modem SSR history", "",
+         LastRestart},
+        {"modem.crashes", "Restarts since power-on", "", true, kModem, "Modem Stat", "ssr_count",
+         Decimal<0>},
         {"worn", "Worn", "s", true, kReport, "", "", nullptr, Worn},
         {"verbose", "Verbose logging", "", false, kReport, "", "", nullptr, Verbose},
         {"sections", "Sections", "", true, kReport, "", "", nullptr, CountSections},
@@ -228,16 +296,31 @@ constexpr FactRow kFacts[] = {
         {"slowest", "Slowest section", "", false, kReport, "", "", nullptr, Slowest},
 };
 
-std::string ReadFact(const Section& section, const FactRow& row) {
-    std::string_view text = section.captured;
+// A value that is empty is no fact.
+Fact ReadFact(const Section& section, const FactRow& row) {
+    const std::string_view all = section.captured;
+    std::string_view text = all;
+    Fact fact{&row, "", section.index};
     if (*row.names != '\0') {
-        text = FindValue(text, row.names);
-        if (text.empty()) return "";
+        text = FindValue(all, row.names);
+        if (text.empty()) return fact;
+        const auto at = static_cast<size_t>(text.data() - all.data());
+        const size_t begin = all.rfind('\n', at) + 1;
+        fact.line = 1 + static_cast<uint64_t>(std::ranges::count(all.substr(0, at), '\n'));
+        constexpr size_t kMostShown = 1000;
+        const std::string_view line = Trim(all.substr(begin, all.find('\n', at) - begin));
+        fact.evidence = line.substr(0, WholeCharacters(line.substr(0, kMostShown)));
     }
-    return row.read == nullptr ? std::string(text) : row.read(section, text);
+    fact.value = row.read == nullptr ? std::string(text) : row.read(section, text);
+    return fact;
 }
 
 }  // namespace
+
+const FactRow* FindFactRow(std::string_view key) {
+    const auto* const row = std::ranges::find(kFacts, key, &FactRow::key);
+    return row == std::end(kFacts) ? nullptr : row;
+}
 
 bool SameFact(const Fact& one, const Fact& other) {
     if (one.value == other.value) return true;
@@ -256,8 +339,8 @@ void TakeFacts(const Section& section, std::vector<Fact>& facts) {
     for (const FactRow& row : kFacts) {
         if (row.tell != nullptr || section.title != row.section) continue;
         if (std::ranges::find(facts, &row, &Fact::row) != facts.end()) continue;
-        std::string value = ReadFact(section, row);
-        if (!value.empty()) facts.push_back({&row, std::move(value)});
+        Fact fact = ReadFact(section, row);
+        if (!fact.value.empty()) facts.push_back(std::move(fact));
     }
 }
 

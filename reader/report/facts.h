@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,7 +37,14 @@ struct FactRow {
 struct Fact {
     const FactRow* row;
     std::string value;  // without its unit; bytes as in the report, never empty
+    // Where it stands: of which section, and where one line tells it, that one, from 1.
+    std::optional<size_t> section = {};
+    uint64_t line = 0;
+    std::string evidence = {};
 };
+
+// Null when there is no such fact.
+const FactRow* FindFactRow(std::string_view key);
 
 // Whether two reports say the same, within what can be known.
 bool SameFact(const Fact& one, const Fact& other);

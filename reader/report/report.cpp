@@ -127,8 +127,7 @@ void ReportBuilder::Finish(const ReportParser& parser) {
 std::string WhyNoReport(const Report& report, const std::string& name) {
     if (report.size == 0) return name + " is empty";
     const std::string_view begin = report.source->beginning();
-    const bool empty = report.tally.sections == 0 && report.black_boxes.empty();
-    if (empty) {
+    if (report.tally.sections == 0) {
         for (const Kind& kind : kKinds) {
             if (begin.starts_with(kind.begin)) return name + kind.sentence;
         }
@@ -140,19 +139,32 @@ std::string WhyNoReport(const Report& report, const std::string& name) {
             return name + " has lines that end in CR LF, as no report has: dos2unix mends it";
         }
     }
+    const bool empty = report.tally.sections == 0 && report.black_boxes.empty();
     if (report.has_first_line || !empty) return "";
     return name + " is no board report: no section begins in it";
 }
 
-std::string ReadReport(const std::string& file, bool texts, Report& report) {
+std::string ReadReport(const std::string& file, bool texts, Report& report,
+                       const std::function<void(Section&)>& look) {
     report.file = file;
     report.source = std::make_shared<Source>();
     if (std::string sentence = report.source->Open(file, texts); !sentence.empty()) {
         return sentence;
     }
     ReportBuilder builder(report);
-    ReportParser parser(builder.Listener());
-    for (std::string_view bytes; !(bytes = report.source->Read()).empty();) parser.Feed(bytes);
+    ReportParser::Listener listener = builder.Listener();
+    if (look) {
+        listener.on_section = [&](Section&& section) {
+            section.index = report.tally.sections;
+            look(section);
+            builder.Add(std::move(section));
+        };
+    }
+    ReportParser parser(std::move(listener));
+    for (std::string_view bytes; !(bytes = report.source->Read()).empty();) {
+        parser.Feed(bytes);
+        if (look && !report.source->Keep(parser.NeededFrom())) break;
+    }
     parser.Finish();
     builder.Finish(parser);
     if (!report.source->error().empty()) return report.source->error();

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -88,7 +89,9 @@ class ReportBuilder {
 std::string WhyNoReport(const Report& report, const std::string& name);
 
 // Reads the file, "-" for standard input, to its end. With `texts` its source can be read again.
-// Returns "" or a sentence: it can't be read, is empty, or is no board report.
-std::string ReadReport(const std::string& file, bool texts, Report& report);
+// `look` is shown each section before it is added, while report.source can read its text. Returns
+// "" or a sentence: it can't be read, is empty, or is no board report.
+std::string ReadReport(const std::string& file, bool texts, Report& report,
+                       const std::function<void(Section&)>& look = {});
 
 }  // namespace reader

@@ -22,6 +22,7 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 // Longer lines are content; a header holds at most a script.
 constexpr size_t kLongestLine = 8192;
+constexpr size_t kToldOfLine = 60;
 // A section whose footer was lost may hold a log of headers. So many are waited for at once.
 constexpr size_t kMostOpen = 64;
 // What is remembered of what has begun within a section, so that hostile content fills no memory.
@@ -94,15 +95,14 @@ bool MayHoldLine(const char* at) {
 ReportParser::ReportParser(Listener listener) : listener_(std::move(listener)) {}
 
 bool ReportParser::MayMatter(char first) const {
-    return first == '-' || first == '*' || first == 'v' || in_black_box_ ||
-           (first == '\xEF' && fed_ == 0);
+    return EveryLineMatters() || first == '-' || first == '*' || first == 'v';
 }
 
 // Where the next line begins that may matter; the size when none does.
 size_t ReportParser::FindLine(std::string_view bytes) const {
     size_t at = 0;
     while (at < bytes.size()) {
-        if (!in_black_box_) {
+        if (!EveryLineMatters()) {
             while (at + 64 < bytes.size() && !MayHoldLine(&bytes[at])) at += 64;
         }
         const void* const end = std::memchr(&bytes[at], '\n', bytes.size() - at);
@@ -123,9 +123,11 @@ void ReportParser::Feed(std::string_view bytes) {
             const size_t end = std::min(rest.find('\n'), rest.size());
             const std::string_view piece = rest.substr(0, end);
             if (partial_.size() + end > kLongestLine) {
-                Capture(std::exchange(partial_, {}));
+                const std::string beginning = std::exchange(partial_, {});
+                Capture(beginning);
+                TakeLongLine(beginning + std::string(piece.substr(0, kToldOfLine)),
+                             base + at - beginning.size());
                 line_start_ = false;
-                if (in_black_box_) items_.back().black_box->TakeLine("", {fed_, base + at});
                 continue;
             }
             if (end == rest.size()) {
@@ -158,7 +160,10 @@ void ReportParser::Finish() {
     const std::string line = std::exchange(partial_, {});
     // Nothing but its newline may lack from a rule. A record would be wrong without its last digit.
     if (line.starts_with('-')) {
-        TakeLine({line, fed_ - line.size(), fed_});
+        const uint64_t begin = fed_ - line.size();
+        TakeLine({line, begin, fed_});
+        if (stray_ && stray_->where.begin == begin)
+            stray_.reset();  // a header's beginning, perhaps
     } else {
         Capture(line);
     }
@@ -168,6 +173,7 @@ void ReportParser::Finish() {
         items_.back().after = fed_;
         in_black_box_ = false;
     }
+    if (open_.empty()) TellStray();
     open_.clear();
     TellResolved(fed_);
     TellOutside(fed_);
@@ -192,9 +198,13 @@ void ReportParser::TakeLine(const Line& line) {
     if (line.begin == 0 && text.starts_with(kByteOrderMark)) {
         text.remove_prefix(kByteOrderMark.size());
     }
-    if (text.starts_with(kVerbose)) TakeFirstLine(line, text.substr(kVerbose.size()));
+    if (text.starts_with(kVerbose)) return TakeFirstLine(line, text.substr(kVerbose.size()));
     if (line.text.starts_with(kStars)) TakeStars(line);
-    if (in_black_box_) TakeBlackBoxLine(line);
+    if (in_black_box_) {
+        TakeBlackBoxLine(line);
+    } else if (open_.empty()) {
+        TakeOutside(line);
+    }
 }
 
 // A report's first line: of this one, of another in the same file, or of an older one in a log.
@@ -203,20 +213,46 @@ void ReportParser::TakeFirstLine(const Line& line, std::string_view setting) {
         older_ = line.begin;
         return;
     }
-    if (in_black_box_) return;
+    EndBlackBox(line.begin);
+    TellStray();
     if (!has_first_line_ && told_ == 0) {
         if (setting == "enabled" || setting == "disabled") verbose_ = setting == "enabled";
         has_first_line_ = true;
         TellOutside(line.begin);
         told_ = line.end;
     } else if (!at_end_) {
-        TellLoss(Loss::Kind::kBeginning, "", line);
+        TellLoss(Loss::Kind::kBeginning, "", {line.begin, line.end});
     }
+}
+
+// Between the first line and the last section nothing stands outside but what the service writes.
+void ReportParser::TakeOutside(const Line& line) {
+    if (!has_first_line_ || at_end_ || IsServiceLine(line.text)) return;
+    if (!stray_) {
+        stray_ = {Loss::Kind::kAround,
+                  std::string(line.text.substr(0, kToldOfLine)),
+                  {line.begin, line.begin}};
+    }
+    stray_->where.end = line.end;
+}
+
+void ReportParser::TakeLongLine(std::string_view beginning, uint64_t begin) {
+    if (in_black_box_) {
+        items_.back().black_box->TakeLine("", {begin, begin});
+    } else if (open_.empty()) {
+        TakeOutside({beginning, begin, begin});
+    }
+}
+
+void ReportParser::TellStray() {
+    if (stray_ && listener_.on_loss) listener_.on_loss(*stray_);
+    stray_.reset();
 }
 
 void ReportParser::TakeRule(const Line& line) {
     if (!line.text.starts_with("------")) {
         if (in_black_box_) TakeBlackBoxLine(line);
+        if (!in_black_box_ && open_.empty()) TakeOutside(line);
         return;
     }
     if (in_black_box_) items_.back().black_box->ended = true;
@@ -227,6 +263,11 @@ void ReportParser::TakeRule(const Line& line) {
         TakeHeader(line, *header);
     } else if (line.text == kBlackBox) {
         BeginBlackBox(line);
+    } else if (open_.empty()) {
+        has_headings_ = has_headings_ || line.text == kLastHeading;
+        TakeOutside(line);
+    } else if (line.text == kLastHeading && !has_headings_) {
+        own_heading_ = line.begin;
     }
 }
 
@@ -264,7 +305,10 @@ ReportParser::Item& ReportParser::AddItem(uint64_t begin, std::string_view heade
                               pending_records_ > kMostPendingRecords)) {
         GiveUp(0, begin);
     }
-    if (items_.empty()) TellOutside(begin);
+    if (items_.empty()) {
+        TellStray();
+        TellOutside(begin);
+    }
     pending_bytes_ += header.size();
     items_.push_back({begin, 0, std::string(header), older_, {}, {}, {}});
     return items_.back();
@@ -287,14 +331,16 @@ void ReportParser::TakeFooter(const Line& line, const Footer& footer) {
         return IsTitle(footer.title, items_[index].header);
     });
     if (closed == open_.rend()) {
-        if (open_.empty()) TellLoss(Loss::Kind::kHeader, footer.title, line);
+        if (!open_.empty()) return;
+        stray_.reset();  // its text
+        TellLoss(Loss::Kind::kHeader, footer.title, {line.begin, line.end});
         return;
     }
     capturing_.reset();
     const size_t index = *closed;
     const auto open = static_cast<size_t>(open_.rend() - closed) - 1;
     if (HoldsOwnSections(index)) {
-        TellLoss(Loss::Kind::kFooter, footer.title, line);
+        TellLoss(Loss::Kind::kFooter, footer.title, {line.begin, line.end});
         return GiveUp(open, line.begin);
     }
     Drop(index + 1);
@@ -306,17 +352,18 @@ void ReportParser::TakeFooter(const Line& line, const Footer& footer) {
     TellResolved(line.end);
 }
 
-// Whether what seems to be the item's content are sections that the service writes, none of which
-// has come before it.
+// Whether what seems to be the item's content is what the service writes, and has not come before
+// it.
 bool ReportParser::HoldsOwnSections(size_t index) const {
+    const uint64_t begin = items_[index].begin;
     std::array<size_t, kServiceSections> within{};
-    bool holds = false;
+    bool holds = own_heading_ > begin && older_ <= begin;
     for (size_t i = index + 1; i < items_.size(); ++i) {
         if (items_[i].service) ++within[*items_[i].service];
     }
     for (size_t i = index + 1; i < items_.size() && !holds; ++i) {
         const Item& item = items_[i];
-        holds = item.service && item.older <= items_[index].begin &&
+        holds = item.service && item.older <= begin &&
                 seen_[*item.service] == within[*item.service];
     }
     return holds;
@@ -406,8 +453,8 @@ void ReportParser::TellResolved(uint64_t at) {
     if (capturing_) *capturing_ -= resolved;
 }
 
-void ReportParser::TellLoss(Loss::Kind kind, std::string_view title, const Line& line) {
-    if (listener_.on_loss) listener_.on_loss({kind, std::string(title), {line.begin, line.end}});
+void ReportParser::TellLoss(Loss::Kind kind, std::string_view title, TextRange where) {
+    if (listener_.on_loss) listener_.on_loss({kind, std::string(title), where});
 }
 
 void ReportParser::Tell(Item&& item, uint64_t end) {

@@ -39,8 +39,9 @@ class ReportParser {
   public:
     struct Loss {
         enum class Kind {
-            kHeader,     // a footer, of the section `title`, without its header
-            kFooter,     // the section `title` goes on until after others: its footer is another's
+            kHeader,  // a footer, of the section `title`, without its header
+            kFooter,  // the section `title` goes on until after others: its footer is another's
+            kAround,  // of lines outside that the service doesn't write there; `title` is the first
             kBeginning,  // another report begins, and the one before has not come to its end
         };
         Kind kind;
@@ -106,6 +107,8 @@ class ReportParser {
         double seconds;
     };
 
+    // Each line is looked at: else only those that may be a header and the like.
+    bool EveryLineMatters() const { return in_black_box_ || open_.empty(); }
     bool MayMatter(char first) const;
     size_t FindLine(std::string_view bytes) const;
     void Capture(std::string_view bytes);
@@ -126,7 +129,10 @@ class ReportParser {
     void Drop(size_t from);
     void GiveUp(size_t open, uint64_t at);
     void TellResolved(uint64_t at);
-    void TellLoss(Loss::Kind kind, std::string_view title, const Line& line);
+    void TakeLongLine(std::string_view beginning, uint64_t begin);
+    void TakeOutside(const Line& line);
+    void TellStray();
+    void TellLoss(Loss::Kind kind, std::string_view title, TextRange where);
     void Tell(Item&& item, uint64_t end);
     void TellOutside(uint64_t until);
 
@@ -135,6 +141,7 @@ class ReportParser {
     std::optional<bool> verbose_;
     bool has_first_line_ = false;
     bool at_end_ = false;
+    std::optional<Loss> stray_;  // lines that may belong to a footer that is to come
     bool cut_ = false;
 
     bool line_start_ = true;  // else within a line that doesn't matter
@@ -144,8 +151,10 @@ class ReportParser {
 
     // The first is told as soon as it ends; what follows it, as in the report, has begun within it.
     std::vector<Item> items_;
-    std::vector<size_t> open_;  // the sections that are open, outermost first
-    uint64_t older_ = 0;        // where in content a report's first line stood last
+    std::vector<size_t> open_;   // the sections that are open, outermost first
+    uint64_t older_ = 0;         // where in content a report's first line stood last
+    uint64_t own_heading_ = 0;   // where in content one stands that is due outside
+    bool has_headings_ = false;  // outside
     // How often each of the service's sections is among the items, complete, or has been told.
     std::array<size_t, kServiceSections> seen_{};
     bool in_black_box_ = false;        // the last item is the black box, and open

@@ -18,6 +18,7 @@ struct Section {
     double seconds = 0;     // 0 while no footer has come
     std::string failure;    // without the asterisks; "" when nothing went wrong
     bool complete = false;  // its footer has come
+    std::string expected;   // why a healthy device has this failure too; "" when none does
     // A command's output exactly, without the one newline that the service puts after it; a file's
     // bytes as they stand before the failure line or the footer. Of a section without a footer,
     // what there is before the next section.

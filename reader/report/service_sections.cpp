@@ -59,6 +59,10 @@ constexpr std::array<std::string_view, kServiceSections> kTitles = {
         "Modem Stat",
         "Modem SSR history"};
 
+constexpr std::array<std::string_view, 4> kLines = {
+        "", "-------------------------------------------------------",
+        "------------------- USF Stats (1/2) -------------------", kLastHeading};
+
 }  // namespace
 
 std::optional<size_t> ServiceSection(std::string_view title) {
@@ -69,6 +73,10 @@ std::optional<size_t> ServiceSection(std::string_view title) {
 
 std::string_view LastServiceSection() {
     return kTitles.back();
+}
+
+bool IsServiceLine(std::string_view line) {
+    return std::ranges::find(kLines, line) != kLines.end();
 }
 
 }  // namespace reader

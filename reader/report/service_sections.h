@@ -17,6 +17,12 @@ std::optional<size_t> ServiceSection(std::string_view title);
 // The one that is written last, whatever the build and whatever was left out.
 std::string_view LastServiceSection();
 
+// Whether the service writes the line outside of sections and black box.
+bool IsServiceLine(std::string_view line);
+
+inline constexpr std::string_view kLastHeading =
+        "------------------- USF Stats (2/2) -------------------";
+
 // The section that tells when the device booted and when the report was made.
 inline constexpr std::string_view kTimesSection = "Power Stats Times";
 

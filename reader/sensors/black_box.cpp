@@ -89,7 +89,8 @@ bool TakeRecord(std::string_view line, Sensor& sensor) {
     std::array<double, kMostValues> values{};
     size_t count = 0;
     if (!cursor.Skip("Time: ") || !cursor.Take(time)) return false;
-    if (cursor.Skip(", Time On Wrist: ")) {
+    const bool period = cursor.Skip(", Time On Wrist: ");
+    if (period) {
         if (!cursor.Take(values[count++]) || cursor.rest() != "s") return false;
     } else {
         if (!cursor.Skip(", Value: ")) return false;
@@ -100,8 +101,11 @@ bool TakeRecord(std::string_view line, Sensor& sensor) {
         if (cursor.rest() != (several ? ")" : "")) return false;
         if (count != (several ? kMostValues : 1)) return false;
     }
-    if (sensor.values.empty()) sensor.values.resize(count);
-    if (sensor.values.size() != count) return false;
+    if (sensor.values.empty()) {
+        sensor.values.resize(count);
+        sensor.periods = period;
+    }
+    if (sensor.values.size() != count || sensor.periods != period) return false;
     sensor.times.push_back(time);
     for (size_t i = 0; i < count; ++i) sensor.values[i].push_back(values[i]);
     return true;

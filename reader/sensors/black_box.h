@@ -20,6 +20,7 @@ struct Sensor {
     std::string skipped;  // why there are no records: "Incomplete buffer"; "" if not skipped
     std::vector<uint64_t> times;              // nanoseconds since boot
     std::vector<std::vector<double>> values;  // as printed, infinities and NaN among them
+    bool periods = false;                     // its records are such
     std::optional<double> total_worn;         // seconds; only of the on-wrist sensor
     TextRange text;                           // heading and records, or the line that skips it
     SensorStatistics statistics;              // once the block has ended

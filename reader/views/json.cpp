@@ -12,6 +12,7 @@
 #include "report.h"
 #include "utf8.h"
 #include "verdict.h"
+#include "watch.h"
 
 namespace reader {
 namespace {
@@ -146,7 +147,8 @@ bool JsonWriter::Characters(std::string_view text, size_t& room) {
 
 class Records {
   public:
-    Records(const std::string& file, const Sink& sink) : json_(sink) {
+    Records(const std::string& file, const Rules& rules, const Sink& sink)
+        : json_(sink), watch_(rules, report_) {
         report_.file = file;
         report_.source = std::make_shared<Source>();
     }
@@ -170,6 +172,7 @@ class Records {
     JsonWriter json_;
     Report report_;
     std::string key_;
+    Watch watch_;
 };
 
 // The text's characters, as far as there is room for them; false when there is not.
@@ -189,7 +192,7 @@ bool Records::WriteText(TextRange text) {
 
 void Records::Write(const Section& section) {
     Begin("section");
-    json_.Raw(",\"index\":").Integer(report_.tally.sections).Raw(",\"title\":");
+    json_.Raw(",\"index\":").Integer(section.index).Raw(",\"title\":");
     json_.String(section.title);
     json_.Raw(",\"kind\":").String(section.kind == Section::Kind::kCommand ? "command" : "file");
     json_.Raw(",\"detail\":").String(section.detail);
@@ -199,7 +202,8 @@ void Records::Write(const Section& section) {
     const bool whole = WriteText(section.text);
     json_.Raw("\",\"lossy\":").Word(json_.TakeLossy());
     if (!whole) json_.Raw(",\"cut\":true");
-    json_.Raw(",\"expected\":null}\n");
+    json_.Raw(",\"expected\":").StringOrNull(section.expected).Raw("}\n");
+    json_.TakeLossy();
 }
 
 // How many of the sensor's records there is room for on a line.
@@ -302,6 +306,8 @@ std::string Records::Write() {
     ReportBuilder builder(report_, ReportBuilder::Keep::kWhatIsJudged);
     ReportParser::Listener listener = builder.Listener();
     listener.on_section = [this, &builder](Section&& section) {
+        section.index = report_.tally.sections;
+        watch_.Take(section);
         Write(section);
         builder.Add(std::move(section));
     };
@@ -320,7 +326,7 @@ std::string Records::Write() {
     std::string sentence = source.error();
     if (sentence.empty()) sentence = WhyNoReport(report_, source.name());
     if (sentence.empty()) {
-        const Verdict verdict = Judge(report_);
+        const Verdict verdict = Judge(report_, watch_);
         for (const Fact& fact : report_.facts) Write(fact);
         WriteStates(verdict);
         for (const Finding& finding : verdict.findings) Write(finding);
@@ -332,8 +338,8 @@ std::string Records::Write() {
 
 }  // namespace
 
-std::string WriteJson(const std::string& file, const Sink& sink) {
-    return Records(file, sink).Write();
+std::string WriteJson(const std::string& file, const Rules& rules, const Sink& sink) {
+    return Records(file, rules, sink).Write();
 }
 
 }  // namespace reader

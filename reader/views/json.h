@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "rules.h"
 #include "sink.h"
 
 namespace reader {
@@ -11,6 +12,6 @@ namespace reader {
 // line is shorter than 64 MiB: a text or a sensor's records that would make it longer are cut.
 // Memory is the records of the black box, and what is wrong. Returns "" or a sentence: the file
 // can't be read, is empty, or is no board report.
-std::string WriteJson(const std::string& file, const Sink& sink);
+std::string WriteJson(const std::string& file, const Rules& rules, const Sink& sink);
 
 }  // namespace reader

@@ -17,7 +17,7 @@ namespace reader {
 namespace {
 
 constexpr size_t kColumns = 80;
-constexpr size_t kSlowest = 5;
+constexpr size_t kSlowest = 3;
 
 enum class Style { kPlain, kBold, kRed, kYellow };
 
@@ -127,23 +127,32 @@ Style StyleOf(const Verdict& verdict) {
 constexpr size_t kMostFindings = 100;
 
 void ShowFindings(Screen& screen, const Report& report, const Verdict& verdict) {
-    std::string counts = verdict.Counts();
-    if (verdict.findings.empty()) counts[0] = 'N';
-    screen.Line(counts, StyleOf(verdict));
+    if (verdict.good()) screen.Line("Nothing is wrong", Style::kBold);
+    Severity severity = Severity::kNone;
     size_t told = 0;
     for (const Finding& finding : verdict.findings) {
         if (told++ == kMostFindings) {
             screen.Line("  and " + Grouped(verdict.findings.size() - kMostFindings) + " more");
             break;
         }
-        const std::string word(WordOf(finding.severity));
-        screen.Line("  " + word + std::string(9 - word.size(), ' ') + finding.says,
-                    StyleOf(finding.severity), 11);
-        if (finding.line) {
-            screen.Line("           in " + finding.section + ", line " +
-                                std::to_string(*finding.line) + ": " + finding.evidence,
-                        Style::kPlain, 13);
+        const Style style = StyleOf(finding.severity);
+        if (severity != finding.severity) {
+            severity = finding.severity;
+            screen.Line(verdict.CountOf(severity), style);
         }
+        screen.Line("  " + finding.says, style);
+        if (!finding.section.empty() && !finding.says.starts_with(finding.section)) {
+            std::string place = "      " + finding.section;
+            if (finding.line) place += ", line " + std::to_string(*finding.line);
+            if (!finding.evidence.empty()) place += ": " + finding.evidence;
+            screen.Line(place, Style::kPlain, 8);
+        }
+    }
+    const auto expected = static_cast<size_t>(std::ranges::count_if(
+            report.sections, [](const Section& section) { return !section.expected.empty(); }));
+    if (expected > 0) {
+        screen.Line("  " + Grouped(expected) + (expected == 1 ? " section" : " sections") +
+                    " failed as those of healthy devices do");
     }
     if (const std::string host = HostSentence(report.tally); !host.empty()) screen.Line(host);
 }
@@ -192,31 +201,48 @@ std::string SensorLine(const Sensor& sensor) {
 // As many as a hub has; the findings name those of more that something is wrong with.
 constexpr size_t kMostSensors = 50;
 
+// "Accelerometer 25.00 Hz, TiltToWake 8 records"
+std::string FineSensors(const std::vector<const Sensor*>& sensors) {
+    std::string line;
+    for (const Sensor* const sensor : sensors) {
+        const SensorStatistics& its = sensor->statistics;
+        line += (line.empty() ? "" : ", ") + sensor->name;
+        line += KindOf(*sensor).steady() && its.rate > 0 ? Format(" %.2f Hz", its.rate)
+                                                         : Format(" %zu", its.records);
+    }
+    return line;
+}
+
+// Of those that are fine one line, of the others one each.
 void ShowSensors(Screen& screen, const Report& report, const Verdict& verdict) {
     screen.Heading("Black box: " + DescribeBlackBoxes(report, verdict),
                    verdict.black_box.empty() ? Style::kBold : Style::kRed);
-    std::vector<std::pair<const Sensor*, Finding::SensorPlace>> sensors;
+    std::vector<const Sensor*> fine;
+    size_t told = 0;
     for (size_t box = 0; box < report.black_boxes.size(); ++box) {
-        for (size_t i = 0; i < report.black_boxes[box].sensors.size(); ++i) {
-            sensors.push_back({&report.black_boxes[box].sensors[i], {box, i}});
+        const std::vector<Sensor>& sensors = report.black_boxes[box].sensors;
+        for (size_t i = 0; i < sensors.size(); ++i) {
+            if (told == kMostSensors) continue;
+            ++told;
+            const std::string words = verdict.WordsOf({box, i});
+            if (words.empty()) {
+                fine.push_back(&sensors[i]);
+                continue;
+            }
+            const std::string line = SensorLine(sensors[i]);
+            if (Columns(line) + 2 + Columns(words) <= kColumns) {
+                screen.Line(line + "  " + words, Style::kYellow);
+            } else {
+                screen.Line(line, Style::kYellow);
+                screen.Line("      " + words, Style::kYellow, 6);
+            }
         }
     }
-    std::ranges::stable_sort(sensors, {}, [](const auto& one) { return one.first->number; });
-    for (const auto& [sensor, place] :
-         std::span(sensors).first(std::min(kMostSensors, sensors.size()))) {
-        const std::string words = verdict.WordsOf(place);
-        const std::string line = SensorLine(*sensor);
-        const Style style = words.empty() ? Style::kPlain : Style::kYellow;
-        if (words.empty() || Columns(line) + 2 + Columns(words) <= kColumns) {
-            screen.Line(words.empty() ? line : line + "  " + words, style);
-        } else {
-            screen.Line(line, style);
-            screen.Line("      " + words, style, 6);
-        }
-    }
-    if (sensors.size() > kMostSensors) {
-        screen.Line("  and " + Grouped(sensors.size() - kMostSensors) + " more");
-    }
+    std::ranges::stable_sort(fine, {}, &Sensor::number);
+    if (!fine.empty()) screen.Line("  Fine: " + FineSensors(fine), Style::kPlain, 8);
+    size_t count = 0;
+    for (const BlackBox& black_box : report.black_boxes) count += black_box.sensors.size();
+    if (count > told) screen.Line("  and " + Grouped(count - told) + " more");
 }
 
 void ShowState(Screen& screen, const Report& report) {
@@ -254,10 +280,11 @@ void ShowSlowest(Screen& screen, const Report& report) {
     if (count == 0) return;
     std::ranges::partial_sort(sections, sections.begin() + static_cast<std::ptrdiff_t>(count),
                               std::ranges::greater{}, &Section::seconds);
-    screen.Heading("Slowest");
+    std::string line;
     for (size_t i = 0; i < count; ++i) {
-        screen.Line(Format("%9.3f s  ", sections[i]->seconds) + sections[i]->title);
+        line += Format("%s%.3f s ", i == 0 ? "" : ", ", sections[i]->seconds) + sections[i]->title;
     }
+    screen.Line("Slowest   " + line, Style::kPlain, 10);
 }
 
 void ShowCompleteness(Screen& screen, const Report& report, const Verdict& verdict) {
@@ -376,10 +403,8 @@ bool ShowComparison(Screen& screen, std::span<const Report> reports,
 
 }  // namespace
 
-Summary Summarize(std::span<const Report> reports, bool colour) {
+Summary Summarize(std::span<const Report> reports, std::span<const Verdict> verdicts, bool colour) {
     Screen screen(colour);
-    std::vector<Verdict> verdicts;
-    for (const Report& report : reports) verdicts.push_back(Judge(report));
     bool good = std::ranges::all_of(verdicts, &Verdict::good);
     if (reports.size() > 1) {
         good = ShowComparison(screen, reports, verdicts) && good;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "report.h"
+#include "verdict.h"
 
 namespace reader {
 
@@ -14,6 +15,6 @@ struct Summary {
 
 // What is wrong with the report, the gravest first, and what else is to be known at a glance; with
 // others, what is wrong in which, and what differs.
-Summary Summarize(std::span<const Report> reports, bool colour);
+Summary Summarize(std::span<const Report> reports, std::span<const Verdict> verdicts, bool colour);
 
 }  // namespace reader
