@@ -6,7 +6,7 @@ const readline = require('readline');
 const {DuckDBInstance} = require(path.resolve(process.argv[2], '@duckdb/node-api'));
 
 async function main() {
-  const options = {autoinstall_known_extensions: 'false', memory_limit: '4GB', threads: '2'};
+  const options = {autoinstall_known_extensions: 'false', memory_limit: '4GB', preserve_insertion_order: 'false'};
   const session = await (await DuckDBInstance.create(process.argv[3], options)).connect();
   for await (const line of readline.createInterface({input: process.stdin})) {
     let answer;

@@ -73,11 +73,13 @@ class DuckDb:
             raise Failed(answer['error'])
         return answer['names'], answer['rows']
 
-    def load(self, folder):
-        """Takes in what split reports are in the folder, and of a report that is there already nothing."""
+    def load(self, folders):
+        """Takes in what rows are in the folders, and of a report that is there already nothing. None is to be
+        in two of them."""
         for table in reversed(tables.TABLES):  # the reports last, by which the others are known
             its = ', '.join(f"'{name}': '{TYPES[kind.rstrip('?')]}'" for name, kind in tables.columns(table))
-            self.ask(f"INSERT INTO {table} SELECT * FROM read_json('{folder}/{table}.ndjson', columns = {{{its}}}, "
+            files = ', '.join(f"'{folder}/{table}.ndjson'" for folder in folders)
+            self.ask(f"INSERT INTO {table} SELECT * FROM read_json([{files}], columns = {{{its}}}, "
                      "format = 'newline_delimited', maximum_object_size = 134217728) "
                      'WHERE key NOT IN (SELECT key FROM reports)')
 

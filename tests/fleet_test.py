@@ -57,7 +57,7 @@ def engine_of(rows, name):
     for table, its in rows.items():
         (folder / f'{table}.ndjson').write_text(''.join(json.dumps(row) + '\n' for row in its))
     engine = duckdb.DuckDb(MODULES, WORK / f'{name}.duckdb')
-    engine.load(folder)
+    engine.load([folder])
     return engine, folder
 
 
@@ -85,7 +85,7 @@ def check_risen():
         if not any(row[:2] == ['planted', 'word = odd'] for row in engine.ask(QUESTIONS['goes_with'])[1]):
             yield f'planted {before} to {now}: no fact goes with it'
         answers = {name: engine.ask(sql) for name, sql in QUESTIONS.items()}
-        engine.load(folder)
+        engine.load([folder])
         for name, sql in QUESTIONS.items():
             if engine.ask(sql) != answers[name]:
                 yield f'{name} has another answer after importing twice'
