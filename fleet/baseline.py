@@ -12,13 +12,13 @@ def spread(rows):
             'bins': {str(row[0]): row[1] for row in rows}}
 
 
-def baseline(names, rows):
+def baseline(rows):
     """The file's text, byte for byte as `boardreport baseline` writes it."""
     found = collections.defaultdict(list)  # by part, model and name
     words = collections.defaultdict(dict)
-    for part, model, name, word, number, times, least, most in rows:
-        found[part, model, name].append((int(number), int(times), float(least), float(most)))
-        words[part, model, name][word] = int(times)
+    for part, model, name, word, number, count, least, most in rows:
+        found[part, model, name].append((int(number), int(count), float(least), float(most)))
+        words[part, model, name][word] = int(count)
 
     def names_of(part, model=''):
         return sorted((name for its, of, name in found if (its, of) == (part, model)), key=str.encode)

@@ -5,7 +5,6 @@ import json
 import os
 import pathlib
 import shutil
-import signal
 import socket
 import string
 import subprocess

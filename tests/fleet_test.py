@@ -32,11 +32,11 @@ SWITCHES = ('headless=new no-sandbox disable-gpu disable-quic no-first-run disab
             'disable-background-networking disable-component-update hide-scrollbars').split()
 
 
-def rows_of(fleet, rng, rates):
+def rows_of(size, rng, rates):
     """Rows of a fleet as if converted: a report a device, in one of two builds, with findings and slow sections
     drawn by rates, which are a pair of odds by trouble."""
     rows = {table: [] for table in tables.TABLES}
-    for number in range(fleet):
+    for number in range(size):
         key, new = hashlib.md5(b'%d' % number).hexdigest(), number % 2
         troubles = [what for what, odds in rates.items() if rng.random() < odds[new]]
         rows['reports'].append({'file': f'{number}.txt', 'serial': f'S{number:05}', 'device': 'M', 'complete': True,
