@@ -168,7 +168,7 @@ function drawSpread(section) {
       add(plot, 'span', row[at.device] + ', ' + (row[at.build] || 'no build'));
       const x = value => (value - least) / (most - least) * 1000;
       const svg = plot.appendChild(document.createElementNS('http://www.w3.org/2000/svg', 'svg'));
-      svg.setAttribute('viewBox', '0 0 1000 20');
+      svg.setAttribute('viewBox', '-6 0 1012 20');
       svg.setAttribute('preserveAspectRatio', 'none');
       svg.setAttribute('role', 'img');
       svg.setAttribute('aria-label', 'half ' + shown(row[at.half]));
