@@ -348,3 +348,21 @@ int RunBoardReport(const BoardOptions& options) {
     call.Run();
     return call.Finish() ? 0 : 1;
 }
+
+int RunVerbose(const std::string& word) {
+    DumpstateClient client;
+    bool enabled = false;
+    std::string sentence = client.Connect();
+    if (sentence.empty() && word != "show") sentence = client.SetVerbose(word == "on");
+    if (sentence.empty()) sentence = client.GetVerbose(&enabled);
+    if (!sentence.empty()) {
+        Complain(sentence);
+        return 1;
+    }
+    std::printf("verbose logging: %s\n", enabled ? "enabled" : "disabled");
+    if (word == "show" || enabled == (word == "on")) return 0;
+    Complain(
+            "the service took the setting but doesn't show it; its property may not be "
+            "writable");
+    return 1;
+}

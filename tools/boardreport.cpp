@@ -7,30 +7,10 @@
 #include <vector>
 
 #include "board_call.h"
-#include "dumpstate_client.h"
 #include "read_reports.h"
 #include "rule_files.h"
 
 namespace {
-
-int Verbose(const std::string& word) {
-    DumpstateClient client;
-    bool enabled = false;
-    std::string sentence = client.Connect();
-    if (sentence.empty() && word != "show") sentence = client.SetVerbose(word == "on");
-    if (sentence.empty()) sentence = client.GetVerbose(&enabled);
-    if (!sentence.empty()) {
-        std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
-        return 1;
-    }
-    std::printf("verbose logging: %s\n", enabled ? "enabled" : "disabled");
-    if (word == "show" || enabled == (word == "on")) return 0;
-    std::fputs(
-            "boardreport: the service took the setting but doesn't show it; its property may "
-            "not be writable\n",
-            stderr);
-    return 1;
-}
 
 // The words that read finished reports, and what they are given.
 struct ReadingWords {
@@ -95,6 +75,9 @@ ReadingWords::ReadingWords(CLI::App& app)
             "when "
             "a report can't be read.");
     json->footer("Exit status: 0; 2 for bad usage, 3 when a report can't be read.");
+    page->footer(
+            "Exit status: 0; 1 when the page can't be written, 2 for bad usage, 3 when a report "
+            "can't be read.");
     page->add_option("-o", output, "The page; - is standard output")
             ->type_name("FILE")
             ->capture_default_str();
@@ -117,6 +100,21 @@ std::optional<int> ReadingWords::Run() const {
     return WritePageFile(files, judged_by, options, output);
 }
 
+// Names what is missing, and where to read about it.
+std::string BadUsage(const CLI::App* app, const CLI::Error& error) {
+    std::string what = error.what();
+    std::string words = app->get_name();
+    for (const CLI::App* const word : app->get_subcommands()) {
+        words += " " + word->get_name();
+        for (const CLI::Option* const option : word->get_options()) {
+            if (what == option->get_name() + " is required") {
+                what += ": " + option->get_description();
+            }
+        }
+    }
+    return "boardreport: " + what + "; " + words + " --help tells what it takes\n";
+}
+
 int Run(int argc, char** argv) {
     BoardOptions options;
     std::string state;
@@ -135,12 +133,20 @@ int Run(int argc, char** argv) {
             ->type_name("FILE");
     app.add_option("--mode", options.mode, "What the report is for, 0 to 7; all give the same")
             ->type_name("N")
+            ->check(CLI::Range(0, 7).description(""))
             ->capture_default_str();
     const ReadingWords words(app);
     CLI::App* const verbose = app.add_subcommand("verbose", "Show or change verbose logging");
     verbose->add_option("STATE", state, "on, off or show")
             ->required()
             ->check(CLI::IsMember({"on", "off", "show"}));
+    verbose->footer(
+            "Exit status: 0; 1 when the service can't be asked or the setting doesn't take, 2 for "
+            "bad usage.");
+    app.footer(
+            "Exit status: 0 when the call was accepted and all files are whole, else 1; 2 for bad "
+            "usage; of a word, what its --help says.");
+    app.failure_message(BadUsage);
     app.require_subcommand(0, 1);
     try {
         app.parse(argc, argv);
@@ -148,7 +154,7 @@ int Run(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : kBadUsage;
     }
     if (const std::optional<int> status = words.Run()) return *status;
-    return verbose->parsed() ? Verbose(state) : RunBoardReport(options);
+    return verbose->parsed() ? RunVerbose(state) : RunBoardReport(options);
 }
 
 }  // namespace

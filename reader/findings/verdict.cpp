@@ -425,8 +425,7 @@ std::string DescribeBlackBoxes(const Report& report, const Verdict& verdict) {
 }
 
 std::string HostSentence(const Tally& tally) {
-    return tally.IsHost() ? "A host without /vendor/bin: no more shows than its own /proc and /sys."
-                          : "";
+    return tally.IsHost() ? "A host without /vendor/bin: only its own /proc and /sys show." : "";
 }
 
 std::string Moment(const Report& report, uint64_t nanoseconds) {
