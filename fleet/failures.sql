@@ -1,7 +1,8 @@
 -- Which section fails most often, and on which build?
-WITH builds AS (SELECT build, count(*) AS made FROM reports GROUP BY build)
-SELECT title AS section, build, count(*) AS failures, made AS reports,
-       round(100.0 * count(*) / made, 1) AS percent, mode(failure) AS mostly
-FROM records JOIN reports USING (file) JOIN builds USING (build)
-WHERE type = 'section' AND failure IS NOT NULL
-GROUP BY title, build, made ORDER BY failures DESC, section, build LIMIT 10;
+SELECT section, build, failures, reports, round(100 * failures / reports, 1) AS percent, mostly
+FROM (SELECT title AS section, build, count(*) AS failures, min(failure) AS mostly
+      FROM (SELECT key, title, failure FROM sections WHERE failure IS NOT NULL AND expected IS NULL)
+      JOIN (SELECT key, build FROM reports) USING (key)
+      GROUP BY title, build)
+JOIN (SELECT build, count(*) AS reports FROM reports GROUP BY build) USING (build)
+ORDER BY failures DESC, section, build LIMIT 20

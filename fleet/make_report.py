@@ -132,7 +132,7 @@ def write(out, args):
     out.write(section('Modem SSR history', logs.encode(), '/vendor/bin/sh -c ls'))
 
 
-def main():
+def options():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument('--size', type=int, default=100000, help='bytes of its longest section')
     parser.add_argument('--records', type=int, default=7500, help='of all sensors together')
@@ -144,7 +144,11 @@ def main():
     parser.add_argument('--build', help='its build, one of three unless given')
     parser.add_argument('--seed', type=int, default=1, help='and serial number; the same gives the same report')
     parser.add_argument('-o', metavar='FILE', help='standard output unless given')
-    args = parser.parse_args()
+    return parser
+
+
+def main():
+    args = options().parse_args()
     with open(args.o, 'wb') if args.o else sys.stdout.buffer as out:
         write(out, args)
 

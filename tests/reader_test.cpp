@@ -593,22 +593,33 @@ TEST(Json, HoldsAnyBytesAndAnyNumber) {
 "times":[],"values":[]}
 {"type":"section","file":"F","index":2,"title":"C","kind":"file","detail":"/x",
 "seconds":0.0,"failure":null,"complete":false,"text":"","lossy":false,"expected":null}
+{"type":"fact","file":"F","fact":"verbose","number":null,"text":"enabled"}
+{"type":"fact","file":"F","fact":"sections","number":3,"text":"3"}
+{"type":"fact","file":"F","fact":"failed","number":0,"text":"0"}
+{"type":"fact","file":"F","fact":"slowest","number":null,"text":"A \"q\" (1.250 s)"}
+{"type":"state","file":"F","sensor":1,"name":"Accelerometer","records":1,
+"seconds":0.0,"rate":0.0,"state":null}
+{"type":"state","file":"F","sensor":196,"name":"W","records":1,
+"seconds":0.0,"rate":0.0,"state":null}
+{"type":"state","file":"F","sensor":6,"name":"G","records":0,
+"seconds":0.0,"rate":0.0,"state":"was skipped: No timestamp info"}
 {"type":"finding","file":"F","check":"report-cut","severity":"error",
 "says":"The report ends within C",
 "hint":"A whole one ends with Modem SSR history; what comes before the cut is right.",
-"section":null,"index":null,"line":null,"evidence":null}
+"section":null,"index":null,"line":null,"evidence":null,"name":null}
 {"type":"finding","file":"F","check":"sensor-missing","severity":"error",
 "says":"G was skipped: No timestamp info",
 "hint":"The device's system log says why, in lines with the tag tev-dumpstate.",
-"section":null,"index":null,"line":null,"evidence":null}
+"section":null,"index":null,"line":null,"evidence":null,"name":"G"}
 {"type":"report","file":"F","verbose":true,"facts":{"verbose":"enabled","sections":3,"failed":0,
 "slowest":"A \"q\" (1.250 s)"},"black_box":"G skipped: No timestamp info",
 "sections":3,"failed":0,"complete":false,"errors":2,"warnings":0}
 )x";
-    const std::pair<std::string, std::string> stands_for[] = {{",\n", ","},
-                                                              {"?", "\uFFFD"},
-                                                              {".\\\\", "\x7f\\\\"},
-                                                              {"\"F\"", '"' + file.path() + '"'}};
+    const std::pair<std::string, std::string> stands_for[] = {
+            {",\n", ","},
+            {"?", "\uFFFD"},
+            {".\\\\", "\x7f\\\\"},
+            {"\"F\"", '"' + file.path() + "\",\"key\":\"e3f996f367742ae85b7abb2c13e24d12\""}};
     for (const auto& [shown, meant] : stands_for) {
         for (size_t at = 0; (at = expected.find(shown, at)) != std::string::npos;
              at += meant.size()) {
@@ -618,29 +629,26 @@ TEST(Json, HoldsAnyBytesAndAnyNumber) {
     EXPECT_EQ(Json(file.path()), expected);
 }
 
-TEST(Json, TellsASectionBeforeTheInputEnds) {
+TEST(Json, KnowsAReportByItsBytes) {
+    const std::string bytes = File("A", std::string(200'000, 'a')) + File("B", "b\n");
+    const ReportFile file(bytes);
+    const auto without_name = [](std::string json, const std::string& name) {
+        for (size_t at; (at = json.find(name)) != std::string::npos;) json.erase(at, name.size());
+        return json;
+    };
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe(ends.data()), 0);
-    const std::string begin = File("A", "text\n") + Header("B") + "half";
-    ASSERT_EQ(write(ends[1], begin.data(), begin.size()), static_cast<ssize_t>(begin.size()));
-    std::string text;
-    bool open = true;
-    const std::string path = "/dev/fd/" + std::to_string(ends[0]);
-    EXPECT_EQ(WriteJson(path, Rules(),
-                        [&](std::string_view bytes) {
-                            text += bytes;
-                            // Only now does the input go on and end.
-                            const std::string rest = " of it\n" + Footer("B");
-                            if (open) {
-                                EXPECT_GT(write(ends[1], rest.data(), rest.size()), 0);
-                                close(ends[1]);
-                            }
-                            open = false;
-                            return true;
-                        }),
-              "");
+    std::thread writer([&] {
+        EXPECT_EQ(write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        close(ends[1]);
+    });
+    const std::string pipe_name = "/dev/fd/" + std::to_string(ends[0]);
+    const std::string json = Json(file.path());
+    EXPECT_EQ(without_name(Json(pipe_name), pipe_name), without_name(json, file.path()));
+    writer.join();
     close(ends[0]);
-    EXPECT_NE(text.find("\"text\":\"half of it\\n\""), std::string::npos) << text;
+    const std::string key = json.substr(json.find("\"key\":\""), 40);
+    EXPECT_EQ(Json(ReportFile(bytes + "\n").path()).find(key), std::string::npos);
 }
 
 TEST(Json, CutsATextBeforeItFillsTheMemory) {

@@ -20,6 +20,7 @@ CHECKS = {kind: jsonschema.Draft202012Validator({'$ref': '#/$defs/' + kind, '$de
           for kind in SCHEMA['$defs']}
 jsonschema.Draft202012Validator.check_schema(SCHEMA)
 LOST = '\N{REPLACEMENT CHARACTER}'
+NUMBERS_KEY = '85b852de6a7395366f99fb235747a9a8'  # by xxh128sum
 FACTS = {'device': 'Norvel Tarn', 'build.type': 'userdebug', 'serial': 'NVW000001', 'uptime': 174}
 
 
@@ -216,7 +217,7 @@ def without_duplicates(pairs):
 def check_line(record):
     """What is wrong with one record, whatever report it is of."""
     kind = record.get('type')
-    if kind not in ('section', 'sensor', 'finding', 'report'):
+    if kind not in ('section', 'sensor', 'fact', 'state', 'finding', 'report'):
         return f'no type: {record}'
     if error := jsonschema.exceptions.best_match(CHECKS[kind].iter_errors(record)):
         return f'{error.message[:300]} at {error.json_path}'
@@ -224,6 +225,8 @@ def check_line(record):
         properties = SCHEMA['$defs']['report']['properties']['facts'] if at == 'facts' else SCHEMA['$defs'][at]
         if [key for key in properties['properties'] if key in part] != list(part):
             return f'keys out of order: {list(part)}'
+    if len(json.dumps(record, ensure_ascii=False).encode()) >= 64 << 20:
+        return 'longer than 64 MiB'
     if kind == 'section':
         strings = (record['title'], record['detail'], record['failure'] or '', record['text'])
         # The one character that is written so in a report is in a fact.
@@ -257,6 +260,18 @@ def check_report(name, says, records, wanted_times):
         wrong.append(f'complete: {last["complete"]}')
     if any(('cut' in s) != (len(s['text'].encode()) > 62 << 20 and name == 'long') for s in sections):
         wrong.append('cut stands elsewhere')
+    if {r['fact']: r['text'] if r['number'] is None else r['number']
+            for r in records if r['type'] == 'fact'} != last['facts']:
+        wrong.append('other facts in rows than in the report')
+    sensors = {kind: [(r['sensor'], r['name'], r['records'] if kind == 'state' else len(r['times']))
+                      for r in records if r['type'] == kind] for kind in ('sensor', 'state')}
+    if sensors['sensor'] != sensors['state']:
+        wrong.append(f'states of other sensors: {sensors}')
+    states = ' '.join(r['state'] or '' for r in records if r['type'] == 'state')
+    if any(r['says'] != f'{r["name"]} {r["says"].removeprefix(r["name"] + " ")}'
+           or r['says'].removeprefix(r['name'] + ' ') not in states
+           for r in records if r['type'] == 'finding' and r['name']):
+        wrong.append('a finding of a sensor that its state does not tell')
     times = [r['times'] for r in records if r['type'] == 'sensor']
     if wanted_times is not None and times != wanted_times:
         wrong.append(f'times: {times}')
@@ -294,6 +309,11 @@ def main():
             report = REPORTS[name]
             what = check_report(name, report.says, its, getattr(report, 'times', None))
             wrong += [f'{name}: {what}'] if what else []
+        keys = {name: {r['key'] for r in its} for name, its in records.items()}
+        if len(set().union(*keys.values())) != len(REPORTS) or any(len(its) != 1 for its in keys.values()):
+            wrong.append(f'not a key a report: {keys}')
+        if records['numbers'][0]['key'] != NUMBERS_KEY:
+            wrong.append(f'another key than the hash of its bytes: {records["numbers"][0]["key"]}')
         for name in TRUTHS:
             wrong += check_truth(name, folder)
         with open(folder / 'healthy', 'rb') as standard_input:

@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <xxhash.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <system_error>
+#include <utility>
 
 namespace reader {
 namespace {
@@ -69,10 +72,48 @@ std::string Source::Open(const std::string& path, bool again) {
     return "";
 }
 
+std::string Source::TakeKey() {
+    again_ = true;
+    const std::unique_ptr<XXH3_state_t, decltype(&XXH3_freeState)> state(XXH3_createState(),
+                                                                         XXH3_freeState);
+    if (state == nullptr) {
+        error_ = "no memory is left to read " + name_;
+        return "";
+    }
+    XXH3_128bits_reset(state.get());
+    for (std::string_view bytes; !(bytes = Read()).empty();) {
+        XXH3_128bits_update(state.get(), bytes.data(), bytes.size());
+    }
+    if (!error_.empty()) return "";
+    if (spool_fd_ >= 0) {
+        close(fd_);
+        fd_ = std::exchange(spool_fd_, -1);
+        begin_ = 0;
+        seekable_ = true;
+    }
+    size_ = buffered_.end;
+    buffered_ = {};
+    buffer_.resize(kBuffer);
+    beginning_.clear();
+    if (lseek(fd_, static_cast<off_t>(begin_), SEEK_SET) < 0) {
+        error_ = "cannot read " + name_ + " again: " + Reason(errno);
+        return "";
+    }
+    XXH128_canonical_t digest;
+    XXH128_canonicalFromHash(&digest, XXH3_128bits_digest(state.get()));
+    std::string key;
+    for (const unsigned char byte : digest.digest) {
+        constexpr std::string_view kDigits = "0123456789abcdef";
+        key += {kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+    return key;
+}
+
 std::string_view Source::Read() {
+    const uint64_t wanted = std::min<uint64_t>(buffer_.size(), size_ - buffered_.end);
     ssize_t size;
     do {
-        size = read(fd_, buffer_.data(), buffer_.size());
+        size = read(fd_, buffer_.data(), static_cast<size_t>(wanted));
     } while (size < 0 && errno == EINTR);
     if (size < 0) error_ = "cannot read " + name_ + ": " + Reason(errno);
     const std::string_view bytes(buffer_.data(), size > 0 ? static_cast<size_t>(size) : 0);

@@ -22,6 +22,11 @@ class Source {
     // says what is wrong.
     std::string Open(const std::string& path, bool again);
 
+    // Reads it to its end and begins anew, so that Read() gives the same bytes once more: what
+    // can't be read twice has then been kept in a temporary file. Returns what they are known by:
+    // 32 hexadecimal digits, the same for the same bytes; "" when reading has failed.
+    std::string TakeKey();
+
     // The next bytes, valid until the next call; none at the end, or when reading has failed, which
     // error() tells.
     std::string_view Read();
@@ -46,7 +51,8 @@ class Source {
     std::string name_;
     std::string beginning_;
     int fd_ = -1;
-    uint64_t begin_ = 0;  // where in fd_ the report begins
+    uint64_t begin_ = 0;          // where in fd_ the report begins
+    uint64_t size_ = UINT64_MAX;  // once it is known; what a writer appends since is not read
     bool seekable_ = false;
     bool again_ = false;
     int spool_fd_ = -1;  // the temporary file, if there is one

@@ -159,15 +159,19 @@ class Records {
     void Begin(std::string_view type) {
         json_.Raw("{\"type\":\"").Raw(type).Raw("\",\"file\":").String(report_.file);
         json_.TakeLossy();
+        json_.Raw(",\"key\":\"").Raw(key_).Raw("\"");
     }
     void Write(const Section& section);
     bool WriteText(TextRange text);
     void Write(const Sensor& sensor);
+    void Write(const Fact& fact);
+    void WriteStates(const Verdict& verdict);
     void Write(const Finding& finding);
     void WriteReport(const Verdict& verdict);
 
     JsonWriter json_;
     Report report_;
+    std::string key_;
     Watch watch_;
 };
 
@@ -239,6 +243,29 @@ void Records::Write(const Sensor& sensor) {
     json_.Raw(count < sensor.times.size() ? "],\"cut\":true}\n" : "]}\n");
 }
 
+void Records::Write(const Fact& fact) {
+    Begin("fact");
+    json_.Raw(",\"fact\":").String(fact.row->key).Raw(",\"number\":");
+    json_.Raw(fact.row->number ? fact.value : "null").Raw(",\"text\":").String(fact.value);
+    json_.Raw("}\n");
+}
+
+// What the sensors were like, in the words that are shown.
+void Records::WriteStates(const Verdict& verdict) {
+    for (size_t box = 0; box < report_.black_boxes.size(); ++box) {
+        const std::vector<Sensor>& sensors = report_.black_boxes[box].sensors;
+        for (size_t i = 0; i < sensors.size(); ++i) {
+            Begin("state");
+            json_.Raw(",\"sensor\":").Integer(sensors[i].number).Raw(",\"name\":");
+            json_.String(sensors[i].name).Raw(",\"records\":");
+            json_.Integer(sensors[i].statistics.records).Raw(",\"seconds\":");
+            json_.Number(sensors[i].statistics.span).Raw(",\"rate\":");
+            json_.Number(sensors[i].statistics.rate).Raw(",\"state\":");
+            json_.StringOrNull(verdict.WordsOf({box, i})).Raw("}\n");
+        }
+    }
+}
+
 void Records::Write(const Finding& finding) {
     Begin("finding");
     json_.Raw(",\"check\":").String(finding.check);
@@ -248,7 +275,8 @@ void Records::Write(const Finding& finding) {
     finding.index ? json_.Integer(*finding.index) : json_.Raw("null");
     json_.Raw(",\"line\":");
     finding.line ? json_.Integer(*finding.line) : json_.Raw("null");
-    json_.Raw(",\"evidence\":").StringOrNull(finding.evidence).Raw("}\n");
+    json_.Raw(",\"evidence\":").StringOrNull(finding.evidence).Raw(",\"name\":");
+    json_.StringOrNull(finding.sensor ? finding.subject : "").Raw("}\n");
 }
 
 void Records::WriteReport(const Verdict& verdict) {
@@ -273,6 +301,8 @@ std::string Records::Write() {
     if (std::string sentence = source.Open(report_.file, false); !sentence.empty()) {
         return sentence;
     }
+    key_ = source.TakeKey();
+    if (key_.empty()) return source.error();
     ReportBuilder builder(report_, ReportBuilder::Keep::kWhatIsJudged);
     ReportParser::Listener listener = builder.Listener();
     listener.on_section = [this, &builder](Section&& section) {
@@ -297,6 +327,8 @@ std::string Records::Write() {
     if (sentence.empty()) sentence = WhyNoReport(report_, source.name());
     if (sentence.empty()) {
         const Verdict verdict = Judge(report_, watch_);
+        for (const Fact& fact : report_.facts) Write(fact);
+        WriteStates(verdict);
         for (const Finding& finding : verdict.findings) Write(finding);
         WriteReport(verdict);
     }

@@ -7,8 +7,8 @@
 
 namespace reader {
 
-// Writes a report as records, one JSON object a line (doc/records.md), each as soon as the report
-// has told it, so that the first lines come before the input has ended. "-" is standard input. A
+// Writes a report as records, one JSON object a line (doc/records.md), all with
+// the report's key. "-" is standard input. A
 // line is shorter than 64 MiB: a text or a sensor's records that would make it longer are cut.
 // Memory is the records of the black box, and what is wrong. Returns "" or a sentence: the file
 // can't be read, is empty, or is no board report.
