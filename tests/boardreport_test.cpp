@@ -119,7 +119,12 @@ const std::string kEnd = Section("Modem SSR history", "");
 
 class BoardreportTest : public testing::Test {
   protected:
-    BoardreportTest() { fs::create_directory("/tmp/out"); }
+    BoardreportTest() {
+        // Whatever a shell's background or nohup has left ignored: who is started here is
+        // interrupted.
+        for (const int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, SIG_DFL);
+        fs::create_directory("/tmp/out");
+    }
     // A service that still writes a report which nobody wants any more is not the next case's.
     ~BoardreportTest() override {
         Await([] { return Shell("pkill -KILL -x dumpstate-servi").status != 0; });
