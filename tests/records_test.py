@@ -148,7 +148,7 @@ TRUTHS = {  # the change, sections, sensors, whole, what is found
     'an older report in the first log': (within(b'VENDOR PROPERTIES', lambda report: report), 55, 7, True, []),
     'a header behind a cut line': (glued(b'BMS', b'TTF'), 55, 7, False, ['text-lost']),
     'a header behind a cut line of its title':
-        (glued(b'MKDIR DUMPSTATE BIN DIR', b'MKDIR DUMPSTATE BIN DIR'), 54, 7, False, ['text-lost']),
+        (glued(b'MKDIR DUMPSTATE BIN DIR', b'MKDIR DUMPSTATE BIN DIR'), 54, 7, False, ['text-lost'] * 2),
     'a section lost': (lambda report: re.sub(rb"^------ BMS \(.*?^------ \S+ was the duration of 'BMS' ------\n", b'', report,
                                              flags=re.M | re.S), 54, 7, False, ['text-lost']),
     'a separator lost': (without(b'-' * 55), 55, 7, False, ['text-lost']),
