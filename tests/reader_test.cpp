@@ -196,7 +196,7 @@ TEST(ReportParser, WhatIsASectionAndWhatItsContent) {
              "> TTF\n< TTF /x 0 not finished [" + endless + "\n" + endless +
                      "------ ]\n< TTF /x 1.25  [x\n]\n"},
             {"the same behind a header that was cut", "------ BMS (/vend" + File("TTF"),
-             "> TTF\nlost 2 ------ BMS (/vend\noutside [------ BMS (/vend]\n< TTF /x 1.25  []\n"},
+             "lost 2 ------ BMS (/vend\noutside [------ BMS (/vend]\n> TTF\n< TTF /x 1.25  []\n"},
             {"the same behind a first line", "verbose logging: enabled" + File("TTF"),
              "lost 2 verbose logging: enabled\n> TTF\n< TTF /x 1.25  []\n"},
             {"the same behind a record",

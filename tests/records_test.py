@@ -114,6 +114,10 @@ def records_of(sensor, change):
     return changed
 
 
+def moved(line, seconds):
+    return re.sub(rb'\d+', lambda time: b'%d' % (int(time[0]) + seconds * 10**9), line, count=1)
+
+
 def cut(before, more=0):
     return lambda report: report[:report.index(before) + more]
 
@@ -149,7 +153,7 @@ TRUTHS = {  # the change, sections, sensors, whole, what is found
     'an older report in the first log': (within(b'VENDOR PROPERTIES', lambda report: report), 55, 7, True, []),
     'a header behind a cut line': (glued(b'BMS', b'TTF'), 55, 7, False, ['text-lost']),
     'a header behind a cut line of its title':
-        (glued(b'MKDIR DUMPSTATE BIN DIR', b'MKDIR DUMPSTATE BIN DIR'), 54, 7, False, ['text-lost']),
+        (glued(b'MKDIR DUMPSTATE BIN DIR', b'MKDIR DUMPSTATE BIN DIR'), 54, 7, False, ['text-lost'] * 2),
     'a section lost': (lambda report: re.sub(rb"^------ BMS \(.*?^------ \S+ was the duration of 'BMS' ------\n", b'', report,
                                              flags=re.M | re.S), 54, 7, False, ['text-lost']),
     'a separator lost': (without(b'-' * 55), 55, 7, False, ['text-lost']),
@@ -168,6 +172,10 @@ TRUTHS = {  # the change, sections, sensors, whole, what is found
     'one axis stuck': (records_of(b'Gyroscope', lambda i, line: line[:line.index(b'(')] + re.sub(rb', .*?,', b', 0.500000,', line[line.index(b'('):])),
                        55, 7, True, ['sensor-frozen']),
     'a sensor silent': (records_of(b'Gyroscope', lambda i, line: line if i < 2000 else b''), 55, 7, True, ['sensor-silent']),
+    'a clock set back': (records_of(b'Gyroscope', lambda i, line: line if i < 2000 else moved(line, -3600)),
+                         55, 7, True, ['sensor-gaps']),
+    'a clock set ahead': (records_of(b'Gyroscope', lambda i, line: line if i < 2000 else moved(line, 3600)),
+                          55, 7, True, ['records-from-the-future', 'sensor-gaps']),
     'a gap': (records_of(b'Gyroscope', lambda i, line: line if not 1000 < i < 1100 else b''), 55, 7, True, ['sensor-gaps']),
     'a line of no record': (records_of(b'Gyroscope', lambda i, line: line[9:] if i == 1000 else line), 55, 7, False, ['text-lost']),
     'a time without its zone': (lambda report: report.replace(b' UTC ', b' '), 55, 7, True, []),

@@ -56,6 +56,7 @@ class Judgement {
     void JudgeMissing(size_t at);
     void JudgeSensor(Place place);
     void JudgeRecords(Place place);
+    bool IsFromTheFuture(const BlackBox& black_box) const;
     void JudgeTime();
 
     Finding& Add(const char* check, Severity severity, std::string subject, std::string what);
@@ -71,6 +72,7 @@ class Judgement {
     const Report& report_;
     Verdict verdict_;
     size_t troubles_ = 0;  // told of the black box
+    bool ahead_ = false;   // the black box that is looked at has records from the future
 };
 
 Finding& Judgement::Add(const char* check, Severity severity, std::string subject,
@@ -234,6 +236,7 @@ void Judgement::JudgeBlackBox(size_t at) {
                 kLogHint;
         AddBlackBoxTrouble("no data");
     }
+    ahead_ = IsFromTheFuture(black_box);
     for (size_t i = 0; i < black_box.sensors.size(); ++i) JudgeSensor({at, i});
     JudgeMissing(at);
 }
@@ -279,6 +282,16 @@ void Judgement::JudgeSensor(Place place) {
     }
 }
 
+// Whether a sensor that records all the time has records newer than the report.
+bool Judgement::IsFromTheFuture(const BlackBox& black_box) const {
+    const auto uptime = report_.UptimeSeconds();
+    return uptime && std::ranges::any_of(black_box.sensors, [&](const Sensor& sensor) {
+               return KindOf(sensor).steady() &&
+                      static_cast<double>(sensor.statistics.newest) / 1e9 >
+                              static_cast<double>(*uptime) + kClockSeconds;
+           });
+}
+
 void Judgement::JudgeRecords(Place place) {
     const SensorStatistics& its = At(place).statistics;
     const BlackBox& black_box = report_.black_boxes[place.black_box];
@@ -302,7 +315,10 @@ void Judgement::JudgeRecords(Place place) {
                   "stands still in " + axes + " since " + At(its.stuck_since) +
                           ", while the rest moves");
     }
-    if (its.silent > 0 && black_box.ended && !black_box.torn && black_box.odd_lines == 0) {
+    // Beside a clock that runs ahead of the report's all others seem silent, and so does what has
+    // set its own back.
+    if (its.silent > 0 && black_box.ended && !black_box.torn && black_box.odd_lines == 0 &&
+        its.jumps == 0 && !ahead_) {
         AddSensor("sensor-silent", kWarning, place,
                   "was silent for the last " + Seconds(its.silent));
     }
