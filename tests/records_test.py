@@ -129,6 +129,11 @@ def footer(title, nth=0):
         report, flags=re.M)
 
 
+def section_lost(title):
+    whole = rb"^------ %b \(.*?^------ \S+ was the duration of '%b' ------\n" % (title, title)
+    return lambda report: re.sub(whole, b'', report, flags=re.M | re.S)
+
+
 def glued(title, other):
     """Without what is between the middle of the section's text and the next of the other title."""
     def change(report):
@@ -154,8 +159,8 @@ TRUTHS = {  # the change, sections, sensors, whole, what is found
     'a header behind a cut line': (glued(b'BMS', b'TTF'), 55, 7, False, ['text-lost']),
     'a header behind a cut line of its title':
         (glued(b'MKDIR DUMPSTATE BIN DIR', b'MKDIR DUMPSTATE BIN DIR'), 54, 7, False, ['text-lost'] * 2),
-    'a section lost': (lambda report: re.sub(rb"^------ BMS \(.*?^------ \S+ was the duration of 'BMS' ------\n", b'', report,
-                                             flags=re.M | re.S), 54, 7, False, ['text-lost']),
+    'a section lost': (section_lost(b'BMS'), 54, 7, False, ['text-lost']),
+    'a section that some reports lack': (section_lost(b'Sleep Stats'), 54, 7, True, []),
     'a separator lost': (without(b'-' * 55), 55, 7, False, ['text-lost']),
     'the beginning of another': (lambda report: report + report[:report.index(b'\n') + 1], 55, 7, False, ['report-cut']),
     'another without its beginning': (lambda report: report + report[report.index(b'\n') + 1:], 110, 14, False, None),

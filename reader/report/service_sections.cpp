@@ -8,7 +8,7 @@ namespace {
 
 struct Row {
     std::string_view title;
-    bool of_all;  // else a user build leaves it out, or a report without a bundle
+    bool of_all;  // else some builds leave it out, or reports without a bundle or such a folder
 };
 constexpr std::array<Row, kServiceSections> kSections = {{
         {"RM DUMPSTATE BIN DIR", false},
@@ -54,7 +54,7 @@ constexpr std::array<Row, kServiceSections> kSections = {{
         {"Velora extcon spoofing", false},
         {"Velora moisture detect mitigation parameters", false},
         {"Velora periodic reauth parameters", false},
-        {"Sleep Stats", true},
+        {"Sleep Stats", false},
         {"Bootloader Log file of current boot", false},
         {"Bootloader Log", false},
         {"DUMP EMMC VENDOR", true},

@@ -12,7 +12,7 @@ namespace reader {
 inline constexpr size_t kServiceSections = 51;
 
 // Those that every report has, on every build and with a bundle or without.
-inline constexpr size_t kSectionsOfAll = 36;
+inline constexpr size_t kSectionsOfAll = 35;
 bool IsOfAll(size_t service_section);
 
 std::string_view ServiceTitle(size_t service_section);
