@@ -15,6 +15,8 @@
 #include "report.h"
 #include "summary.h"
 #include "utf8.h"
+#include "verdict.h"
+#include "watch.h"
 
 namespace {
 
@@ -32,7 +34,9 @@ std::string Describe(const Report& report) {
     }
     for (const reader::TextRange& outside : report.outside) range(outside);
     for (const reader::Fact& fact : report.facts) text += fact.row->key + fact.value;
-    return text + (report.cut ? "cut" : "") + report.BlackBoxTrouble();
+    const reader::Verdict verdict = reader::Judge(report);
+    for (const reader::Finding& finding : verdict.findings) text += finding.check + finding.says;
+    return text + (report.cut ? "cut" : "") + verdict.black_box;
 }
 
 Report Read(std::string_view bytes, unsigned seed) {
@@ -60,8 +64,10 @@ void CheckOrder(const Report& report) {
 }
 
 void CheckSummary(const Report& report) {
-    std::string text = reader::Summarize({&report, 1}, false).text;
-    Require(reader::Summarize({&report, 1}, true).text.size() >= text.size(), "colours add");
+    const reader::Verdict verdict = reader::Judge(report);
+    std::string text = reader::Summarize({&report, 1}, {&verdict, 1}, false).text;
+    Require(reader::Summarize({&report, 1}, {&verdict, 1}, true).text.size() >= text.size(),
+            "colours add");
     while (!text.empty()) {
         const size_t end = text.find('\n');
         const std::string line = text.substr(0, end);
@@ -71,14 +77,17 @@ void CheckSummary(const Report& report) {
     }
 }
 
-Report ReadAgain(std::string_view bytes) {
+// Read from a file, with all that checks look for in its lines.
+reader::Verdict ReadAgain(std::string_view bytes, Report& report) {
+    static const reader::Rules rules;
     const int file = memfd_create("report", MFD_CLOEXEC);
     Require(write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
             "there is memory");
-    Report report;
-    reader::ReadReport("/proc/self/fd/" + std::to_string(file), true, report);
+    reader::Watch watch(rules, report);
+    reader::ReadReport("/proc/self/fd/" + std::to_string(file), true, report,
+                       [&watch](reader::Section& section) { watch.Take(section); });
     close(file);
-    return report;
+    return reader::Judge(report, watch);
 }
 
 // Nothing in a page but the page's own is markup or a control character.
@@ -87,14 +96,17 @@ void CheckPage(std::string_view text, unsigned seed) {
             " title head body a header p h1 h2 h3 h4 nav main section div table thead tbody tr th "
             "td "
             "b span strong dl dt dd svg rect circle figure figcaption script button input details "
-            "summary pre i ins del ";
-    Report reports[] = {ReadAgain(text), ReadAgain(text.substr(text.size() / (seed + 1)))};
+            "ul li mark code summary pre i ins del ";
+    Report reports[2];
+    const reader::Verdict verdicts[] = {
+            ReadAgain(text, reports[0]),
+            ReadAgain(text.substr(text.size() / (seed + 1)), reports[1])};
     std::string page;
     const reader::Sink sink = [&page](std::string_view bytes) {
         page += bytes;
         return true;
     };
-    Require(reader::WritePage(reports, {}, sink).empty(), "the texts can be read again");
+    Require(reader::WritePage(reports, verdicts, {}, sink).empty(), "the texts can be read again");
     std::string_view rest = page;
     rest.remove_prefix(reader::PageBegin().size());
     rest.remove_suffix(reader::PageEnd().size());

@@ -1,21 +1,13 @@
 // The sensor black box against a hub that is written here, byte by byte, and the section around it.
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pthread.h>
-#include <sys/fsuid.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cmath>
@@ -24,6 +16,7 @@
 #include <fstream>
 #include <future>
 #include <numeric>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -31,7 +24,10 @@
 #include <vector>
 
 #include "expected_report.h"
+#include "hub_daemon.h"
 #include "hub_messages.h"
+#include "no_threads.h"
+#include "own_time.h"
 #include "processes.h"
 #include "recording_platform.h"
 #include "sensor_black_box_client.h"
@@ -40,41 +36,7 @@
 namespace fbs = chre::fbs;
 using namespace std::chrono_literals;
 
-// What the tests own of the system: whether there are threads, the section's pause, and the time of
-// a thread that has one of its own, where waiting takes none but that.
-static std::atomic<bool> no_threads = false;
-static thread_local timespec* own_time = nullptr;
-static thread_local int longest_wait = 0;   // that poll was asked for
-static thread_local int interruptions = 0;  // of the polls to come
-// The pipe's reader, which takes a page a second whenever it is waited for.
-static thread_local int slow_reader = -1;
-
-template <typename Function>
-static Function* Next(const char* name, Function* /*same*/) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                              void* (*run)(void*), void* argument) {
-    static const auto create = Next("pthread_create", pthread_create);
-    return no_threads ? EAGAIN : create(thread, attributes, run, argument);
-}
-
-extern "C" int clock_gettime(clockid_t clock, timespec* time) {
-    static const auto get = Next("clock_gettime", clock_gettime);
-    if (own_time == nullptr) return get(clock, time);
-    *time = *own_time;
-    return 0;
-}
-
-extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                      clockid_t clock, const timespec* deadline) {
-    static const auto wait = Next("pthread_cond_clockwait", pthread_cond_clockwait);
-    if (own_time == nullptr) return wait(condition, mutex, clock, deadline);
-    *own_time = *deadline;
-    return ETIMEDOUT;
-}
-
+// The section's pause.
 extern "C" int nanosleep(const timespec* time, timespec* left) {
     if (time->tv_sec == 0) return clock_nanosleep(CLOCK_MONOTONIC, 0, time, left);
     const bool whole = time->tv_nsec == 0;
@@ -86,32 +48,12 @@ extern "C" int nanosleep(const timespec* time, timespec* left) {
     return -1;
 }
 
-extern "C" int poll(pollfd* fds, nfds_t count, int millis) {
-    if (interruptions > 0) {
-        --interruptions;
-        errno = EINTR;
-        return -1;
-    }
-    longest_wait = std::max(longest_wait, millis);
-    if (slow_reader != -1) {
-        std::array<char, 4096> page{};
-        EXPECT_GT(read(slow_reader, page.data(), page.size()), 0);
-        ++own_time->tv_sec;
-        return static_cast<int>(count);
-    }
-    if (own_time != nullptr && millis > 0) millis = 0;
-    const timespec limit{millis / 1000, millis % 1000 * 1000000L};
-    return ppoll(fds, count, millis < 0 ? nullptr : &limit, nullptr);
-}
-
 // How long the action takes in a time of its own.
 template <typename Action>
-static time_t SecondsOf(Action action) {
-    timespec time{};
-    own_time = &time;
+static std::chrono::seconds SecondsOf(Action action) {
+    const OwnTime time;
     action();
-    own_time = nullptr;
-    return time.tv_sec;
+    return std::chrono::floor<std::chrono::seconds>(time.passed);
 }
 
 namespace tev::dumpstate {
@@ -119,17 +61,12 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// All there is to read, of a file from its beginning.
-std::string TextOf(int fd) {
-    return ReadFile("/proc/self/fd/" + std::to_string(fd));
-}
-
 // What is written into a memory file.
 class Report {
   public:
     ~Report() { close(fd_); }
     int fd() const { return fd_; }
-    std::string Text() const { return TextOf(fd_); }
+    std::string Text() const { return ReadFd(fd_); }
 
   private:
     const int fd_ = memfd_create("report", MFD_CLOEXEC);
@@ -190,7 +127,7 @@ class BlackBoxTest : public testing::Test {
     }
 
     android::sp<SensorBlackBoxClient> client_;
-    time_t waited_ = 0;  // for what was Printed(), in seconds
+    std::chrono::seconds waited_{0};  // for what was Printed()
 };
 
 TEST_F(BlackBoxTest, EveryMessageIsCheckedAndLoggedToTheLetter) {
@@ -226,7 +163,7 @@ TEST_F(BlackBoxTest, EveryMessageIsCheckedAndLoggedToTheLetter) {
     EXPECT_GT(rows, 35);
     // Stopped, so nobody is waited for. The order of the sensors is the map's own.
     const std::string text = Printed(3600s);
-    EXPECT_EQ(waited_, 0);
+    EXPECT_EQ(waited_, 0s);
     for (const char* block : {"*** Sensor 1 (Accelerometer) ***\n"
                               "Time: 980000, Value: (0.000000, -0.000000, 0.000000)\n"
                               "Time: 1000000, Value: (2.000000, 1.000000, -2.500000)\n",
@@ -243,7 +180,7 @@ TEST_F(BlackBoxTest, ValuesAndTimesPrintLikePrintf) {
                                     0xFFC00000, 0x7F800001, 0x00000001, 0x807FFFFF, 0x7F7FFFFF,
                                     0xFF7FFFFF, 0x35000000, 0x36000000, 0x5F000000, 0x5E7FFFFF,
                                     0x4B7FFFFF, 0x3EFFFFFF, 0xB4800000};
-    while (values.size() < (kSanitized ? 6000 : 60000)) {
+    while (values.size() < 12000) {
         values.push_back(static_cast<uint32_t>(random()));
         values.push_back(0x30000000 + values.back() % 0x1B000000);  // where a millionth counts
     }
@@ -314,7 +251,7 @@ TEST_F(BlackBoxTest, TimeOutEndsTheWaitUnlessAsManyBuffersAsSensorsAreComplete) 
         Feed(Message(5, Piece(8, 0, 16, offset, 8, Bytes(8))));
     }
     const std::string text = Printed(30s);
-    EXPECT_EQ(waited_, 37) << text;
+    EXPECT_EQ(waited_, 37s) << text;
 }
 
 TEST_F(BlackBoxTest, MemoryIsBounded) {
@@ -342,20 +279,12 @@ TEST_F(BlackBoxTest, BufferThatNoMemoryIsLeftForIsRefused) {
     EXPECT_EQ(Printed(), "");
 }
 
-bool IsNull(int fd) {
-    struct stat status {};
-    struct stat null {};
-    return fstat(fd, &status) == 0 && stat("/dev/null", &null) == 0 &&
-           status.st_rdev == null.st_rdev && (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
-}
-
 TEST_F(BlackBoxTest, ASlowReaderMissesNothing) {
     const std::string whole =
             "------ Sensor Black Box ------\n" + PrintedRecords(1, 1, Bytes(3 << 20));
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-    auto slow = std::async(std::launch::async, TextOf, ends[0]);
-    interruptions = 1;
+    auto slow = std::async(std::launch::async, ReadFd, ends[0]);
     client_->PrintToFd(ends[1], 0s);
     close(ends[1]);
     EXPECT_TRUE(slow.get() == whole);
@@ -363,9 +292,13 @@ TEST_F(BlackBoxTest, ASlowReaderMissesNothing) {
 
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     ASSERT_EQ(write(ends[1], whole.data(), 65536), 65536);
-    slow_reader = ends[0];
-    EXPECT_GT(SecondsOf([&] { client_->PrintToFd(ends[1], 0s); }), 500);
-    slow_reader = -1;
+    {
+        OwnTime time;
+        time.interruptions = 1;
+        time.slow_reader = ends[0];
+        client_->PrintToFd(ends[1], 0s);
+        EXPECT_GT(time.passed, 500s);
+    }
     EXPECT_FALSE(IsNull(ends[1]));
     for (const int end : ends) close(end);
 }
@@ -377,53 +310,45 @@ TEST_F(BlackBoxTest, AReaderThatHasStoppedOrGoneIsGivenUp) {
     ASSERT_EQ(pipe2(stopped.data(), O_CLOEXEC), 0);
     ASSERT_EQ(pipe2(gone.data(), O_CLOEXEC), 0);
     close(gone[0]);
-    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
-    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const auto [master, terminal] = OpenTerminal();
     std::signal(SIGPIPE, SIG_IGN);  // the service is not ended by it either
-    for (const int out : {stopped[1], terminal, gone[1]}) {
+    const struct {
+        int fd;
+        const char* why;
+        std::chrono::seconds patience = 30s;
+        bool given_up = true;
+    } readers[] = {{stopped[1], "Connection timed out"},
+                   {terminal, "Connection timed out"},
+                   {gone[1], "Broken pipe", 0s},
+                   {open("/dev/full", O_WRONLY | O_CLOEXEC), "No space left on device", 0s, false},
+                   {-1, "Bad file descriptor", 0s, false}};
+    for (const auto& reader : readers) {
         const WithinAMinute end("a report that nobody reads");
-        longest_wait = 0;
-        SecondsOf([&] { client_->PrintToFd(out, 0s); });
-        EXPECT_EQ(longest_wait, 30'000);
-        EXPECT_EQ(LogsOf("tev-dumpstate").back(),
-                  std::string("5 tev-dumpstate The report is cut here: ") +
-                          (out == gone[1] ? "Broken pipe" : "Connection timed out"));
-        EXPECT_TRUE(IsNull(out));
-        close(out);
+        ThePlatform().logs.clear();
+        {
+            const OwnTime time;
+            client_->PrintToFd(reader.fd, 0s);
+            EXPECT_EQ(time.waited, reader.patience);
+        }
+        EXPECT_EQ(NewLogs(), Strings{"5 The report is cut here: " + std::string(reader.why)});
+        EXPECT_EQ(IsNull(reader.fd), reader.given_up);
+        close(reader.fd);
     }
-    client_->PrintToFd(-1, 0s);
     std::signal(SIGPIPE, SIG_DFL);
     close(stopped[0]);
     close(master);
 }
 
-// The daemon's end of the link.
-class Hub {
+class Hub : public HubDaemon {
   public:
-    Hub() {
-        sockaddr_un address{AF_UNIX, "/dev/socket/chre"};
-        unlink(address.sun_path);
-        EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(listener_, 5), 0);
-    }
-    ~Hub() {
-        HangUp();
-        close(listener_);
-        unlink("/dev/socket/chre");
-    }
-
-    void HangUp() { close(std::exchange(connection_, -1)); }
-    bool Send(const Bytes& datagram) const {
-        return send(connection_, datagram.data(), datagram.size(), MSG_NOSIGNAL) > 0;
-    }
+    Hub() : HubDaemon("chre") {}
 
     // The client's next message as text, checked for what all have in common.
     std::string Receive() const {
-        Bytes datagram(4096);
-        const ssize_t size = recv(connection_, datagram.data(), datagram.size(), 0);
-        if (size <= 0) return "hung up";
-        flatbuffers::Verifier verifier(datagram.data(), static_cast<size_t>(size));
+        const std::string received = HubDaemon::Receive();
+        const Bytes datagram(received.begin(), received.end());
+        if (datagram.empty()) return "hung up";
+        flatbuffers::Verifier verifier(datagram.data(), datagram.size());
         if (!verifier.VerifyBuffer<fbs::MessageContainer>(nullptr)) return "invalid";
         const auto* const container = flatbuffers::GetRoot<fbs::MessageContainer>(datagram.data());
         if (container->host_addr()->client_id() != 0) return "wrong address";
@@ -442,16 +367,12 @@ class Hub {
 
     // What every connection begins with.
     void AcceptListAndCount(uint32_t sensors) {
-        connection_ = Bounded(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
+        Accept();
         EXPECT_EQ(Receive(), "list");
         Send(List({{kBlackBox, true}}));
         EXPECT_EQ(Receive(), "6:");
         Send(Message(7, Le(sensors)));
     }
-
-  private:
-    const int listener_ = Bounded(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-    int connection_ = -1;
 };
 
 void Finish(std::future<void>& printing) {
@@ -613,16 +534,18 @@ TEST(SensorHub, WritesItsSectionInOrder) {
 
     // Without a hub, and without a thread that waits for one.
     for (const auto& [wait, black_box] :
-         {std::pair{5, "------ Sensor Black Box ------\n"},
-          {0,
+         {std::pair{5s, "------ Sensor Black Box ------\n"},
+          {0s,
            "*** no sensor black box: the connection to the context hub (socket \"chre\") could "
            "not be begun, see the system log\n"}}) {
         ThePlatform().requests.clear();
         const Report without;
-        no_threads = wait == 0;
-        if (no_threads) expected.pop_back();
+        std::optional<NoThreads> none;
+        if (wait == 0s) {
+            none.emplace();
+            expected.pop_back();
+        }
         EXPECT_EQ(SecondsOf([&] { dump(without.fd()); }), wait);
-        no_threads = false;
         EXPECT_EQ(without.Text(), with(black_box));
         EXPECT_EQ(ThePlatform().requests, expected);
     }

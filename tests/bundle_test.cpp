@@ -1,7 +1,6 @@
 // The log bundle's own code against a platform that writes down what it is asked for. Copies,
 // packing and removal are only asked for; listing, streaming and waiting are real.
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -18,6 +17,7 @@
 #include "dumpstate.h"
 #include "log_copy.h"
 #include "modem_capture.h"
+#include "no_threads.h"
 #include "processes.h"
 #include "recording_platform.h"
 
@@ -31,15 +31,6 @@ int timer_settime(timer_t timer, int flags, const itimerspec* at, itimerspec* ol
     if (soon.it_value.tv_sec != 0) soon.it_value = g_first_ring;
     if (soon.it_interval.tv_sec != 0) soon.it_interval = {0, 10'000'000};
     return static_cast<int>(syscall(SYS_timer_settime, timer, flags, &soon, old));
-}
-
-static bool g_no_threads = false;
-
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
-                   void* argument) {
-    static const auto create =
-            reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-    return g_no_threads ? EAGAIN : create(thread, attributes, run, argument);
 }
 
 namespace aidl::android::hardware::dumpstate {
@@ -319,10 +310,9 @@ TEST_F(BundleTest, WhatEndsTheStreamIsLogged) {
 }
 
 TEST_F(BundleTest, WithoutAThreadNothingIsCaptured) {
-    g_no_threads = true;
+    const NoThreads none;
     ModemCapture capture;
     capture.Start();
-    g_no_threads = false;
     capture.Join();
     EXPECT_EQ(ThePlatform().logs, Lines{"6 - could not create thread for dumpModem\n"});
 }

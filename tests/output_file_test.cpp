@@ -15,6 +15,8 @@
 #include <filesystem>
 #include <string>
 
+#include "processes.h"
+
 namespace {
 
 std::string Shell(const std::string& command) {
@@ -31,17 +33,13 @@ class OutputFileTest : public testing::Test {
         char folder[] = "/tmp/output_file_test.XXXXXX";
         std::filesystem::current_path(mkdtemp(folder));
         chmod(".", 0755);
-        signal(SIGALRM, [](int) {
-            constexpr char kSentence[] = "a file took a minute to be opened or written\n";
-            _exit(write(STDERR_FILENO, kSentence, sizeof kSentence - 1) > 0 ? 1 : 2);
-        });
-        alarm(60);
     }
     ~OutputFileTest() override {
-        alarm(0);
         std::filesystem::remove_all(std::filesystem::current_path());
         std::filesystem::current_path("/");
     }
+
+    const WithinAMinute end_{"a file to be opened or written"};
 };
 
 TEST_F(OutputFileTest, FilesAreTheirOwners) {

@@ -188,7 +188,10 @@ def look_at_healthy(page):
         ('failed', "document.querySelectorAll('[data-failed]').length", 2),
         ('seconds', "document.querySelectorAll('[data-section]:not([data-seconds])').length", 0),
         ('failures are linked', """[...document.querySelectorAll('#verdict a')].every(a =>
-            document.querySelector(a.getAttribute('href')).dataset.failed)""", True),
+            document.querySelector(a.getAttribute('href')))""", True),
+        ('findings', """[...document.querySelectorAll('#verdict [data-finding]')]
+            .map(e => e.dataset.finding)""", []),
+        ('expected', "document.querySelectorAll('[data-failed][data-expected]').length", 2),
         ('sensors', "[...document.querySelectorAll('[data-sensor]')].map(e => e.dataset.sensor)",
          ['1', '6', '8', '10', '196', '200', '214']),
         ('bars', "document.querySelectorAll('.strip [data-bar]').length", len(sections)),
@@ -201,6 +204,11 @@ def look_at_healthy(page):
     times = re.findall(rb'^Time: (\d+), Value: \(', (WORK / 'healthy.txt').read_bytes(), re.M)
     page.check('records', page.js("""[...document.querySelectorAll('[data-shape=vector]')]
         .reduce((n, e) => n + +e.dataset.records, 0)"""), len(times))
+    values = re.findall(rb'^Time: \d+, Value: \((.*?), (.*?), (.*?)\)', (WORK / 'healthy.txt').read_bytes(), re.M)
+    drawn = page.js("""[...document.querySelectorAll('[data-shape=vector] script')]
+        .map(readRecords).flatMap(r => r.columns.flatMap(c => [...c]))""")
+    printed = sorted(float(value) for row in values for value in row)
+    page.check('values decoded', max(abs(a - b) for a, b in zip(sorted(drawn), printed, strict=True)) < 1e-4)
     page.check('records decoded', page.js("""[...document.querySelectorAll('[data-shape=vector] script')]
         .map(readRecords).flatMap(r => [...r.times].map(t => String(r.first + BigInt(t)))).sort().join()"""),
         ','.join(sorted(time.decode() for time in times)))
@@ -224,6 +232,7 @@ def look_at_healthy(page):
     ActionChains(page.browser).send_keys(Keys.ARROW_RIGHT).perform()
     page.check('bar tells', page.js("document.querySelector('#bar-told').textContent").split(':')[0],
                sections[1][0])
+    page.find('#verdict .expected summary').click()
     page.find('#verdict a').click()
     page.wait("document.querySelector('[data-failed]').open")
     page.find('[data-failed] .copy').click()
@@ -246,7 +255,7 @@ def look_at_healthy(page):
         before = page.js(RANGES)
     ActionChains(page.browser).move_to_element(plot).perform()
     told = page.js("document.querySelector('[data-sensor=\"6\"] .readout').textContent")
-    page.check('cursor tells', bool(re.search(r'\d\d:\d\d:\d\d\.\d+\d{8,} nsx -?\d+\.\d{6}', told)))
+    page.check('cursor tells', bool(re.search(r'\d\d:\d\d:\d\d\d{8,} nsx -?\d+\.\d{6}', told)))
 
     light = page.js('getComputedStyle(document.body).backgroundColor')
     page.media(prefers_color_scheme='dark')
@@ -255,6 +264,17 @@ def look_at_healthy(page):
     page.width(360)
     page.wait('document.documentElement.scrollWidth === 360')
     page.width(1600)
+
+
+# What a finding rests on is linked to the very line, which is marked.
+def look_at_worn_out(page):
+    page.check('texts', page.js(TEXTS), [text for _, text in sections_of(WORK / 'worn-out.txt')])
+    page.check('worst', page.js("document.querySelector('[data-finding]').dataset.finding"), 'boot-thermal')
+    page.check('fact', page.js("""(a => [a.parentNode.className, document.querySelector(a.hash).textContent])(
+        document.querySelector('[data-fact="battery.health"] a'))"""), ['bad', 'POWER_SUPPLY_HEALTH=Overheat'])
+    page.find('[data-finding=modem-down] a').click()
+    page.wait("document.querySelector('[data-section=\"Modem Stat\"]').open")
+    page.check('line', page.js("document.querySelector('mark:target').textContent"), 'state=restarting')
 
 
 def look_at_faulty(page):
@@ -283,6 +303,7 @@ def look_at_hostile(page):
     page.check('titles', page.js(TITLES), [f'N{i}' for i in range(len(NASTY))] + [NASTY_TITLE, 'VENDOR PROPERTIES', 'CUT'])
     page.check('texts', page.js(TEXTS)[:len(NASTY)], SEEN)
     for what, expression, expected in [
+        ('direction', "document.querySelectorAll('i[data-code=\"202E\"]').length", 1),
         ('hacked', 'window.hacked ?? null', None),
         ('elements', "document.querySelectorAll('img, base, meta[http-equiv=refresh], pre script, svg[onload]').length", 0),
         ('styles', 'document.styleSheets.length', 2),
@@ -314,6 +335,7 @@ PAGES = [
     # name, how its report is made, what its page is of, what is looked at
     ('healthy', wearable, ['healthy.txt', '-b', 'healthy.tar'], look_at_healthy),
     ('faulty', lambda name: wearable(name, '--set', 'vendor.sim.contexthubd.args=--absent'), ['faulty.txt'], look_at_faulty),
+    ('worn-out', lambda name: wearable(name, '--set', 'vendor.sim.state=worn-out'), ['worn-out.txt'], look_at_worn_out),
     ('user', lambda name: wearable(name, '--set', 'ro.build.type=user'), ['user.txt'], None),
     ('comparison', None, ['healthy.txt', 'faulty.txt', 'user.txt'], look_at_comparison),
     ('hostile', hostile, ['hostile.txt'], look_at_hostile),

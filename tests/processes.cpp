@@ -6,12 +6,14 @@
 #include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -73,6 +75,43 @@ std::string ReadFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+std::string ReadFd(int fd) {
+    const bool is_file = lseek(fd, 0, SEEK_CUR) >= 0;
+    std::string text;
+    std::vector<char> part(1 << 16);
+    for (ssize_t size = 1; size > 0; text.append(part.data(), static_cast<size_t>(size))) {
+        size = is_file ? pread(fd, part.data(), part.size(), static_cast<off_t>(text.size()))
+                       : read(fd, part.data(), part.size());
+        size = std::max<ssize_t>(size, 0);
+    }
+    return text;
+}
+
+bool IsNull(int fd) {
+    struct stat status {};
+    struct stat null {};
+    return fstat(fd, &status) == 0 && stat("/dev/null", &null) == 0 &&
+           status.st_rdev == null.st_rdev && (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
+}
+
+Terminal OpenTerminal() {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
+    return {master, open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC)};
+}
+
+SwappedTool::SwappedTool(const std::string& name, const std::string& script)
+    : tool_("/vendor/bin/" + name), aside_(tool_ + ".aside") {
+    fs::rename(tool_, aside_);
+    if (script.empty()) return;
+    std::ofstream(tool_) << "#!/vendor/bin/sh\n" << script << "\n";
+    fs::permissions(tool_, fs::perms::all);
+}
+
+SwappedTool::~SwappedTool() {
+    fs::rename(aside_, tool_);
+}
+
 pid_t Spawn(const std::vector<std::string>& command, const std::string& errors,
             const std::string& output) {
     std::vector<char*> argv;
@@ -106,22 +145,42 @@ void Await(const std::function<bool()>& condition) {
     }
 }
 
-static const char* volatile g_awaited = "";
+namespace {
 
-WithinAMinute::WithinAMinute(const char* what) {
+const char* volatile g_awaited = "";
+
+// Ends the program unless the signal is taken back before.
+void Wait(const char* what, unsigned seconds) {
     g_awaited = what;
     signal(SIGALRM, [](int) {
         for (const char* text :
-             {"Waited a minute in vain for ", const_cast<const char*>(g_awaited), "\n"}) {
+             {"Waited too long for ", const_cast<const char*>(g_awaited), "\n"}) {
             if (write(STDERR_FILENO, text, std::strlen(text)) < 0) break;
         }
         _exit(1);
     });
-    alarm(60);
+    alarm(seconds);
+}
+
+// No case outlasts what ctest waits for its program, and one that would is named.
+class Patience : public testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo& test) override { Wait(test.name(), PATIENCE - 30); }
+    void OnTestEnd(const testing::TestInfo& /*test*/) override { alarm(0); }
+};
+
+[[maybe_unused]] const bool g_patience = [] {
+    testing::UnitTest::GetInstance()->listeners().Append(new Patience);
+    return true;
+}();
+
+}  // namespace
+
+WithinAMinute::WithinAMinute(const char* what) : before_(g_awaited) {
+    Wait(what, 60);
 }
 
 WithinAMinute::~WithinAMinute() {
-    alarm(0);
+    Wait(before_, PATIENCE - 30);
 }
 
 int Bounded(int socket) {

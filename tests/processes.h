@@ -31,6 +31,33 @@ class ProcessCensus {
 
 // What is there now, "" where nothing can be read.
 std::string ReadFile(const std::string& path);
+// The same of what is open: of a file from its beginning, of a pipe to its end.
+std::string ReadFd(int fd);
+// Whether a descriptor is /dev/null, and not for children.
+bool IsNull(int fd);
+
+// A terminal's two ends.
+struct Terminal {
+    int master;
+    int terminal;
+};
+Terminal OpenTerminal();
+
+// A vendor tool that is a shell's script for a while; without one, it is gone.
+class SwappedTool {
+  public:
+    explicit SwappedTool(const std::string& name, const std::string& script = "");
+    ~SwappedTool();
+    SwappedTool(const SwappedTool&) = delete;
+    SwappedTool& operator=(const SwappedTool&) = delete;
+
+    // Where the tool itself is.
+    const std::string& aside() const { return aside_; }
+
+  private:
+    const std::string tool_;
+    const std::string aside_;
+};
 
 // Starts a program with files for what it prints. What can't be started fails the running test.
 pid_t Spawn(const std::vector<std::string>& command, const std::string& errors,
@@ -43,13 +70,17 @@ int EndChild(pid_t& child, int signal);
 void Await(const std::function<bool()>& condition);
 
 // For what can't be asked whether it will end: a scope that lasts for longer than a minute ends the
-// test program, saying what was waited for. One at a time.
+// test program, saying what was waited for. One at a time. A case that outlasts its program's time
+// ends the same way.
 class WithinAMinute {
   public:
     explicit WithinAMinute(const char* what);
     ~WithinAMinute();
     WithinAMinute(const WithinAMinute&) = delete;
     WithinAMinute& operator=(const WithinAMinute&) = delete;
+
+  private:
+    const char* const before_;
 };
 
 // The socket, of which no receive and no accept waits for longer than a minute.

@@ -224,9 +224,9 @@ TEST(SystemLog, AFloodIsCountedAndAStuckReaderWaitedForOnce) {
     using Records = std::vector<std::string>;
     const Log log;
     const auto tell = [](const char* tag, const std::string& message) {
-        errno = ENOTTY;
+        errno = EDOM;
         const int told = __android_log_print(ANDROID_LOG_INFO, tag, "%s", message.c_str());
-        EXPECT_EQ(errno, ENOTTY);
+        EXPECT_EQ(errno, EDOM);
         return told;
     };
     // What repeats is told each time: it may be a call each time that is refused.

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <limits>
+#include <span>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -36,6 +37,17 @@ std::string Command(const std::string& title, const std::string& output) {
     return Header(title, "/vendor/bin/x -y") + output + "\n" + Footer(title);
 }
 const std::string kBox = "------ Sensor Black Box ------\n";
+// A whole report around the rest.
+std::string Whole(const std::string& rest) {
+    return "verbose logging: disabled\n" + rest + File("Modem SSR history", "\n");
+}
+
+// By what is code: checks of lines and facts have tests of their own.
+Summary Summed(std::span<const Report> reports, bool colour) {
+    std::vector<Verdict> verdicts;
+    for (const Report& report : reports) verdicts.push_back(Judge(report));
+    return Summarize(reports, verdicts, colour);
+}
 
 // Everything that is told, a line each, of the report cut into pieces of the given size.
 std::string Told(const std::string& report, size_t piece = std::string::npos) {
@@ -55,15 +67,17 @@ std::string Told(const std::string& report, size_t piece = std::string::npos) {
                               << bytes(section.text) << "\n";
                          // What looks like a section ends what is captured.
                          const std::string text = bytes(section.text);
-                         const size_t header = text.find("------ X");
+                         const size_t header = text.find("------ ");
                          EXPECT_TRUE(text.starts_with("[" + section.captured));
                          EXPECT_GE(section.captured.size() + 2, std::min(header, text.size()));
                      },
              .on_black_box =
                      [&](BlackBox&& box) {
-                         told << "black box " << box.Trouble() << "\n";
+                         told << "black box " << box.failure << (box.ended ? "" : " cut")
+                              << (box.headless ? " headless" : "")
+                              << (box.odd_lines > 0 ? " odd " + bytes(box.odd_line) : "") << "\n";
                          for (const Sensor& sensor : box.sensors) {
-                             told << "  " << sensor.number << " " << sensor.name;
+                             told << "  " << sensor.number << " " << sensor.name << sensor.skipped;
                              for (size_t i = 0; i < sensor.times.size(); ++i) {
                                  told << " " << sensor.times[i] << ":";
                                  for (const auto& column : sensor.values) told << column[i] << ",";
@@ -73,6 +87,11 @@ std::string Told(const std::string& report, size_t piece = std::string::npos) {
                          }
                      },
              .on_outside = [&](TextRange range) { told << "outside " << bytes(range) << "\n"; },
+             .on_loss =
+                     [&](const ReportParser::Loss& loss) {
+                         told << "lost " << static_cast<int>(loss.kind) << " " << loss.title
+                              << "\n";
+                     },
              .wants_text = [](std::string_view) { return true; }});
     for (size_t at = 0; at < report.size(); at += std::min(piece, report.size())) {
         parser.Feed(std::string_view(report).substr(at, piece));
@@ -96,10 +115,10 @@ TEST(ReportParser, TellsTheSameHoweverItIsCut) {
             "> B\n< B (b) 'b' /vendor/bin/x -y() 1.25  [" +
             binary +
             "]\n"
-            "black box Gyroscope skipped: Incomplete buffer\n"
+            "black box  odd [noise\n]\n"
             "  1 A (b) 18446744073709551615:-0.5,2,nan, 8:inf,3.40282e+38,1e-06,\n"
-            "  196 Wear 5:2.5, worn 2.5\n  6 Gyroscope\n"
-            "outside [-------\nstray\n]\n"
+            "  196 Wear 5:2.5, worn 2.5\n  6 GyroscopeIncomplete buffer\n"
+            "lost 2 -------\noutside [-------\nstray\n]\n"
             "> C\n< C /vendor/bin/x -y() 1.25  [half]\n"
             "> D\n< D /x 1.25  [*** exit status 3\nmore\n]\noutside [end]\ncut\n";
     // The title that a header seems to have is its shortest.
@@ -134,19 +153,33 @@ TEST(ReportParser, WhatIsASectionAndWhatItsContent) {
              Header("B") + "cut\n" + File("C", "*** exit status 1\n") + "between\n" + kBox +
                      Header("D") + File("E", old) + Header("F") + "last",
              "> B\n< B /x 0 not finished [cut\n]\n< C /x() 1.25 exit status 1 []\n"
-             "outside [between\n]\nblack box no data\n< D /x 0 not finished []\n"
+             "outside [between\n]\nblack box \n< D /x 0 not finished []\n"
              "< E /x 1.25  [" +
                      old + "]\n< F /x 0 not finished [last]\ncut\n"},
             {"a footer that lacks its newline",
              Header("A") + "x\n" + Footer("A").substr(0, Footer("A").size() - 1),
-             "> A\n< A /x 1.25  [x\n]\n"},
+             "> A\n< A /x 1.25  [x\n]\ncut\n"},
             {"a record that was cut", kBox + "*** Sensor 10 (B) ***\nTime: 5, Value: 1.25",
-             "black box \n  10 B\ncut\n"},
-            {"a sensor of which nothing came",
-             kBox + "*** Sensor 1 (A) ***\n*** Sensor 6 (G) ***\n*** Sensor 10 (B) ***\n"
-                    "*** Sensor 196 (L) ***\n*** Sensor 200 (T) ***\n*** Sensor 214 (R) ***\n",
-             "black box Magnetometer is missing\n  1 A\n  6 G\n  10 B\n  196 L\n  200 T\n  214 "
-             "R\n"},
+             "black box  cut\n  10 B\ncut\n"},
+            {"a footer lost before one of the same title",
+             Header("A") + File("B") + File("A", "2\n"),
+             "> A\n< A /x 0 not finished []\n< B /x 1.25  []\n< A /x 1.25  [2\n]\n"},
+            {"the first one's footer and the second one's header lost",
+             Header("TTF") + File("BMS") + "2\n" + Footer("TTF"),
+             "> TTF\nlost 1 TTF\n< TTF /x 0 not finished []\n< BMS /x 1.25  []\noutside [2\n" +
+                     Footer("TTF") + "]\n"},
+            {"the same in an older report", File("BMS", "verbose logging: enabled\n" + File("TTF")),
+             "> BMS\n< BMS /x 1.25  [verbose logging: enabled\n" + File("TTF") + "]\n"},
+            {"the same of what has come before", File("TTF") + File("BMS", File("TTF")),
+             "> TTF\n< TTF /x 1.25  []\n> BMS\n< BMS /x 1.25  [" + File("TTF") + "]\n"},
+            {"a header lost", "text\n" + Footer("A"),
+             "lost 0 A\noutside [text\n" + Footer("A") + "]\n"},
+            {"a heading lost", "*** Sensor 10 (B) ***\nTime: 5, Value: 1.250000\n" + File("A"),
+             "black box  headless\n  10 B 5:1.25,\n> A\n< A /x 1.25  []\n"},
+            {"two reports, the first cut", "verbose logging: enabled\nverbose logging: disabled\n",
+             "lost 3 \noutside [verbose logging: disabled\n]\n"},
+            {"seconds beyond reason", Header("A") + Footer("A", std::string(400, '9') + ".000"),
+             "> A\n< A /x 1e+09  []\n"},
             {"a black box that was never begun", "*** no sensor black box: no socket\n" + File("A"),
              "black box no sensor black box: no socket\n> A\n< A /x 1.25  []\n"},
             {"no path", Header("A", "") + Footer("A"), "> A\n< A  1.25  []\n"},
@@ -209,7 +242,13 @@ TEST(Facts, AreFoundHoweverTheyAreSpelt) {
              "2026-03-01 00:00:01"},
             {"Power Stats Times", "Now: Sun 01 Mar 2026 12:00:01 AM CET\n", "report.time",
              "2026-03-01 00:00:01"},
-            {"Power Stats Times", "Now: 2026-03-01T00:00:01+01:00\n", "report.time", nullptr},
+            {"Power Stats Times", "Now: 2026-03-01T00:00:01+01:00\n", "report.time",
+             "2026-03-01 00:00:01"},
+            {"Power Stats Times", "Now: 2026-03-01T00:00:01Z\n", "report.time",
+             "2026-03-01 00:00:01"},
+            {"Power Stats Times", "Now: 2026-03-01T00:00:01+01:00\n", "time.zone", "+01:00"},
+            {"Power Stats Times", "Now: Sun 01 Mar 2026 12:00:01 AM CET\n", "time.zone", "CET"},
+            {"Power Stats Times", "Now: Sun Mar  1 00:00:01 2026\n", "time.zone", nullptr},
             {"Power Stats Times", "Boot: 2026-02-28 23:59:59\nNow: 2026-03-01 00:00:01\n", "uptime",
              "2"},
             {"Power supply property battery", "POWER_SUPPLY_CAPACITY=64\n", "battery.level", "64"},
@@ -258,51 +297,131 @@ Sensor Recorded(unsigned number, size_t count, Value value) {
     return sensor;
 }
 
-TEST(SensorStatistics, TellWhatStoodStillAndWhen) {
+TEST(Verdict, SaysWhatASensorIsLike) {
     const auto moves = [](size_t i) { return static_cast<double>(i % 7); };
     const auto none = std::numeric_limits<double>::infinity();
+    const auto with = [&](Sensor sensor, auto change) {
+        change(sensor);
+        return sensor;
+    };
     const struct {
         const char* what;
         Sensor sensor;
-        std::string trouble;
+        std::string words;
     } cases[] = {
             {"good", Recorded(1, 100, moves), ""},
             {"one record", Recorded(1, 1, moves), ""},
+            {"no record", Recorded(1, 0, moves), "recorded nothing"},
             {"still", Recorded(1, 100, [](size_t) { return 3.0; }),
              "stood still, all values equal"},
             {"frozen", Recorded(1, 100, [&](size_t i) { return i < 50 ? moves(i) : 9; }),
-             "froze at 1970-01-02 00:00:05.000"},
+             "froze at 5.000 s after boot"},
             {"frozen for a while",
              Recorded(1, 100, [&](size_t i) { return i > 50 && i < 80 ? 9 : moves(i); }),
-             "froze at 1970-01-02 00:00:05.100 for 2.80 s"},
+             "froze at 5.100 s after boot for 2.80 s"},
             {"frozen twice",
              Recorded(1, 100, [&](size_t i) { return (i > 9 && i < 50) || i > 70 ? 9 : moves(i); }),
-             "froze at 1970-01-02 00:00:07.100"},
+             "froze at 7.100 s after boot"},
             {"too short", Recorded(1, 100, [&](size_t i) { return i < 85 ? moves(i) : 9; }), ""},
             {"gap", Recorded(1, 100, [&](size_t i) { return i > 9 && i < 20 ? none : moves(i); }),
-             "a gap of 1.10 s at 1970-01-02 00:00:00.900"},
+             "has a gap of 1.10 s at 0.900 s after boot"},
             {"ten steps are none",
              Recorded(1, 100, [&](size_t i) { return i > 9 && i < 19 ? none : moves(i); }), ""},
-            {"silent", Recorded(1, 80, moves), "silent for the last 2.00 s"},
+            {"silent", Recorded(1, 80, moves), "was silent for the last 2.00 s"},
+            {"behind by less than a second",
+             with(Recorded(1, 1000, moves),
+                  [](Sensor& its) {
+                      for (size_t i = 0; i < 1000; ++i)
+                          its.times[i] = 9'100'000'000 - 10'000'000 * (1000 - i);
+                  }),
+             ""},
+            {"sent three times",
+             with(Recorded(1, 100, moves),
+                  [](Sensor& its) {
+                      for (size_t i = 0; i < 100; ++i) its.times[i] = its.times[i - i % 3];
+                  }),
+             "has 66 records with the time of the one before"},
+            {"a clock put back",
+             with(Recorded(1, 100, moves),
+                  [](Sensor& its) {
+                      for (size_t i = 0; i < 50; ++i) its.times[i] += 3600'000'000'000;
+                  }),
+             "has a clock that jumped back by 1 h at 3604.900 s after boot"},
+            {"before the boot",
+             with(Recorded(1, 100, moves),
+                  [](Sensor& its) {
+                      for (size_t i = 0; i < 100; ++i) its.times[i] -= 90'000'000;
+                  }),
+             ""},
+            {"one axis",
+             with(Recorded(1, 100, moves),
+                  [](Sensor& its) {
+                      its.values.push_back(std::vector<double>(100, 1));
+                      its.values.push_back(its.values[0]);
+                  }),
+             "stands still in y since 0.000 s after boot, while the rest moves"},
             {"gestures", Recorded(200, 100, [](size_t i) { return i > 9 && i < 90 ? 1.0 : 1.0; }),
              ""},
     };
     for (const auto& test : cases) {
-        BlackBox box;
+        Report report;
+        BlackBox& box = report.black_boxes.emplace_back();
         box.sensors = {test.sensor, Recorded(8, 100, moves)};
-        const SensorStatistics statistics = Measure(box, box.sensors[0]);
-        EXPECT_EQ(SensorTrouble(box.sensors[0], statistics, 86400), test.trouble) << test.what;
+        box.ended = true;
+        box.End(0);
+        EXPECT_EQ(Judge(report).WordsOf({0, 0}), test.words) << test.what;
     }
     BlackBox box;
     box.sensors = {Recorded(1, 101, moves)};
-    const SensorStatistics statistics = Measure(box, box.sensors[0]);
+    box.End(0);
+    const SensorStatistics& statistics = box.sensors[0].statistics;
     EXPECT_EQ(statistics.records, 101U);
     EXPECT_DOUBLE_EQ(statistics.span, 10);
     EXPECT_DOUBLE_EQ(statistics.rate, 10);
 }
 
+TEST(Verdict, MissesASensorWhereMostAreThere) {
+    const auto moves = [](size_t i) { return static_cast<double>(i % 7); };
+    Report report;
+    BlackBox& box = report.black_boxes.emplace_back();
+    box.ended = true;
+    for (const unsigned number : {1U, 6U, 8U, 10U})
+        box.sensors.push_back(Recorded(number, 100, moves));
+    EXPECT_EQ(Judge(report).black_box, "");  // a device may have no more
+    box.sensors.push_back(Recorded(200, 100, moves));
+    const std::string two = "LowLatencyOffBody is missing; RaiseToTalk is missing";
+    EXPECT_EQ(Judge(report).black_box, two);
+    box.sensors[0].skipped = "No timestamp info";
+    EXPECT_EQ(Judge(report).black_box, " skipped: No timestamp info; " + two);
+    box.ended = false;
+    EXPECT_EQ(Judge(report).black_box, "cut;  skipped: No timestamp info");
+}
+
+TEST(Verdict, IsOneListThatChecksMayWeigh) {
+    const Report report = ReportFile(File("A", "*** exit status 1\n") + File("B") +
+                                     File("C", "*** timed out after 2 s, stopped\n"))
+                                  .Read();
+    Verdict verdict = Judge(report);
+    EXPECT_FALSE(verdict.complete);
+    EXPECT_EQ(verdict.Counts(), "4 errors");  // and neither beginning nor end
+    verdict.Weigh("section-failed", Severity::kNote);
+    verdict.Weigh("section-timed-out", Severity::kNone);
+    Finding own;
+    own.check = "own";
+    own.severity = Severity::kWarning;
+    own.index = 1;
+    verdict.Add(own);
+    verdict.Weigh("report-cut", Severity::kNone);
+    verdict.Weigh("text-lost", Severity::kNone);
+    verdict.Sort();
+    EXPECT_EQ(verdict.Counts(), "1 warning, 1 note");
+    EXPECT_EQ(verdict.findings.front().check, "own");
+    EXPECT_FALSE(verdict.good());
+    EXPECT_FALSE(verdict.complete);  // whatever is silenced
+}
+
 const std::string kTimes = Command(
-        "Power Stats Times", "Boot: 2026-11-25 07:29:07\nNow: Wed Nov 25 07:32:01 UTC 2026\n");
+        "Power Stats Times", "Boot: 2026-11-25 07:29:07\nNow: Wed Nov 25 07:29:19 UTC 2026\n");
 
 std::string Moving(const std::string& sensor, bool moves) {
     std::string text = "*** Sensor " + sensor + " ***\n";
@@ -315,43 +434,62 @@ std::string Moving(const std::string& sensor, bool moves) {
 
 TEST(Comparison, PutsThreeReportsSideBySide) {
     const ReportFile files[] = {
-            ReportFile(kTimes + File("A", "1\n") + File("S") + File("A", "2\n") + File("B") + kBox +
-                       Moving("1 (Accelerometer)", true) + Moving("10 (Barometer)", true) +
-                       Header("T") + Footer("T", "0.010")),
-            ReportFile(kTimes + File("A", "1\n") + Header("S") + Footer("S", "2.600") +
-                       File("A", "3\n") + File("N") + File("B", "*** cannot open /x: no\n") + kBox +
-                       Moving("1 (Accelerometer)", false) + Moving("10 (Barometer)", true) +
-                       Header("T") + Footer("T", "0.050")),
-            ReportFile(File("F") + kTimes + File("A", "1\n") + File("S") + kBox +
-                       "Skipping Sensor 1 (Accelerometer): Incomplete buffer\n" +
-                       Moving("10 (Barometer)", true) + Header("T") + Footer("T", "0.010"))};
+            ReportFile(Whole(kTimes + File("A", "1\n") + File("S") + File("A", "2\n") + File("B") +
+                             kBox + Moving("1 (Accelerometer)", true) +
+                             Moving("10 (Barometer)", false) + Header("T") + Footer("T", "0.010"))),
+            ReportFile(Whole(kTimes + File("A", "1\n") + Header("S") + Footer("S", "2.600") +
+                             File("A", "3\n") + File("N") + File("B", "*** cannot open /x: no\n") +
+                             kBox + Moving("1 (Accelerometer)", false) +
+                             Moving("10 (Barometer)", false) + Header("T") + Footer("T", "0.050"))),
+            ReportFile(Whole(File("F") + kTimes + File("A", "1\n") + File("S") + kBox +
+                             "Skipping Sensor 1 (Accelerometer): Incomplete buffer\n" +
+                             Moving("10 (Barometer)", false) + Header("T") +
+                             Footer("T", "0.010")))};
     std::vector<Report> reports;
     for (const ReportFile& file : files) reports.push_back(file.Read());
-    const Comparison comparison = Compare(reports, true);
+    std::vector<Verdict> verdicts;
+    for (const Report& report : reports) verdicts.push_back(Judge(report));
+    const Comparison comparison = Compare(reports, verdicts, true);
     std::string lines;
     for (const auto& line : comparison.sections) {
         lines += line.title + (line.missing_in_some ? " missing" : "") +
-                 (line.trouble_differs ? " trouble" : "") + (line.time_differs ? " time" : "") +
-                 (line.text_differs ? " text" : "") + "\n";
+                 (line.time_differs ? " time" : "") + (line.text_differs ? " text" : "") + "\n";
     }
     EXPECT_EQ(lines,
               "F missing\nPower Stats Times\nA\nS time\nA missing text\nN missing\n"
-              "B missing trouble\nT\n");
+              "B missing\nT\nModem SSR history\n");
     ASSERT_EQ(comparison.sensors.size(), 2U);
-    EXPECT_EQ(comparison.sensors[0].stopped, (std::vector<bool>{false, true, true}));
-    EXPECT_EQ(comparison.sensors[1].stopped, (std::vector<bool>{false, false, false}));
+    std::string found;
+    for (const auto& line : comparison.findings) {
+        if (line.check.starts_with("sensor")) {
+            found += line.check + " " + line.subject + (line.differs ? " differs\n" : "\n");
+        }
+    }
+    EXPECT_EQ(found,
+              "sensor-missing Accelerometer differs\nsensor-missing Gyroscope differs\n"
+              "sensor-missing Magnetometer differs\nsensor-missing LowLatencyOffBody differs\n"
+              "sensor-missing TiltToWake differs\nsensor-missing RaiseToTalk differs\n"
+              "sensor-frozen Barometer\nsensor-frozen Accelerometer differs\n");
 
-    const Summary summary = Summarize(reports, false);
+    const Summary summary = Summed(reports, false);
     EXPECT_FALSE(summary.good);
     for (const char* part :
-         {"Sections that fail in only some\n  B  [0] good  [1] cannot open /x: no  [2] none\n",
-          "\n  S  [0] 1.250 s  [1] 2.600 s  [2] 1.250 s\n", "[1] froze at 2026-11-25 07:29:14.000",
-          "[2] skipped: Incomplete buffer", "  Failed  [0] 0  [1] 1  [2] 0\n"}) {
+         {"\n  B  [0] good  [1] cannot open /x: no  [2] not there\n",
+          "\n  S  [0] 1.250 s  [1] 2.600 s  [2] 1.250 s\n",
+          "Accelerometer\n      [0] good\n      [1] froze at 2026-11-25 07:29:14 UTC\n      [2] "
+          "other trouble\n",
+          "[2] was skipped: Incomplete buffer", "  Failed  [0] 0  [1] 1  [2] 0\n"}) {
         EXPECT_NE(summary.text.find(part), std::string::npos) << part << "\n" << summary.text;
     }
-    const std::vector<Report> same = {files[0].Read(), files[0].Read()};
-    EXPECT_TRUE(Summarize(same, false).good);
-    EXPECT_NE(Summarize(same, false).text.find("Nothing differs"), std::string::npos);
+    // Equally broken: nothing differs, and all the same it isn't good.
+    std::vector<Report> same = {files[0].Read(), files[0].Read()};
+    EXPECT_FALSE(Summed(same, false).good);
+    for (const char* part : {"Nothing differs", "Barometer\n      [0] froze at"}) {
+        EXPECT_NE(Summed(same, false).text.find(part), std::string::npos) << part;
+    }
+    const ReportFile good(Whole(kTimes + kBox + Moving("1 (Accelerometer)", true) + kTimes));
+    same = {good.Read(), good.Read()};
+    EXPECT_TRUE(Summed(same, false).good) << Summed(same, false).text;
 }
 
 TEST(Summary, FitsATerminalAndDoesNotSteerIt) {
@@ -361,7 +499,7 @@ TEST(Summary, FitsATerminalAndDoesNotSteerIt) {
                        File("VENDOR PROPERTIES", "[ro.product.model]: [" + hostile + "]\n") +
                        File(hostile, "*** exit status 4\n") + kBox + Header("cut") + "x")
                     .Read();
-    const Summary summary = Summarize({&bad, 1}, false);
+    const Summary summary = Summed({&bad, 1}, false);
     EXPECT_FALSE(summary.good);
     EXPECT_EQ(summary.text.find("\u202E"), std::string::npos);
     std::istringstream lines(summary.text);
@@ -369,26 +507,25 @@ TEST(Summary, FitsATerminalAndDoesNotSteerIt) {
         EXPECT_LE(Columns(line), 80U) << line;
         EXPECT_EQ(Printable(line), line);
     }
-    for (const char* part : {"</script>", "exit status 4", "cut: not finished", "no data came",
-                             "NOT complete", "3 sections, 1 failed, 1 not finished"}) {
+    for (const char* part :
+         {"</script>", "exit status 4", "ends within cut, within a line", "no data came",
+          "NOT complete", "3 sections, 1 failed, 1 not finished"}) {
         EXPECT_NE(summary.text.find(part), std::string::npos) << part << "\n" << summary.text;
     }
     EXPECT_EQ(summary.text.find('\x1b'), std::string::npos);
-    EXPECT_NE(Summarize({&bad, 1}, true).text.find("\x1b[31m"), std::string::npos);
+    EXPECT_NE(Summed({&bad, 1}, true).text.find("\x1b[31m"), std::string::npos);
 
     const Report good =
-            ReportFile(kTimes + kBox + Moving("1 (Accelerometer)", true) + kTimes).Read();
-    EXPECT_TRUE(Summarize({&good, 1}, false).good);
-    EXPECT_NE(
-            Summarize({&good, 1}, false)
-                    .text.find("\n  Accelerometer           50 records       4.9 s    10.00 Hz\n"),
-            std::string::npos)
-            << Summarize({&good, 1}, false).text;
+            ReportFile(Whole(kTimes + kBox + Moving("1 (Accelerometer)", true) + kTimes)).Read();
+    EXPECT_TRUE(Summed({&good, 1}, false).good);
+    EXPECT_NE(Summed({&good, 1}, false).text.find("\n  Fine: Accelerometer 10.00 Hz\n"),
+              std::string::npos)
+            << Summed({&good, 1}, false).text;
 }
 
 std::string Json(const std::string& file) {
     std::string text;
-    EXPECT_EQ(WriteJson(file,
+    EXPECT_EQ(WriteJson(file, Rules(),
                         [&](std::string_view bytes) {
                             text += bytes;
                             return true;
@@ -410,9 +547,9 @@ TEST(Json, HoldsAnyBytesAndAnyNumber) {
     // One line each; in the text, the file's name is F, and U+FFFD is ?.
     std::string expected = R"x({"type":"section","file":"F","index":0,"title":"A \"q\"",
 "kind":"command","detail":"/vendor/bin/x -y","seconds":1.25,"failure":null,"complete":true,
-"text":"\u0000\u001f.\\\t\n","lossy":false}
+"text":"\u0000\u001f.\\\t\n","lossy":false,"expected":null}
 {"type":"section","file":"F","index":1,"title":"B","kind":"file","detail":"/x",
-"seconds":1.25,"failure":null,"complete":true,"text":"é€😀????\n?\n","lossy":true}
+"seconds":1.25,"failure":null,"complete":true,"text":"é€😀????\n?\n","lossy":true,"expected":null}
 {"type":"sensor","file":"F","sensor":1,"name":"Accelerometer","skipped":null,
 "times":[18446744073709551615],"values":[[0.1,null,-12345.678901]]}
 {"type":"sensor","file":"F","sensor":196,"name":"W","skipped":null,
@@ -420,10 +557,18 @@ TEST(Json, HoldsAnyBytesAndAnyNumber) {
 {"type":"sensor","file":"F","sensor":6,"name":"G","skipped":"No timestamp info",
 "times":[],"values":[]}
 {"type":"section","file":"F","index":2,"title":"C","kind":"file","detail":"/x",
-"seconds":0.0,"failure":null,"complete":false,"text":"","lossy":false}
-{"type":"report","file":"F","verbose":true,"facts":{"sections":3,"failed":0,
+"seconds":0.0,"failure":null,"complete":false,"text":"","lossy":false,"expected":null}
+{"type":"finding","file":"F","check":"report-cut","severity":"error",
+"says":"The report ends within C",
+"hint":"A whole one ends with Modem SSR history; what comes before the cut is right.",
+"section":null,"index":null,"line":null,"evidence":null}
+{"type":"finding","file":"F","check":"sensor-missing","severity":"error",
+"says":"G was skipped: No timestamp info",
+"hint":"The device's system log says why, in lines with the tag tev-dumpstate.",
+"section":null,"index":null,"line":null,"evidence":null}
+{"type":"report","file":"F","verbose":true,"facts":{"verbose":"enabled","sections":3,"failed":0,
 "slowest":"A \"q\" (1.250 s)"},"black_box":"G skipped: No timestamp info",
-"sections":3,"failed":0,"complete":false}
+"sections":3,"failed":0,"complete":false,"errors":2,"warnings":0}
 )x";
     const std::pair<std::string, std::string> stands_for[] = {{",\n", ","},
                                                               {"?", "\uFFFD"},
@@ -446,7 +591,7 @@ TEST(Json, TellsASectionBeforeTheInputEnds) {
     std::string text;
     bool open = true;
     const std::string path = "/dev/fd/" + std::to_string(ends[0]);
-    EXPECT_EQ(WriteJson(path,
+    EXPECT_EQ(WriteJson(path, Rules(),
                         [&](std::string_view bytes) {
                             text += bytes;
                             // Only now does the input go on and end.
@@ -464,14 +609,24 @@ TEST(Json, TellsASectionBeforeTheInputEnds) {
 }
 
 TEST(Json, CutsATextBeforeItFillsTheMemory) {
-    constexpr size_t kMost = size_t{64} << 20;
-    // The last character lies across the limit.
+    constexpr size_t kMost = size_t{63} << 20;
+    // The last character lies across the limit, and what is escaped takes six times its room.
     const std::string text = std::string(kMost - 1, 'x') + "é and more\n";
-    const std::string json = Json(ReportFile(File("A", text) + File("B", "whole\n")).path());
+    const std::string controls(kMost / 6 + 1, '\1');
+    const std::string json =
+            Json(ReportFile(File("A", text) + File("B", controls) + File("C", "whole\n")).path());
     const size_t begin = json.find("\"text\":\"") + 8;
     EXPECT_EQ(json.find('"', begin) - begin, kMost - 1);
-    EXPECT_NE(json.find("\",\"lossy\":false,\"cut\":true}\n", begin), std::string::npos);
-    EXPECT_NE(json.find("\"whole\\n\",\"lossy\":false}\n"), std::string::npos);
+    EXPECT_NE(json.find("x\",\"lossy\":false,\"cut\":true,\"expected\":null}\n", begin),
+              std::string::npos);
+    EXPECT_NE(json.find("1\",\"lossy\":false,\"cut\":true,\"expected\":null}\n", begin),
+              std::string::npos);
+    EXPECT_NE(json.find("\"whole\\n\",\"lossy\":false,\"expected\":null}\n"), std::string::npos);
+    size_t longest = 0;
+    for (size_t at = 0, end; (end = json.find('\n', at)) != std::string::npos; at = end + 1) {
+        longest = std::max(longest, end - at);
+    }
+    EXPECT_LT(longest, size_t{64} << 20);
 }
 
 TEST(Source, SaysWhatIsNoReportAndReadsAPipeTwice) {
@@ -481,7 +636,7 @@ TEST(Source, SaysWhatIsNoReportAndReadsAPipeTwice) {
     } cases[] = {{"/none/x", "cannot read /none/x: No such file or directory"},
                  {"/", "/ is a folder; name the report in it"},
                  {"/dev/null", "/dev/null is empty"},
-                 {"/proc/self/exe", "/proc/self/exe is no board report: no section begins in it"}};
+                 {"/bin/true", "/bin/true is no board report: no section begins in it"}};
     for (const auto& test : cases) {
         Report report;
         EXPECT_EQ(ReadReport(test.path, false, report), test.sentence);

@@ -44,8 +44,8 @@ void Record(int fd, const std::vector<std::string>& parts) {
 }
 
 std::string Property(const std::string& key) {
-    if (ThePlatform().on_property != nullptr) ThePlatform().on_property(key);
     const std::lock_guard lock(g_mutex);
+    if (ThePlatform().on_property != nullptr) ThePlatform().on_property(key, false);
     const auto found = ThePlatform().properties.find(key);
     return found == ThePlatform().properties.end() ? "" : found->second;
 }
@@ -108,8 +108,8 @@ bool GetBoolProperty(const std::string& key, bool default_value) {
 
 bool SetProperty(const std::string& key, const std::string& value) {
     Record(-1, {"set", key, value});
-    if (ThePlatform().on_property != nullptr) ThePlatform().on_property(key);
     const std::lock_guard lock(g_mutex);
+    if (ThePlatform().on_property != nullptr) ThePlatform().on_property(key, true);
     ThePlatform().properties[key] = value;
     return false;  // every write fails, and nothing may come of that either
 }

@@ -22,9 +22,10 @@ struct RecordingPlatform {
 
     // Called when a command is run, with its title, on the thread that runs it.
     void (*on_command)(const std::string& title) = nullptr;
-    // The same with each log record, and with the name of each property that is read or set.
+    // The same with each log record.
     void (*on_log)(const std::string& record) = nullptr;
-    void (*on_property)(const std::string& key) = nullptr;
+    // Called before a property is read or set; it may put a value there, and asks for nothing else.
+    void (*on_property)(const std::string& key, bool set) = nullptr;
 };
 
 // The one of the running test; cleared by assigning a new one while no other thread runs.

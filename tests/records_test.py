@@ -3,8 +3,10 @@
 
 records_test.py BUILD_FOLDER [OPTION OF device/boot]...
 """
+import itertools
 import json
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -59,8 +61,8 @@ REPORTS = {
     'skipped': Made('--fault', 'skipped', black_box='Accelerometer skipped: Incomplete buffer'),
     'no-data': Made('--fault', 'no-data', black_box='no data'),
     'unfinished': Made('--fault', 'unfinished', incomplete=('Kernel log',)),
-    'long': Made('--size', str((64 << 20) + 1), cut=True),
-    'fits': Made('--size', str(64 << 20)),
+    'long': Made('--size', str((63 << 20) + 1), cut=True),
+    'fits': Made('--size', str((63 << 20) - (1 << 20))),
     'broken-off': Made(truncated=50000, incomplete=('Kernel log',)),
     'numbers': Written(
         b'verbose logging: enabled\n------ Sensor Black Box ------\n*** Sensor 1 (Accelerometer) ***\n'
@@ -71,10 +73,120 @@ REPORTS = {
         b"------ 0.001s was the duration of '\xe2\x80' ------\n"
         b'------ VENDOR PROPERTIES (/x) ------\n[ro.product.model]: [\xef\xbf\xbd]\n'
         b"------ 0.001s was the duration of 'VENDOR PROPERTIES' ------\n",
-        [[9007199254740993, 18446744073709551615], [], []], lossy=True),
+        [[9007199254740993, 18446744073709551615], [], []], lossy=True, black_box='text in it is lost',
+        complete=False),
     'wearable': Made(failed=('RM DUMPSTATE BIN DIR', 'Power supply property sw5100_bms'), lossy=True,
                      facts={'device': 'Norvel Tarn', 'battery.level': 64}),
 }
+
+
+# What is done to the wearable's report, and what all three commands have to say then: how many sections and
+# sensors there are, whether it is whole, and what is found besides its two failed sections.
+def without(*lines):
+    """Without the first line that begins so, of each in turn, behind the one before."""
+    def change(report):
+        at = 0
+        for line in lines:
+            begin = report.index(b'\n' + line, at) + 1
+            end = report.index(b'\n', begin) + 1
+            report, at = report[:begin] + report[end:], begin
+        return report
+    return change
+
+
+def within(title, text):
+    def change(report):
+        at = report.index(b'\n', report.index(b'------ ' + title + b' (')) + 1
+        return report[:at] + text(report) + report[at:]
+    return change
+
+
+def records_of(sensor, change):
+    """The sensor's lines, numbered, through `change`."""
+    def changed(report):
+        begin = report.index(b'\n', report.index(b'(' + sensor + b') ***')) + 1
+        end = begin
+        while report.startswith(b'Time: ', end):
+            end = report.index(b'\n', end) + 1
+        lines = report[begin:end].splitlines(keepends=True)
+        return report[:begin] + b''.join(change(i, line) for i, line in enumerate(lines)) + report[end:]
+    return changed
+
+
+def cut(before, more=0):
+    return lambda report: report[:report.index(before) + more]
+
+
+def footer(title, nth=0):
+    return lambda report: re.sub(
+        rb"^------ [0-9.]+s was the duration of '" + title + rb"' ------\n",
+        (lambda counter: lambda match: match[0] if next(counter) != nth else b'')(itertools.count()),
+        report, flags=re.M)
+
+
+TRUTHS = {  # the change, sections, sensors, whole, what is found
+    'untouched': (lambda report: report, 55, 7, True, []),
+    "a repeated title's footer lost": (footer(b'MKDIR DUMPSTATE BIN DIR'), 55, 7, False, ['text-lost']),
+    'the last footer lost': (footer(b'Modem SSR history'), 55, 7, False, ['report-cut']),
+    'a header lost': (without(b'------ TTF ('), 54, 7, False, ['text-lost']),
+    'the first line lost': (lambda report: report[report.index(b'\n') + 1:], 55, 7, False, ['text-lost']),
+    "the black box's heading lost": (without(b'------ Sensor Black Box'), 55, 7, False, ['text-lost']),
+    "a sensor's heading lost": (without(b'*** Sensor 8 ('), 55, 6, False, ['text-lost']),
+    'a header and another footer lost':
+        (lambda report: without(b'------ USF stat (', b'------ USF stat (')(footer(b'USF stat')(report)), 53, 7, False, None),
+    'an older report in a log': (within(b'Bootloader Log', lambda report: report), 55, 7, True, []),
+    'an older report in the first log': (within(b'VENDOR PROPERTIES', lambda report: report), 55, 7, True, []),
+    'two reports': (lambda report: 2 * report, 110, 14, True, []),
+    'the first of two cut': (lambda report: cut(b'------ TTF (')(report) + report, None, 14, False, None),
+    'cut at a record': (cut(b'*** Sensor', 700), None, 1, False, ['report-cut']),
+    "cut at a record's end": (lambda report: (lambda at: report[:report.index(b'\n', at) + 1])(
+        report.index(b'*** Sensor') + 700), None, 1, False, ['report-cut']),
+    'cut between sections': (cut(b'------ TTF ('), None, 7, False, ['report-cut']),
+    'cut before the last newline': (lambda report: report[:-1], 55, 7, False, ['report-cut']),
+    'a sensor missing': (lambda report: without(b'*** Sensor 8 (')(records_of(b'Magnetometer', lambda i, line: b'')(report)),
+                         55, 6, True, ['sensor-missing']),
+    'a sensor empty': (records_of(b'Barometer', lambda i, line: b''), 55, 7, True, ['sensor-empty']),
+    'one axis stuck': (records_of(b'Gyroscope', lambda i, line: line[:line.index(b'(')] + re.sub(rb', .*?,', b', 0.500000,', line[line.index(b'('):])),
+                       55, 7, True, ['sensor-frozen']),
+    'a sensor silent': (records_of(b'Gyroscope', lambda i, line: line if i < 2000 else b''), 55, 7, True, ['sensor-silent']),
+    'a gap': (records_of(b'Gyroscope', lambda i, line: line if not 1000 < i < 1100 else b''), 55, 7, True, ['sensor-gaps']),
+    'a line of no record': (records_of(b'Gyroscope', lambda i, line: line[9:] if i == 1000 else line), 55, 7, False, ['text-lost']),
+    'a time without its zone': (lambda report: report.replace(b' UTC ', b' '), 55, 7, True, []),
+    'all sensors stopped': (lambda report: re.sub(
+        rb'^(Now: .*? )(\d\d):', lambda now: now[1] + b'%02d:' % (int(now[2]) + 1), report, flags=re.M), 55, 7, True, ['sensor-silent']),
+    'a byte order mark': (lambda report: b'\xef\xbb\xbf' + report, 55, 7, True, []),
+}
+PAGE = re.compile(r'data-(section|sensor|finding)=')
+
+
+def check_truth(name, folder):
+    """What the three commands say of a changed report, beside what is true."""
+    change, sections, sensors, whole, found = TRUTHS[name]
+    base = (folder / 'wearable').read_bytes()
+    path = folder / 'changed'
+    path.write_bytes(change(base))
+    _, records = convert(folder, ['changed'])
+    its = records['changed']
+    kinds = [r['type'] for r in its]
+    findings = sorted(r['check'] for r in its if r['type'] == 'finding' and r['severity'] != 'note')
+    summary = subprocess.run([BUILD / 'bin/boardreport', 'summary', path], stdout=subprocess.PIPE, check=False)
+    subprocess.run([BUILD / 'bin/boardreport', 'page', '-o', folder / 'page', path], check=True)
+    marks = PAGE.findall((folder / 'page').read_text())
+    failed = sum(r['type'] == 'section' and r['failure'] is not None for r in its)
+    truths = {
+        'sections': (kinds.count('section'), sections or kinds.count('section')),
+        'sensors': (kinds.count('sensor'), sensors),
+        'whole': (its[-1]['complete'], whole),
+        'found': (findings, sorted(found) if found is not None and 'report-cut' not in found else
+                  findings),
+        'accused': ([f for f in findings if f.startswith('sensor-')], [f for f in found or [] if f.startswith('sensor-')]),
+        'counts': ((its[-1]['errors'] + its[-1]['warnings'], its[-1]['failed']), (len(findings), failed)),
+        'summary': ((summary.returncode, b'\nComplete: ' in summary.stdout, b'%d failed' % failed in summary.stdout),
+                    (bool(findings), whole, True)),
+        'page': ((marks.count('section'), marks.count('sensor')), (kinds.count('section'), sensors)),
+        'page findings': (marks.count('finding'), kinds.count('finding')),
+    }
+    return [f'{name}: {what}: {got}, not {true}' for what, (got, true) in truths.items() if got != true]
 
 
 def without_duplicates(pairs):
@@ -86,7 +198,7 @@ def without_duplicates(pairs):
 def check_line(record):
     """What is wrong with one record, whatever report it is of."""
     kind = record.get('type')
-    if kind not in ('section', 'sensor', 'report'):
+    if kind not in ('section', 'sensor', 'finding', 'report'):
         return f'no type: {record}'
     if error := jsonschema.exceptions.best_match(CHECKS[kind].iter_errors(record)):
         return f'{error.message[:300]} at {error.json_path}'
@@ -118,14 +230,14 @@ def check_report(name, says, records, wanted_times):
         'incomplete': {s['title'] for s in sections if not s['complete']},
         'facts': {key: last['facts'].get(key) for key in says['facts']},
     }
-    wrong = [f'{key}: {told[key]}, not {says[key]}' for key in says if told[key] != says[key]]
+    wrong = [f'{key}: {told[key]}, not {says[key]}' for key in told if told[key] != says[key]]
     if [s['index'] for s in sections] != list(range(last['sections'])):
         wrong.append('indices are not 0, 1, ...')
     if last['failed'] != len([s for s in sections if s['failure']]):
         wrong.append(f'{last["failed"]} failed')
-    if last['complete'] != (not says['incomplete']):
+    if last['complete'] != says.get('complete', not says['incomplete']):
         wrong.append(f'complete: {last["complete"]}')
-    if any(('cut' in s) != (len(s['text'].encode()) >= 64 << 20 and name == 'long') for s in sections):
+    if any(('cut' in s) != (len(s['text'].encode()) > 62 << 20 and name == 'long') for s in sections):
         wrong.append('cut stands elsewhere')
     times = [r['times'] for r in records if r['type'] == 'sensor']
     if wanted_times is not None and times != wanted_times:
@@ -164,6 +276,8 @@ def main():
             report = REPORTS[name]
             what = check_report(name, report.says, its, getattr(report, 'times', None))
             wrong += [f'{name}: {what}'] if what else []
+        for name in TRUTHS:
+            wrong += check_truth(name, folder)
         with open(folder / 'healthy', 'rb') as standard_input:
             call, piped = convert(folder, ['-'], stdin=standard_input)
         if [{**r, 'file': 'healthy'} for r in piped.get('-', [])] != records['healthy']:

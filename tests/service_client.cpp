@@ -72,7 +72,7 @@ std::string ServiceClient::Report(std::string* bundle) {
     if (bundle != nullptr) fds.push_back(memfd_create("bundle", MFD_CLOEXEC));
     EXPECT_EQ(Board(fds), "");
     const auto take = [&fds] {
-        std::string content = ReadFile("/proc/self/fd/" + std::to_string(fds.back()));
+        std::string content = ReadFd(fds.back());
         close(fds.back());
         fds.pop_back();
         return content;

@@ -5,7 +5,6 @@
 #include <cutils/sockets.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -24,6 +23,8 @@
 #include <thread>
 
 #include "host_log.h"
+#include "hub_daemon.h"
+#include "no_threads.h"
 #include "pattern.h"
 #include "processes.h"
 #include "socket_client.h"
@@ -125,41 +126,6 @@ class Callbacks : public SocketClient::ICallbacks {
     Lines& lines_;
 };
 
-// The daemon's end, as raw as it gets.
-class Daemon {
-  public:
-    explicit Daemon(const std::string& name = "hub", int backlog = 8) : listener_(Socket()) {
-        address_.sun_family = AF_UNIX;
-        ("/dev/socket/" + name).copy(address_.sun_path, sizeof address_.sun_path - 1);
-        unlink(address_.sun_path);
-        EXPECT_EQ(bind(listener_.get(), Address(), sizeof address_), 0);
-        EXPECT_EQ(listen(listener_.get(), backlog), 0);
-    }
-    ~Daemon() { unlink(address_.sun_path); }
-    static int Socket(int flags = 0) {
-        return Bounded(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
-    }
-    const sockaddr* Address() const { return reinterpret_cast<const sockaddr*>(&address_); }
-    void Accept() {
-        peer_.reset(Bounded(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC)));
-    }
-    void Send(const std::string& data) {
-        send(peer_.get(), data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    }
-    std::string Receive() {
-        std::string data(300'000, '\0');
-        data.resize(static_cast<size_t>(
-                std::max<ssize_t>(recv(peer_.get(), data.data(), data.size(), 0), 0)));
-        return data;
-    }
-    void HangUp() { peer_.reset(); }
-
-  private:
-    const base::unique_fd listener_;
-    base::unique_fd peer_;
-    sockaddr_un address_{};
-};
-
 // A standard stream that goes elsewhere for a while.
 class Redirected {
   public:
@@ -175,9 +141,7 @@ class Redirected {
 
 // Takes what goes to standard output and error.
 struct Captured {
-    std::string Text(int stream) const {
-        return ReadFile("/proc/self/fd/" + std::to_string(files[stream - 1].get()));
-    }
+    std::string Text(int stream) const { return ReadFd(files[stream - 1].get()); }
     const base::unique_fd files[2]{base::unique_fd(memfd_create("out", MFD_CLOEXEC)),
                                    base::unique_fd(memfd_create("err", MFD_CLOEXEC))};
     const Redirected out{STDOUT_FILENO, files[0].get()};
@@ -212,7 +176,7 @@ class SocketClientTest : public testing::Test {
         return log.size() == 1 ? log.front() : std::to_string(log.size()) + " records";
     }
 
-    Daemon daemon_;
+    HubDaemon daemon_{"hub"};
     const ProcessCensus census_;
     Lines events_;
     sp<Callbacks> callbacks_ = new Callbacks(events_);
@@ -242,7 +206,7 @@ TEST_F(SocketClientTest, ArgumentsAreCheckedOnTheSpot) {
     EXPECT_EQ(Failure(client_.doConnect(longest.c_str(), callbacks_, false)),
               "6 Couldn't connect client socket to '" + longest + "': No such file or directory");
     EXPECT_EQ(Failure(Send("late")), kNoSocket);
-    Daemon daemon(longest);
+    HubDaemon daemon(longest);
     EXPECT_TRUE(client_.doConnect(longest.c_str(), callbacks_, false));
     daemon.Accept();
     EXPECT_TRUE(Send("now"));
@@ -334,7 +298,7 @@ TEST_F(SocketClientTest, DescriptorsAreAsAgreed) {
     EXPECT_EQ(option(client_socket, SO_SNDTIMEO, timeval{}).tv_usec, 0);
     EXPECT_EQ(fcntl(client_socket, F_GETFL) & O_NONBLOCK, 0);
     // The kernel grants as much as it grants anybody.
-    const base::unique_fd other(Daemon::Socket());
+    const base::unique_fd other(HubDaemon::Socket());
     const int wanted = 0x200000;
     setsockopt(other.get(), SOL_SOCKET, SO_SNDBUF, &wanted, sizeof wanted);
     EXPECT_EQ(option(client_socket, SO_SNDBUF, 0), option(other.get(), SO_SNDBUF, 0));
@@ -353,7 +317,11 @@ TEST_F(SocketClientTest, LostConnectionIsToldAndMadeAnew) {
           {kPollError, {"6 Poll error: Invalid argument (22)\n"}}}) {
         wait_for_ever_ = true;
         EXPECT_TRUE(loss != kUnread || Send("never read"));
-        loss == kPollError ? daemon_.Send("x") : daemon_.HangUp();
+        if (loss == kPollError) {
+            daemon_.Send("x");
+        } else {
+            daemon_.HangUp();
+        }
         EXPECT_EQ(events_.Next(), loss == kPollError ? "message x" : "disconnected");
         EXPECT_EQ(events_.Next(), "waiting");
         EXPECT_EQ(records.Take(), log);
@@ -455,8 +423,8 @@ TEST_F(SocketClientTest, DisconnectEndsEveryStateWithoutACallback) {
 }
 
 TEST_F(SocketClientTest, DaemonThatAcceptsNobodyHoldsNobodyUp) {
-    Daemon full("full", 0);
-    const base::unique_fd first(Daemon::Socket(SOCK_NONBLOCK));
+    HubDaemon full("full", 0);
+    const base::unique_fd first(HubDaemon::Socket(SOCK_NONBLOCK));
     ASSERT_EQ(connect(first.get(), full.Address(), sizeof(sockaddr_un)), 0);
     const auto start = steady_clock::now();
     EXPECT_EQ(Failure(client_.doConnect("full", callbacks_, false)),
@@ -497,16 +465,12 @@ TEST_F(SocketClientTest, SocketIsNotClosedUnderASend) {
 }
 
 TEST_F(SocketClientTest, WithoutThreadsOrDescriptorsNothingIsLeftBehind) {
-    pthread_attr_t attributes;
-    pthread_attr_t before;
-    pthread_getattr_default_np(&before);
-    pthread_getattr_default_np(&attributes);
-    pthread_attr_setstacksize(&attributes, SIZE_MAX / 16 * 15);  // more than there can be
     for (const bool background : {true, false}) {
-        pthread_setattr_default_np(&attributes);
-        EXPECT_THROW(client_.doConnect("hub", new Callbacks(events_), background),
-                     std::system_error);
-        pthread_setattr_default_np(&before);
+        {
+            const NoThreads none;
+            EXPECT_THROW(client_.doConnect("hub", new Callbacks(events_), background),
+                         std::system_error);
+        }
         EXPECT_EQ(events_.Take(), Log{"released"});
         EXPECT_EQ(Failure(Send("x")), kNoSocket);
     }
@@ -573,24 +537,25 @@ TEST_F(SocketClientTest, RecordsAreCopiedToTheStreams) {
         client_.doConnect("none", callbacks_, false);
         Send("x");
         std::FILE* const full = std::fopen("/dev/full", "we");
-        errno = ENOTTY;
+        errno = EDOM;
         outputHostLogErrno("Couldn't", "close", 7, EBADF);
         outputHostLog(3, stdout, "told", "close", 8);
         outputHostLog(3, full, "lost", "close", 9);
-        EXPECT_EQ(errno, ENOTTY);
+        outputHostLog(3, stdout, "%s", "long", 10, std::string(2000, 'x').c_str());
+        EXPECT_EQ(errno, EDOM);
         std::fclose(full);
         for (const int i : {0, 1}) texts[i] = streams.Text(i + 1);
     }
     EXPECT_TRUE(IsMatch(texts[0],
                         "sendMessage:\\d+: Tried sending a message, "
-                        "but don't have a valid socket handle\nclose:8: told\n"))
+                        "but don't have a valid socket handle\nclose:8: told\nlong:10: x{1013}\n"))
             << texts[0];
     EXPECT_TRUE(
             IsMatch(texts[1],
                     "tryConnect:\\d+: Couldn't connect client socket to 'none': No such file or "
                     "directory\nclose:7: Couldn't: Bad file descriptor \\(9\\)\n\n"))
             << texts[1];
-    EXPECT_EQ(records.Take().size(), 5);
+    EXPECT_EQ(records.Take().size(), 6);
 }
 
 }  // namespace

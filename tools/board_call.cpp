@@ -23,18 +23,15 @@
 #include "progress.h"
 #include "read_reports.h"
 #include "report_parser.h"
+#include "rule_files.h"
 #include "units.h"
 
 namespace {
 
-using reader::BlackBox;
 using reader::HumanSize;
-using reader::Section;
 
 constexpr int kRedrawMillis = 500;
 constexpr size_t kBuffer = size_t{256} * 1024;
-// What the service writes last.
-constexpr std::string_view kLastSection = "Modem SSR history";
 
 void Complain(const std::string& sentence) {
     std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
@@ -140,13 +137,7 @@ class Stream {
 class BoardCall {
   public:
     explicit BoardCall(const BoardOptions& options)
-        : mode_(options.mode),
-          report_(options.report, "-o"),
-          parser_({.on_begin = [this](std::string_view title) { progress_.Begin(title); },
-                   .on_section = [this](const Section& section) { End(section); },
-                   .on_black_box = [this](const BlackBox& box) { progress_.End(box); },
-                   .on_outside = {},
-                   .wants_text = {}}) {
+        : mode_(options.mode), report_(options.report, "-o"), parser_(progress_.Listener()) {
         if (!options.no_bundle) bundle_.emplace(options.bundle, "-b");
         if (!options.page.empty()) page_.emplace(options.page);
     }
@@ -182,6 +173,7 @@ class BoardCall {
             Receive();
         }
         parser_.Finish();
+        progress_.Finish(parser_);
         progress_.Clear();
     }
 
@@ -194,6 +186,7 @@ class BoardCall {
         if (report.empty() && bundle.empty() && bundle_ && !bundle_->Commit()) {
             bundle = bundle_->file().Sentence();
         }
+        Judge();
         const bool page = MakePage(report.empty());
         if (report.empty()) {
             Summarize(page);
@@ -244,18 +237,6 @@ class BoardCall {
         progress_.Redraw(bundle_ ? bundle_->file().size() : 0);
     }
 
-    void End(const Section& section) {
-        last_section_ = section.title;
-        progress_.End(section);
-    }
-
-    // "" or what a report that was accepted lacks. Whether it is whole is decided here alone.
-    std::string WhatIsMissing() const {
-        if (!progress_.all_finished()) return "the report has sections that never ended";
-        if (last_section_ != kLastSection || parser_.cut()) return "the report's end is missing";
-        return "";
-    }
-
     // "" or what is wrong with the report, and where what came of it is.
     std::string ReportFault() const {
         const OutputFile& file = report_.file();
@@ -265,7 +246,7 @@ class BoardCall {
         if (file.error() != 0) return file.Sentence();
         if (outcome_ && !outcome_->empty()) return *outcome_ + Kept();
         if (file.size() == 0) return "the call was accepted, but no report came";
-        const std::string missing = WhatIsMissing();
+        const std::string missing = progress_.WhatIsMissing();
         return missing.empty() ? "" : missing + Kept();
     }
 
@@ -301,6 +282,18 @@ class BoardCall {
     }
 
     // Shows what came of the report, whole or not; true when that is done or not wanted.
+    // What came of the report is judged anew once it is in its file, where its lines can be looked
+    // at.
+    void Judge() {
+        LoadRules({}, rules_);
+        if (!report_.file().is_kept() || report_.file().size() == 0) return;
+        reader::Report report;
+        reader::Verdict verdict;
+        if (ReadAndJudge(report_.file().path(), rules_, false, report, verdict).empty()) {
+            progress_.Take(std::move(verdict));
+        }
+    }
+
     bool MakePage(bool whole) {
         if (!page_ || report_.file().size() == 0) return true;
         reader::PageOptions options;
@@ -308,7 +301,7 @@ class BoardCall {
         if (HasBundle() && bundle_->file().is_kept()) {
             options.bundle = bundle_->file().path();
         }
-        return WritePageFile({report_.file().path()}, options, *page_, whole) == 0;
+        return WritePageFile({report_.file().path()}, rules_, options, *page_, whole) == 0;
     }
 
     double Seconds() const {
@@ -327,6 +320,7 @@ class BoardCall {
         if (page_ && page_is_there && page_->is_kept()) {
             std::fprintf(stderr, "%s shows it in a browser\n", page_->name().c_str());
         }
+        std::fprintf(stderr, "%s\n", progress_.Findings().c_str());
     }
 
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
@@ -334,8 +328,8 @@ class BoardCall {
     Stream report_;
     std::optional<Stream> bundle_;
     std::optional<OutputFile> page_;
+    reader::Rules rules_;
     Progress progress_;
-    std::string last_section_;
     reader::ReportParser parser_;
     DumpstateClient client_;
     std::optional<Interruption> interruption_;
@@ -353,4 +347,22 @@ int RunBoardReport(const BoardOptions& options) {
     }
     call.Run();
     return call.Finish() ? 0 : 1;
+}
+
+int RunVerbose(const std::string& word) {
+    DumpstateClient client;
+    bool enabled = false;
+    std::string sentence = client.Connect();
+    if (sentence.empty() && word != "show") sentence = client.SetVerbose(word == "on");
+    if (sentence.empty()) sentence = client.GetVerbose(&enabled);
+    if (!sentence.empty()) {
+        Complain(sentence);
+        return 1;
+    }
+    std::printf("verbose logging: %s\n", enabled ? "enabled" : "disabled");
+    if (word == "show" || enabled == (word == "on")) return 0;
+    Complain(
+            "the service took the setting but doesn't show it; its property may not be "
+            "writable");
+    return 1;
 }

@@ -16,3 +16,7 @@ struct BoardOptions {
 // standard error. Returns the exit status: 0 when the call was accepted and all files are whole,
 // else 1.
 int RunBoardReport(const BoardOptions& options);
+
+// Switches verbose logging "on" or "off", unless the word is "show", and prints what it is then.
+// Returns the exit status.
+int RunVerbose(const std::string& word);

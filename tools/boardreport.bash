@@ -21,7 +21,7 @@ _boardreport() {
         choices=$(sed -n 's/^  \(-[^ ]*\).*/\1/p' <<<"$help" | tr , '\n')
     elif [[ -z $wanted ]]; then
         choices=$words$'\n'$(sed -n 's/^  [A-Z]* TEXT:{\(.*\)}.*/\1/p' <<<"$help" | tr , '\n')
-        wanted=$(sed -n 's/^  REPORT \([A-Z]*\).*/\1/p' <<<"$help")
+        wanted=$(sed -n 's/^  \(REPORT\|FILE\) \(FILE\).*/\2/p' <<<"$help")
     fi
 
     COMPREPLY=()

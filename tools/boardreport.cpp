@@ -7,30 +7,11 @@
 #include <vector>
 
 #include "board_call.h"
-#include "dumpstate_client.h"
 #include "read_reports.h"
 #include "redact_command.h"
+#include "rule_files.h"
 
 namespace {
-
-int Verbose(const std::string& word) {
-    DumpstateClient client;
-    bool enabled = false;
-    std::string sentence = client.Connect();
-    if (sentence.empty() && word != "show") sentence = client.SetVerbose(word == "on");
-    if (sentence.empty()) sentence = client.GetVerbose(&enabled);
-    if (!sentence.empty()) {
-        std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
-        return 1;
-    }
-    std::printf("verbose logging: %s\n", enabled ? "enabled" : "disabled");
-    if (word == "show" || enabled == (word == "on")) return 0;
-    std::fputs(
-            "boardreport: the service took the setting but doesn't show it; its property may "
-            "not be writable\n",
-            stderr);
-    return 1;
-}
 
 // The words that read finished reports, and what they are given.
 struct ReadingWords {
@@ -42,9 +23,14 @@ struct ReadingWords {
     std::string output = "report.html";
     std::string bundle;
     bool whole = false;
+    std::vector<std::string> check_files;
+    std::string baseline_file = "-";
+    RuleOptions rules;
     CLI::App* summary;
     CLI::App* page;
     CLI::App* json;
+    CLI::App* checks;
+    CLI::App* baseline;
 };
 
 ReadingWords::ReadingWords(CLI::App& app)
@@ -54,17 +40,45 @@ ReadingWords::ReadingWords(CLI::App& app)
       page(app.add_subcommand("page",
                               "Write a page for a browser that shows a finished report, or several "
                               "beside one another")),
-      json(app.add_subcommand("json", "Print finished reports as one JSON object a line")) {
+      json(app.add_subcommand("json", "Print finished reports as one JSON object a line")),
+      checks(app.add_subcommand("checks",
+                                "List what reports are checked for, and try the examples in files "
+                                "of checks")),
+      baseline(app.add_subcommand(
+              "baseline", "Learn what is usual from reports of healthy devices, for --baseline")) {
+    checks->add_option("FILE", check_files, "Files of checks, over those that are in force")
+            ->type_name("FILE");
+    checks->footer(
+            "Exit status: 0 when nothing is wrong in the files, else 1; 3 when one can't be read.");
+    baseline->footer(
+            "Exit status: 0; 2 for bad usage, 3 when a report can't be read or is not whole.");
+    baseline->add_option("REPORT", files, "The reports, and baselines made before")
+            ->type_name("FILE")
+            ->required();
+    baseline->add_option("-o", baseline_file, "The baseline; - is standard output")
+            ->type_name("FILE")
+            ->capture_default_str();
     for (CLI::App* const word : {summary, page, json}) {
+        word->add_option("--checks", rules.checks,
+                         "A file of checks to judge by as well; several may be given")
+                ->type_name("FILE")
+                ->expected(1)
+                ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        word->add_option("--baseline", rules.baseline, "What is usual, to judge by as well")
+                ->type_name("FILE");
         word->add_option("REPORT", files, "The reports; - is standard input")
                 ->type_name("FILE")
                 ->required();
     }
     summary->footer(
-            "Exit status: 0 when nothing failed and nothing differs, else 1; 2 for bad usage, 3 "
+            "Exit status: 0 without an error or a warning and when nothing differs, else 1; 2 for "
+            "bad usage, 3 "
             "when "
             "a report can't be read.");
     json->footer("Exit status: 0; 2 for bad usage, 3 when a report can't be read.");
+    page->footer(
+            "Exit status: 0; 1 when the page can't be written, 2 for bad usage, 3 when a report "
+            "can't be read.");
     page->add_option("-o", output, "The page; - is standard output")
             ->type_name("FILE")
             ->capture_default_str();
@@ -74,13 +88,32 @@ ReadingWords::ReadingWords(CLI::App& app)
 }
 
 std::optional<int> ReadingWords::Run() const {
-    if (summary->parsed()) return PrintSummary(files);
-    if (json->parsed()) return PrintRecords(files);
-    if (!page->parsed()) return {};
+    if (checks->parsed()) return PrintChecks(check_files);
+    if (baseline->parsed()) return WriteBaseline(files, baseline_file);
+    if (!summary->parsed() && !json->parsed() && !page->parsed()) return {};
+    reader::Rules judged_by;
+    if (const int status = LoadRules(rules, judged_by); status != 0) return status;
+    if (summary->parsed()) return PrintSummary(files, judged_by);
+    if (json->parsed()) return PrintRecords(files, judged_by);
     reader::PageOptions options;
     options.whole = whole;
     if (!bundle.empty()) options.bundle = bundle;
-    return WritePageFile(files, options, output);
+    return WritePageFile(files, judged_by, options, output);
+}
+
+// Names what is missing, and where to read about it.
+std::string BadUsage(const CLI::App* app, const CLI::Error& error) {
+    std::string what = error.what();
+    std::string words = app->get_name();
+    for (const CLI::App* const word : app->get_subcommands()) {
+        words += " " + word->get_name();
+        for (const CLI::Option* const option : word->get_options()) {
+            if (what == option->get_name() + " is required") {
+                what += ": " + option->get_description();
+            }
+        }
+    }
+    return "boardreport: " + what + "; " + words + " --help tells what it takes\n";
 }
 
 int Run(int argc, char** argv) {
@@ -101,6 +134,7 @@ int Run(int argc, char** argv) {
             ->type_name("FILE");
     app.add_option("--mode", options.mode, "What the report is for, 0 to 7; all give the same")
             ->type_name("N")
+            ->check(CLI::Range(0, 7).description(""))
             ->capture_default_str();
     const ReadingWords words(app);
     const RedactCommand redact(app);
@@ -108,6 +142,13 @@ int Run(int argc, char** argv) {
     verbose->add_option("STATE", state, "on, off or show")
             ->required()
             ->check(CLI::IsMember({"on", "off", "show"}));
+    verbose->footer(
+            "Exit status: 0; 1 when the service can't be asked or the setting doesn't take, 2 for "
+            "bad usage.");
+    app.footer(
+            "Exit status: 0 when the call was accepted and all files are whole, else 1; 2 for bad "
+            "usage; of a word, what its --help says.");
+    app.failure_message(BadUsage);
     app.require_subcommand(0, 1);
     try {
         app.parse(argc, argv);
@@ -116,7 +157,7 @@ int Run(int argc, char** argv) {
     }
     if (const std::optional<int> status = words.Run()) return *status;
     if (const std::optional<int> status = redact.Run()) return *status;
-    return verbose->parsed() ? Verbose(state) : RunBoardReport(options);
+    return verbose->parsed() ? RunVerbose(state) : RunBoardReport(options);
 }
 
 }  // namespace

@@ -4,8 +4,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
+#include <utility>
 
+#include "terminal.h"
 #include "units.h"
 #include "utf8.h"
 
@@ -18,31 +19,41 @@ constexpr size_t kMostNamed = 5;
 
 }  // namespace
 
-Progress::Progress()
-    : live_(isatty(STDERR_FILENO) == 1), colour_(live_ && std::getenv("NO_COLOR") == nullptr) {}
+Progress::Progress() : live_(isatty(STDERR_FILENO) == 1), colour_(live_ && WantsColour()) {}
 
-void Progress::Begin(std::string_view title) {
-    running_ = Printable(title);
-    since_ = std::chrono::steady_clock::now();
+reader::ReportParser::Listener Progress::Listener() {
+    reader::ReportParser::Listener listener = builder_.Listener();
+    listener.on_begin = [this](std::string_view title) {
+        running_ = Printable(title);
+        since_ = std::chrono::steady_clock::now();
+    };
+    listener.on_section = [this](reader::Section&& section) {
+        End(section);
+        builder_.Add(std::move(section));
+    };
+    listener.on_black_box = [this](reader::BlackBox&& black_box) {
+        builder_.Add(std::move(black_box));
+        EndBlackBox();
+    };
+    return listener;
+}
+
+void Progress::Finish(const reader::ReportParser& parser) {
+    builder_.Finish(parser);
+    verdict_ = reader::Judge(report_);
 }
 
 void Progress::End(const reader::Section& section) {
-    ++sections_;
-    host_.Add(section);
-    if (!section.complete) {
-        ++unfinished_;
-    } else if (!section.failure.empty()) {
-        failed_.push_back(Printable(section.title));
-    }
     Line(section.seconds, section.title, std::string(section.Trouble()));
 }
 
 // It has no footer: it took from the end of what came before it until now.
-void Progress::End(const reader::BlackBox& black_box) {
-    black_box_ = reader::DescribeBlackBox(&black_box);
-    const bool good = black_box.Trouble().empty();
-    Line(SecondsSince(), good ? "Sensor Black Box: " + black_box_ : "Sensor Black Box",
-         good ? "" : black_box_);
+void Progress::EndBlackBox() {
+    const reader::Verdict verdict = reader::Judge(report_);
+    const std::string described = reader::DescribeBlackBoxes(report_, verdict);
+    const bool good = verdict.black_box.empty();
+    Line(SecondsSince(), good ? "Sensor Black Box: " + described : "Sensor Black Box",
+         good ? "" : described);
 }
 
 void Progress::Line(double seconds, const std::string& what, const std::string& trouble) {
@@ -75,14 +86,32 @@ void Progress::Clear() {
     if (live_) std::fputs("\r\x1b[K", stderr);
 }
 
+std::string Progress::WhatIsMissing() const {
+    if (verdict_.complete) return "";
+    if (report_.tally.unfinished > 0) return "the report has sections that never ended";
+    if (!report_.at_end || report_.cut) return "the report's end is missing";
+    return "text of the report is lost";
+}
+
 std::string Progress::Verdict() const {
     std::string names;
-    const size_t named = std::min(failed_.size(), kMostNamed);
-    for (size_t i = 0; i < named; ++i) names += (i == 0 ? " (" : ", ") + failed_[i];
-    if (named < failed_.size()) {
-        names += " and " + std::to_string(failed_.size() - named) + " more";
+    const size_t failed = report_.tally.failed;
+    size_t named = 0;
+    for (const reader::Section& section : report_.sections) {
+        if (section.failure.empty()) continue;
+        if (named == kMostNamed) {
+            names += " and " + std::to_string(failed - named) + " more";
+            break;
+        }
+        names += (named++ == 0 ? " (" : ", ") + Printable(section.title);
     }
     if (named > 0) names += ")";
-    return std::to_string(sections_) + " sections, " + std::to_string(failed_.size()) +
-           " failed or timed out" + names + "; black box: " + Printable(black_box_);
+    return std::to_string(sections()) + " sections, " + std::to_string(failed) +
+           " failed or timed out" + names +
+           "; black box: " + Printable(reader::DescribeBlackBoxes(report_, verdict_));
+}
+
+std::string Progress::Findings() const {
+    if (verdict_.findings.empty()) return "Nothing is wrong";
+    return verdict_.Counts() + "; the worst: " + Printable(verdict_.findings.front().says);
 }

@@ -4,33 +4,45 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
 
-#include "section.h"
-#include "summary.h"
+#include "report.h"
+#include "verdict.h"
 
 // Shows a report's progress on standard error: a plain line for each section and the black box as
-// they end, and on a terminal also the one that is running, on a last line that is redrawn.
+// they end, and on a terminal also the one that is running, on a last line that is redrawn. What it
+// says at the end is what the report is judged to be.
 class Progress {
   public:
     Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
 
-    void Begin(std::string_view title);
-    void End(const reader::Section& section);
-    void End(const reader::BlackBox& black_box);
+    // What tells it all; outlived by this.
+    reader::ReportParser::Listener Listener();
+    // After the parser's Finish().
+    void Finish(const reader::ReportParser& parser);
+    // What the report was found to be when it was read again.
+    void Take(reader::Verdict&& verdict) { verdict_ = std::move(verdict); }
     // Redraws the last line, if this is a terminal.
     void Redraw(uint64_t bundle_size);
     // Takes the last line away.
     void Clear();
 
-    int sections() const { return sections_; }
-    bool all_finished() const { return unfinished_ == 0; }
-    // "55 sections, 2 failed or timed out (VENDOR PROPERTIES, ...); black box: 7 sensors, ..."
+    size_t sections() const { return report_.tally.sections; }
+    // After Finish(): "" or what a report that was accepted lacks.
+    std::string WhatIsMissing() const;
+    // "55 sections, 2 failed or timed out (VENDOR PROPERTIES, ...); black box: 7 sensors, ...; 2
+    // errors"
     std::string Verdict() const;
+    // "5 errors, 12 warnings; the worst: The battery is overheating"; "Nothing is wrong"
+    std::string Findings() const;
     // "" or a sentence about what was asked, when that is no wearable.
-    std::string Host() const { return host_.Sentence(); }
+    std::string Host() const { return reader::HostSentence(report_.tally); }
 
   private:
+    void End(const reader::Section& section);
+    void EndBlackBox();
     void Line(double seconds, const std::string& what, const std::string& trouble);
     double SecondsSince() const;
 
@@ -38,9 +50,7 @@ class Progress {
     const bool colour_;
     std::string running_;
     std::chrono::steady_clock::time_point since_ = std::chrono::steady_clock::now();
-    int sections_ = 0;
-    int unfinished_ = 0;
-    std::vector<std::string> failed_;  // titles
-    reader::HostCheck host_;
-    std::string black_box_ = "not in the report";
+    reader::Report report_;
+    reader::ReportBuilder builder_{report_, reader::ReportBuilder::Keep::kWhatIsJudged};
+    reader::Verdict verdict_;
 };

@@ -1,37 +1,36 @@
 #include "read_reports.h"
 
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <string_view>
 #include <system_error>
 
 #include "json.h"
 #include "report.h"
 #include "summary.h"
+#include "terminal.h"
+#include "watch.h"
 
 namespace {
 
-void Complain(const std::string& sentence) {
-    std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
-}
-
 // 0, or the exit status after it has said what is wrong.
-int Read(const std::vector<std::string>& files, bool texts, std::vector<reader::Report>& reports) {
+int Read(const std::vector<std::string>& files, const reader::Rules& rules, bool texts,
+         std::vector<reader::Report>& reports, std::vector<reader::Verdict>& verdicts) {
     if (std::ranges::count(files, "-") > 1) {
         Complain("standard input is one report; name the others by their files");
         return kBadUsage;
     }
     reports.resize(files.size());
+    verdicts.resize(files.size());
     int status = 0;
     for (size_t i = 0; i < files.size(); ++i) {
-        const std::string sentence = reader::ReadReport(files[i], texts, reports[i]);
+        const std::string sentence = ReadAndJudge(files[i], rules, texts, reports[i], verdicts[i]);
         if (sentence.empty()) continue;
         Complain(sentence);
         status = kUnreadable;
@@ -46,10 +45,20 @@ bool Written(const OutputFile& file) {
     return false;
 }
 
+// Whether two names, "-" standing for the descriptor, are of one file.
+bool SameFile(const std::string& one, int one_fd, const std::string& other, int other_fd) {
+    struct stat a {};
+    struct stat b {};
+    const auto look = [](const std::string& name, int fd, struct stat& status) {
+        return (name == "-" ? fstat(fd, &status) : stat(name.c_str(), &status)) == 0;
+    };
+    return look(one, one_fd, a) && look(other, other_fd, b) && a.st_dev == b.st_dev &&
+           a.st_ino == b.st_ino && S_ISREG(a.st_mode);
+}
+
 bool IsOneOf(const std::string& output, const std::vector<std::string>& files) {
-    std::error_code neither;
     return std::ranges::any_of(files, [&](const std::string& file) {
-        return file != "-" && std::filesystem::equivalent(file, output, neither);
+        return SameFile(file, STDIN_FILENO, output, STDOUT_FILENO);
     });
 }
 
@@ -84,23 +93,34 @@ class RemovedOnSignal {
 
 }  // namespace
 
-int PrintSummary(const std::vector<std::string>& files) {
+std::string ReadAndJudge(const std::string& file, const reader::Rules& rules, bool texts,
+                         reader::Report& report, reader::Verdict& verdict) {
+    reader::Watch watch(rules, report);
+    const std::string sentence = reader::ReadReport(
+            file, texts, report, [&watch](reader::Section& section) { watch.Take(section); });
+    if (sentence.empty()) verdict = reader::Judge(report, watch);
+    return sentence;
+}
+
+int PrintSummary(const std::vector<std::string>& files, const reader::Rules& rules) {
     std::vector<reader::Report> reports;
-    if (const int status = Read(files, false, reports); status != 0) return status;
-    const char* const no_colour = std::getenv("NO_COLOR");
-    const bool colour = isatty(STDOUT_FILENO) == 1 && (no_colour == nullptr || *no_colour == '\0');
-    const reader::Summary summary = reader::Summarize(reports, colour);
+    std::vector<reader::Verdict> verdicts;
+    if (const int status = Read(files, rules, false, reports, verdicts); status != 0) {
+        return status;
+    }
+    const bool colour = isatty(STDOUT_FILENO) == 1 && WantsColour();
+    const reader::Summary summary = reader::Summarize(reports, verdicts, colour);
     OutputFile output("-");
     output.Write(summary.text);
     return Written(output) && summary.good ? 0 : 1;
 }
 
-int PrintRecords(const std::vector<std::string>& files) {
+int PrintRecords(const std::vector<std::string>& files, const reader::Rules& rules) {
     OutputFile output("-");
     const reader::Sink sink = [&output](std::string_view bytes) { return output.Write(bytes); };
     int status = 0;
     for (const std::string& file : files) {
-        const std::string sentence = reader::WriteJson(file, sink);
+        const std::string sentence = reader::WriteJson(file, rules, sink);
         if (!Written(output)) return 1;
         if (sentence.empty()) continue;
         Complain(sentence);
@@ -109,8 +129,8 @@ int PrintRecords(const std::vector<std::string>& files) {
     return status;
 }
 
-int WritePageFile(const std::vector<std::string>& files, const reader::PageOptions& options,
-                  const std::string& output) {
+int WritePageFile(const std::vector<std::string>& files, const reader::Rules& rules,
+                  const reader::PageOptions& options, const std::string& output) {
     std::vector<std::string> read = files;
     if (options.bundle) read.push_back(*options.bundle);
     if (IsOneOf(output, read)) {
@@ -123,16 +143,18 @@ int WritePageFile(const std::vector<std::string>& files, const reader::PageOptio
     }
     OutputFile file(output);
     const RemovedOnSignal unfinished(file);
-    return WritePageFile(files, options, file, true);
+    return WritePageFile(files, rules, options, file, true);
 }
 
-int WritePageFile(const std::vector<std::string>& files, const reader::PageOptions& options,
-                  OutputFile& output, bool whole) {
+int WritePageFile(const std::vector<std::string>& files, const reader::Rules& rules,
+                  const reader::PageOptions& options, OutputFile& output, bool whole) {
     if (!Written(output)) return 1;
     std::vector<reader::Report> reports;
-    if (const int status = Read(files, true, reports); status != 0) return status;
-    const std::string sentence = reader::WritePage(
-            reports, options, [&output](std::string_view bytes) { return output.Write(bytes); });
+    std::vector<reader::Verdict> verdicts;
+    if (const int status = Read(files, rules, true, reports, verdicts); status != 0) return status;
+    const std::string sentence =
+            reader::WritePage(reports, verdicts, options,
+                              [&output](std::string_view bytes) { return output.Write(bytes); });
     if (whole && sentence.empty()) output.Commit();
     if (!Written(output)) return 1;
     if (!sentence.empty()) {

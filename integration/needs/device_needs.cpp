@@ -14,12 +14,8 @@
 // Newlines within WHAT are \n. Directories are listed below $DEVICE_ROOT: the names of the logs
 // that a device has are found there.
 
-#include <DumpstateUtil.h>
-#include <android-base/logging.h>
-#include <android-base/properties.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
-#include <android/log.h>
 #include <cutils/sockets.h>
 #include <dirent.h>
 #include <fcntl.h>
@@ -28,15 +24,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <mutex>
+#include <string>
+#include <vector>
 
 #include "binder.h"
 #include "dumpstate.h"
-#include "host_protocol_common.h"
+#include "hub_messages.h"
+#include "recording_platform.h"
 
 extern "C" int __real_open(const char* path, int flags, ...);
 
@@ -59,43 +56,57 @@ const Way* g_way = &kWays[0];
 Dumpstate* g_service = nullptr;
 int g_output = -1;  // where standard output was: the service prints there as well
 
-void Write(const std::string& title, const std::string& kind,
-           const std::vector<std::string>& what) {
-    std::string line;
-    for (const char* part : {g_way->build, g_way->report, title.c_str(), kind.c_str()}) {
-        line += line.empty() ? "" : "\t";
-        line += part;
-    }
-    for (const std::string& part : what) {
-        line += '\t';
-        for (const char c : part) line += c == '\n' ? std::string("\\n") : std::string(1, c);
-    }
-    line += '\n';
+void Write(const std::string& entry) {
+    const std::string line = std::string(g_way->build) + '\t' + g_way->report + '\t' + entry + '\n';
     static std::mutex mutex;
     const std::lock_guard lock(mutex);
     if (write(g_output, line.data(), line.size()) != static_cast<ssize_t>(line.size())) _exit(1);
 }
 
 void Write(const std::string& kind, const std::string& what) {
-    Write("-", kind, {what});
+    Write("-\t" + kind + '\t' + what);
 }
 
-enum HubMessage : uint32_t { kFragmentData = 5, kSensorCountReply = 7 };
+// A request as the recorder writes it down: its title is the entry's, its time-out nobody's here.
+void WriteRequest(std::string request) {
+    if (request.starts_with("stdout ")) request.erase(0, sizeof "stdout " - 1);
+    std::vector<std::string> parts{""};
+    for (const char c : request) {
+        if (c == '\t' && parts.size() < 4) {
+            parts.emplace_back();
+        } else {
+            parts.back() += c;
+        }
+    }
+    if (parts[0] == "command" || parts[0] == "file") {
+        Write(parts[1] + '\t' + parts[0] + '\t' + parts[3]);
+    }
+}
 
-void SendFromHub(int socket, HubMessage type, const void* payload, size_t size) {
-    constexpr uint64_t kBlackBox = 0x4E6F727665001025;
-    constexpr uint16_t kEveryHostEndpoint = 0xFFFF;
-    flatbuffers::FlatBufferBuilder builder;
-    chre::HostProtocolCommon::encodeNanoappMessage(builder, kBlackBox, type, kEveryHostEndpoint,
-                                                   payload, size, 0, 0, false, false, 0);
-    if (send(socket, builder.GetBufferPointer(), builder.GetSize(), 0) < 0) _exit(1);
+// A property that names a file has its own name for a value, so that this is what is read.
+void WriteProperty(const std::string& key, bool set) {
+    Write(set ? "set" : "get", key);
+    ThePlatform().properties.try_emplace(key, "$" + key);
 }
 
 void MakeReport() {
+    RecordingPlatform& platform = ThePlatform();
+    platform.on_property = WriteProperty;
+    platform.properties["ro.build.type"] = g_way->build;
+    if (g_way->report == std::string("verbose")) {
+        for (const char* key :
+             {"persist.vendor.verbose_logging_enabled", "persist.vendor.sys.modem.diag.mdlog",
+              "vendor.sys.modem.diag.mdlog_on"}) {
+            platform.properties[key] = "true";
+        }
+    }
     std::vector<ndk::ScopedFileDescriptor> fds;
     while (fds.size() < g_way->descriptors) fds.emplace_back(__real_open("/dev/null", O_WRONLY));
     g_service->dumpstateBoard(fds, IDumpstateDevice::DumpstateMode::DEFAULT, 0);
     g_service->setVerboseLoggingEnabled(true);
+    for (const auto& requests : {platform.requests, platform.elsewhere}) {
+        for (const std::string& request : requests) WriteRequest(request);
+    }
 }
 
 }  // namespace
@@ -132,77 +143,9 @@ int socket_local_client_connect(int fd, const char* name, int /*namespace_id*/, 
     int ends[2];  // the hub's stays open as long as the process
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return -1;
     if (dup3(ends[0], fd, O_CLOEXEC) < 0) return -1;
-    constexpr uint8_t kOne[] = {1, 0, 0, 0};
-    SendFromHub(ends[1], kSensorCountReply, kOne, sizeof kOne);
-    SendFromHub(ends[1], kFragmentData, kOne, 0);
-    return 0;
-}
-
-namespace android::os::dumpstate {
-
-const CommandOptions CommandOptions::DEFAULT = CommandOptions::WithTimeout(10).Build();
-
-int RunCommandToFd(int /*fd*/, const std::string& title, const std::vector<std::string>& command,
-                   const CommandOptions& /*options*/) {
-    Write(title, "command", command);
-    return 0;
-}
-
-int DumpFileToFd(int /*fd*/, const std::string& title, const std::string& path) {
-    Write(title, "file", {path});
-    return 0;
-}
-
-bool PropertiesHelper::IsUserBuild() {
-    Write("get", "ro.build.type");
-    return g_way->build == std::string("user");
-}
-
-}  // namespace android::os::dumpstate
-
-namespace android::base {
-
-// A property that names a file has its own name for a value, so that this is what is read.
-std::string GetProperty(const std::string& key, const std::string& /*default_value*/) {
-    Write("get", key);
-    return "$" + key;
-}
-
-bool GetBoolProperty(const std::string& key, bool /*default_value*/) {
-    Write("get", key);
-    return g_way->report == std::string("verbose");
-}
-
-template <typename T>
-T GetIntProperty(const std::string& key, T default_value, T /*min*/, T /*max*/) {
-    Write("get", key);
-    return default_value;
-}
-template int32_t GetIntProperty(const std::string&, int32_t, int32_t, int32_t);
-
-bool SetProperty(const std::string& key, const std::string& /*value*/) {
-    Write("set", key);
-    return true;
-}
-
-bool WaitForProperty(const std::string& key, const std::string& /*expected_value*/,
-                     std::chrono::milliseconds /*relative_timeout*/) {
-    Write("get", key);
-    return true;
-}
-
-}  // namespace android::base
-
-int __android_log_print(int /*priority*/, const char* /*tag*/, const char* /*format*/, ...) {
-    return 1;
-}
-
-int __android_log_vprint(int /*priority*/, const char* /*tag*/, const char* /*format*/,
-                         va_list /*arguments*/) {
-    return 1;
-}
-
-unsigned sleep(unsigned /*seconds*/) {
+    for (const Bytes& message : {Message(7, Le(1)), Message(5, {})}) {
+        if (send(ends[1], message.data(), message.size(), 0) < 0) _exit(1);
+    }
     return 0;
 }
 

@@ -121,15 +121,20 @@ class SpawnPlan {
 class Spawning {
   public:
     Spawning(const std::vector<std::string>& command, int output_fd)
-        : command_(command), plan_(output_fd) {}
+        : command_(command), plan_(output_fd) {
+        argv_.reserve(command_.size() + 1);
+        for (std::string& argument : command_) argv_.push_back(argument.data());
+        argv_.push_back(nullptr);
+    }
 
+    // Allocates nothing: nobody catches what would be thrown on a thread of its own.
     void Run() {
-        std::vector<char*> argv;
-        argv.reserve(command_.size() + 1);
-        for (std::string& argument : command_) argv.push_back(argument.data());
-        argv.push_back(nullptr);
+        {
+            const std::lock_guard lock(mutex_);
+            if (abandoned_) return;
+        }
         pid_t pid = -1;
-        const int error = plan_.Spawn(&pid, argv.data());
+        const int error = plan_.Spawn(&pid, argv_.data());
         const std::lock_guard lock(mutex_);
         error_ = error;
         pid_ = error == 0 ? pid : -1;
@@ -151,6 +156,7 @@ class Spawning {
 
   private:
     std::vector<std::string> command_;
+    std::vector<char*> argv_;
     const SpawnPlan plan_;
     std::mutex mutex_;
     std::condition_variable changed_;

@@ -37,12 +37,12 @@ int SectionFrame::Flush() {
     using namespace std::chrono_literals;
     const int error = platform::WriteWithin(fd_ == STDOUT_FILENO ? 5s : 30s, fd_, pending_);
     pending_.clear();
-    if (error == ETIMEDOUT || error == EPIPE) {
-        __android_log_print(ANDROID_LOG_WARN, nullptr,
-                            "%s: the reader has %s, what comes from here on is lost",
-                            title_.c_str(), error == EPIPE ? "gone" : "stopped");
-        platform::GiveUpReader(fd_);
+    if (error != 0) {
+        const std::string why = error == ETIMEDOUT ? "its reader has stopped" : Reason(error);
+        __android_log_print(ANDROID_LOG_WARN, nullptr, "%s: the output is cut here: %s",
+                            title_.c_str(), why.c_str());
     }
+    if (error == ETIMEDOUT || error == EPIPE) platform::GiveUpReader(fd_);
     if (error_ == 0) error_ = error;
     return error;
 }

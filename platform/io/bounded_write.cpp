@@ -14,7 +14,8 @@
 namespace platform {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+// A terminal may get room without waking who waits for it: it is looked at again this often.
+constexpr std::chrono::seconds kLookAgain{1};
 
 // How much of a text a terminal has room for when poll(2) says so: a run of characters, or one that
 // steers it.
@@ -29,7 +30,7 @@ size_t TerminalPiece(std::string_view text) {
 int PollTimeout(Deadline deadline) {
     using std::chrono::ceil;
     using std::chrono::milliseconds;
-    const auto left = ceil<milliseconds>(deadline - Clock::now()).count();
+    const auto left = ceil<milliseconds>(deadline - std::chrono::steady_clock::now()).count();
     return static_cast<int>(std::clamp<milliseconds::rep>(left, 0, INT_MAX));
 }
 
@@ -38,17 +39,22 @@ int WriteWithin(std::chrono::milliseconds patience, int fd, std::string_view tex
     if (fstat(fd, &status) != 0) return errno;
     const bool terminal = S_ISCHR(status.st_mode) && isatty(fd) == 1;
     const size_t most = S_ISREG(status.st_mode) ? SIZE_MAX : PIPE_BUF;
-    Deadline deadline = Clock::now() + patience;
+    std::chrono::milliseconds left = patience;
     while (!text.empty()) {
         pollfd room{fd, POLLOUT, 0};
-        const int ready = poll(&room, 1, PollTimeout(deadline));
-        if (ready == 0) return ETIMEDOUT;
+        const auto wait = std::min<std::chrono::milliseconds>(left, kLookAgain);
+        const int ready = poll(&room, 1, static_cast<int>(wait.count()));
+        if (ready == 0) {
+            left -= wait;
+            if (left.count() == 0) return ETIMEDOUT;
+            continue;
+        }
         const size_t piece = terminal ? TerminalPiece(text) : std::min(text.size(), most);
         const ssize_t written = ready < 0 ? -1 : write(fd, text.data(), piece);
         if (written == 0) return EIO;
         if (written > 0) {
             text.remove_prefix(static_cast<size_t>(written));
-            deadline = Clock::now() + patience;
+            left = patience;
         } else if (errno != EINTR && errno != EAGAIN) {
             return errno;
         }

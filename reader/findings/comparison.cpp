@@ -5,10 +5,9 @@
 #include <map>
 #include <optional>
 #include <string_view>
+#include <tuple>
+#include <unordered_set>
 #include <utility>
-
-#include "sensor_kinds.h"
-#include "sensor_statistics.h"
 
 namespace reader {
 namespace {
@@ -19,22 +18,6 @@ constexpr double kSecondsSlower = 0.050;
 template <typename Pointers>
 bool MissingInSome(const Pointers& pointers) {
     return std::ranges::count(pointers, nullptr) > 0;
-}
-
-// Whether what `of` makes of the elements differs; of those that are missing too, unless they are
-// to be left out.
-template <typename Pointer, typename Of>
-bool Differ(const std::vector<Pointer>& pointers, bool missing_differs, Of of) {
-    const Pointer* first = nullptr;
-    for (const Pointer& pointer : pointers) {
-        if (pointer == nullptr) {
-            if (missing_differs) return true;
-            continue;
-        }
-        if (first != nullptr && std::invoke(of, **first) != std::invoke(of, *pointer)) return true;
-        if (first == nullptr) first = &pointer;
-    }
-    return false;
 }
 
 std::vector<Comparison::FactLine> CompareFacts(std::span<const Report> reports) {
@@ -48,8 +31,10 @@ std::vector<Comparison::FactLine> CompareFacts(std::span<const Report> reports) 
     }
     std::vector<Comparison::FactLine> facts;
     for (auto& [row, line] : lines) {
-        const bool differs =
-                Differ(line, true, [](const Fact& fact) -> std::string_view { return fact.value; });
+        const Fact* const first = line.front();
+        const bool differs = std::ranges::any_of(line, [first](const Fact* fact) {
+            return first == nullptr || fact == nullptr || !SameFact(*first, *fact);
+        });
         facts.push_back({row, std::move(line), differs});
     }
     return facts;
@@ -110,7 +95,7 @@ std::vector<Comparison::SectionLine> AlignSections(std::span<const Report> repor
             const auto [at, is_new] =
                     known.try_emplace({section.title, seen[section.title]++}, lines.size());
             if (is_new) {
-                lines.push_back({section.title, {}, false, false, false, false});
+                lines.push_back({section.title, {}, false, false, false});
                 lines.back().sections.resize(reports.size());
                 behind[previous].push_back(at->second);
             } else {
@@ -134,55 +119,108 @@ std::vector<Comparison::SectionLine> CompareSections(std::span<const Report> rep
     std::vector<Comparison::SectionLine> lines = AlignSections(reports);
     for (Comparison::SectionLine& line : lines) {
         line.missing_in_some = MissingInSome(line.sections);
-        line.trouble_differs = Differ(line.sections, false, &Section::Trouble);
         line.time_differs = TimeDiffers(line.sections);
         line.text_differs = texts && TextDiffers(reports, line.sections);
     }
     return lines;
 }
 
-bool Stopped(const Report& report, const Sensor* sensor) {
-    if (sensor == nullptr || !sensor->skipped.empty()) return true;
-    // Nobody need have made a gesture or worn it.
-    if (sensor->times.empty()) return KindOf(*sensor).steady();
-    const SensorStatistics statistics = Measure(*report.black_box, *sensor);
-    return statistics.still || statistics.frozen_to_end || statistics.silent > 0;
-}
-
 std::vector<Comparison::SensorLine> CompareSensors(std::span<const Report> reports) {
-    std::map<unsigned, Comparison::SensorLine> lines;
+    std::map<std::pair<unsigned, size_t>, Comparison::SensorLine> lines;
     for (size_t i = 0; i < reports.size(); ++i) {
-        if (!reports[i].black_box) continue;
-        for (const Sensor& sensor : reports[i].black_box->sensors) {
-            Comparison::SensorLine& line = lines[sensor.number];
-            line.number = sensor.number;
-            line.sensors.resize(reports.size());
-            if (line.name.empty()) line.name = sensor.name;
-            if (line.sensors[i] == nullptr) line.sensors[i] = &sensor;
+        std::map<unsigned, size_t> seen;
+        for (size_t box = 0; box < reports[i].black_boxes.size(); ++box) {
+            const std::vector<Sensor>& sensors = reports[i].black_boxes[box].sensors;
+            for (size_t at = 0; at < sensors.size(); ++at) {
+                const size_t nth = seen[sensors[at].number]++;
+                Comparison::SensorLine& line = lines[{sensors[at].number, nth}];
+                line.number = sensors[at].number;
+                line.nth = nth;
+                line.sensors.resize(reports.size());
+                if (line.name.empty()) line.name = sensors[at].name;
+                line.sensors[i] = {box, at};
+            }
         }
     }
     std::vector<Comparison::SensorLine> sensors;
-    for (auto& [number, line] : lines) {
-        for (size_t i = 0; i < reports.size(); ++i) {
-            line.stopped.push_back(Stopped(reports[i], line.sensors[i]));
-        }
-        if (std::ranges::all_of(line.stopped, std::identity{}))
-            line.stopped.assign(reports.size(), false);
-        sensors.push_back(std::move(line));
-    }
+    for (auto& [number, line] : lines) sensors.push_back(std::move(line));
     return sensors;
+}
+
+// What stands beside a finding that is only in other reports.
+class Otherwise {
+  public:
+    Otherwise(const Report& report, const Verdict& verdict)
+        : has_box_(!report.black_boxes.empty()) {
+        for (const Finding& finding : verdict.findings) subjects_.insert(finding.subject);
+        for (const Section& section : report.sections) titles_.insert(section.title);
+        for (const BlackBox& black_box : report.black_boxes) {
+            for (const Sensor& sensor : black_box.sensors) names_.insert(sensor.name);
+        }
+    }
+    const char* Word(const Finding& finding) const {
+        const bool of_sensor = finding.check.starts_with("sensor-");
+        if (of_sensor && !has_box_) return "no black box";
+        if (of_sensor && subjects_.contains(finding.subject)) return "other trouble";
+        if (finding.sensor && !names_.contains(finding.subject)) return "not there";
+        if (finding.index && !titles_.contains(finding.section)) return "not there";
+        return "good";
+    }
+
+  private:
+    const bool has_box_;
+    std::unordered_set<std::string_view> titles_;
+    std::unordered_set<std::string_view> names_;
+    std::unordered_set<std::string_view> subjects_;  // of what is wrong
+};
+
+std::vector<Comparison::FindingLine> CompareFindings(std::span<const Report> reports,
+                                                     std::span<const Verdict> verdicts) {
+    using Key = std::tuple<Severity, std::string_view, std::string_view, size_t>;
+    std::map<Key, std::vector<const Finding*>, std::greater<>> lines;
+    std::vector<Key> order;
+    for (size_t i = 0; i < reports.size(); ++i) {
+        std::map<std::pair<std::string_view, std::string_view>, size_t> seen;
+        for (const Finding& finding : verdicts[i].findings) {
+            const size_t nth = seen[{finding.check, finding.subject}]++;
+            const auto [line, is_new] = lines.try_emplace(
+                    Key{finding.severity, finding.check, finding.subject, nth}, reports.size());
+            line->second[i] = &finding;
+            if (is_new) order.push_back(line->first);
+        }
+    }
+    std::ranges::stable_sort(order, std::ranges::greater(),
+                             [](const Key& key) { return std::get<0>(key); });
+    std::vector<Otherwise> otherwise;
+    for (size_t i = 0; i < reports.size(); ++i) otherwise.emplace_back(reports[i], verdicts[i]);
+    std::vector<Comparison::FindingLine> findings;
+    for (const Key& key : order) {
+        Comparison::FindingLine line{std::string(std::get<1>(key)),
+                                     std::string(std::get<2>(key)),
+                                     std::move(lines[key]),
+                                     {},
+                                     false};
+        const Finding* const any = *std::ranges::find_if(
+                line.findings, [](const Finding* finding) { return finding != nullptr; });
+        for (size_t i = 0; i < reports.size(); ++i) {
+            line.otherwise.push_back(otherwise[i].Word(*any));
+            const Finding* const finding = line.findings[i];
+            line.differs = line.differs || finding == nullptr ||
+                           (finding->what != any->what && !finding->sensor);
+        }
+        findings.push_back(std::move(line));
+    }
+    return findings;
 }
 
 }  // namespace
 
-Comparison Compare(std::span<const Report> reports, bool texts) {
+Comparison Compare(std::span<const Report> reports, std::span<const Verdict> verdicts, bool texts) {
     Comparison comparison;
     comparison.facts = CompareFacts(reports);
     comparison.sections = CompareSections(reports, texts);
     comparison.sensors = CompareSensors(reports);
-    comparison.black_box_differs = std::ranges::any_of(reports, [&](const Report& report) {
-        return report.BlackBoxTrouble() != reports[0].BlackBoxTrouble();
-    });
+    comparison.findings = CompareFindings(reports, verdicts);
     return comparison;
 }
 

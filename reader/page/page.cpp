@@ -1,5 +1,7 @@
 #include "page.h"
 
+#include <algorithm>
+
 #include "page_built.h"
 #include "page_html.h"
 #include "page_parts.h"
@@ -21,25 +23,58 @@ std::string Title(const PageContent& page) {
 
 }  // namespace
 
-PageContent::PageContent(std::span<const Report> all, const PageOptions& chosen)
-    : reports(all), options(chosen), comparison(Compare(all, true)) {
+PageContent::PageContent(std::span<const Report> all, std::span<const Verdict> found,
+                         const PageOptions& chosen)
+    : reports(all), verdicts(found), options(chosen), comparison(Compare(all, verdicts, true)) {
     for (size_t line = 0; line < comparison.sections.size(); ++line) {
         for (const Section* const section : comparison.sections[line].sections) {
             if (section != nullptr) lines.emplace(section, line);
         }
     }
-    for (const Comparison::SensorLine& line : comparison.sensors) {
+    for (size_t line = 0; line < comparison.sensors.size(); ++line) {
         for (size_t i = 0; i < reports.size(); ++i) {
-            const Sensor* const sensor = line.sensors[i];
-            if (sensor != nullptr) {
-                statistics.emplace(sensor, Measure(*reports[i].black_box, *sensor));
-            }
+            const auto& place = comparison.sensors[line].sensors[i];
+            if (place) figures.emplace(&SensorOf(i, *place), line);
         }
+    }
+    if (compared()) return;
+    for (const Finding& finding : verdicts.front().findings) {
+        if (!finding.line || !finding.index) continue;
+        if (!options.whole && reports[0].sections[*finding.index].text.size() > kLargestText) {
+            continue;
+        }
+        Severity& severity = marked[*finding.index][*finding.line];
+        severity = std::max(severity, finding.severity);
     }
 }
 
+std::string PageContent::TargetOf(size_t report, const Finding& finding) const {
+    if (finding.index) {
+        const Section& section = reports[report].sections[*finding.index];
+        const size_t line = LineOf(section);
+        return finding.line && MarkedLines(section) != nullptr ? LineId(line, *finding.line)
+                                                               : SectionId(line);
+    }
+    if (finding.sensor) {
+        return SensorId(comparison.sensors[figures.at(&SensorOf(report, *finding.sensor))]);
+    }
+    const bool of_sensors =
+            finding.check.starts_with("sensor-") || finding.check.starts_with("black-box");
+    return of_sensors ? "sensors" : finding.check == "time-unaccounted" ? "timeline" : "sections";
+}
+
+const std::map<uint64_t, Severity>* PageContent::MarkedLines(const Section& section) const {
+    const auto found = marked.find(section.index);
+    return compared() || found == marked.end() ? nullptr : &found->second;
+}
+
+// As spreadsheets name their columns: after Z comes AA.
 std::string ReportName(size_t report) {
-    return std::string(1, static_cast<char>('A' + report % 26));
+    std::string name;
+    for (size_t rest = report + 1; rest > 0; rest = (rest - 1) / 26) {
+        name.insert(name.begin(), static_cast<char>('A' + (rest - 1) % 26));
+    }
+    return name;
 }
 
 void WriteChip(Html& html, const PageContent& page, size_t report) {
@@ -52,15 +87,30 @@ std::string SectionId(size_t line) {
     return "section-" + std::to_string(line);
 }
 
+std::string LineId(size_t section, uint64_t line) {
+    return SectionId(section) + "-line-" + std::to_string(line);
+}
+
+Markup ClassOf(Severity severity) {
+    return severity == Severity::kError     ? "bad"
+           : severity == Severity::kWarning ? Markup("doubtful")
+                                            : Markup("noted");
+}
+
+std::string SensorId(const Comparison::SensorLine& line) {
+    return "sensor-" + std::to_string(line.number) +
+           (line.nth == 0 ? "" : "-" + std::to_string(line.nth + 1));
+}
+
 void WriteLink(Html& html, std::string_view id) {
     std::string link = "#";
     link += id;
     html.Attribute("href", link);
 }
 
-std::string WritePage(std::span<const Report> reports, const PageOptions& options,
-                      const Sink& sink) {
-    const PageContent page(reports, options);
+std::string WritePage(std::span<const Report> reports, std::span<const Verdict> verdicts,
+                      const PageOptions& options, const Sink& sink) {
+    const PageContent page(reports, verdicts, options);
     Html html(sink);
     html.Built(PageBegin()) << "<title>";
     html.Text(Title(page)) << "</title>\n</head>\n<body>\n"

@@ -6,6 +6,7 @@
 
 #include "report.h"
 #include "sink.h"
+#include "verdict.h"
 
 namespace reader {
 
@@ -18,9 +19,9 @@ struct PageOptions {
 };
 
 // Writes one HTML file that shows the report, or several beside one another, the first being what
-// the others are compared with. They have been read with their texts. Returns "" or a sentence that
-// says what is wrong, other than with the sink.
-std::string WritePage(std::span<const Report> reports, const PageOptions& options,
-                      const Sink& sink);
+// the others are compared with, and what each is found to be. They have been read with their texts.
+// Returns "" or a sentence that says what is wrong, other than with the sink.
+std::string WritePage(std::span<const Report> reports, std::span<const Verdict> verdicts,
+                      const PageOptions& options, const Sink& sink);
 
 }  // namespace reader

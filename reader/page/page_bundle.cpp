@@ -10,6 +10,9 @@
 namespace reader {
 namespace {
 
+// Nobody reads more names, and a browser takes long to lay them out.
+constexpr size_t kMostListed = 5000;
+
 // What the files of one series have in common: the directory, and the name up to its number.
 std::string SeriesOf(std::string_view name) {
     const size_t base = name.rfind('/') + 1;  // 0 when there is none
@@ -38,7 +41,10 @@ void WriteBundle(Html& html, const std::string& path) {
         html.Text(bundle.fault) << "</strong>";
     }
     html << "</p>\n";
+    size_t listed = 0;
     for (auto& [name, members] : series) {
+        if (listed + members.size() > kMostListed) break;
+        listed += members.size();
         std::ranges::sort(members, std::ranges::greater(), &Bundle::Member::name);
         html << "<details open class=\"series\"><summary><span class=\"title\">";
         html.Text(name) << "</span> <span class=\"number\">" << members.size()
@@ -49,6 +55,12 @@ void WriteBundle(Html& html, const std::string& path) {
             html.Text(HumanSize(member.size)) << "</td></tr>\n";
         }
         html << "</tbody></table></details>\n";
+    }
+    if (listed < bundle.members.size()) {
+        html << "<p class=\"left-out\">";
+        html.Text(Grouped(bundle.members.size() - listed) +
+                  " files more are not listed here; tar -tvf lists them");
+        html << "</p>\n";
     }
     html << "</section>\n";
 }

@@ -63,8 +63,4 @@ class Html {
     bool good_ = true;
 };
 
-// How much of the text is whole characters; the rest, three bytes at most, is the beginning of one
-// that the next bytes go on with.
-size_t WholeCharacters(std::string_view text);
-
 }  // namespace reader

@@ -1,84 +1,14 @@
-// What a page begins with: which device and when, what failed, the facts.
+// What a page begins with: which device and when, what is wrong, the facts.
 
 #include <algorithm>
 #include <array>
-#include <utility>
+#include <string_view>
 
 #include "page_parts.h"
 #include "units.h"
 
 namespace reader {
 namespace {
-
-// Something that is wrong, in one report or several.
-struct Finding {
-    std::string target;  // the id of what it is about
-    std::string what;
-    std::vector<std::string> reasons;  // a report each, "" where it is not
-    bool failure = true;               // else it is only worth a look
-};
-
-void AddSections(const PageContent& page, std::vector<Finding>& findings) {
-    for (size_t line = 0; line < page.comparison.sections.size(); ++line) {
-        const Comparison::SectionLine& sections = page.comparison.sections[line];
-        Finding finding{SectionId(line), sections.title, {}};
-        bool any = false;
-        for (const Section* const section : sections.sections) {
-            finding.reasons.emplace_back(section == nullptr ? "" : section->Trouble());
-            any = any || !finding.reasons.back().empty();
-        }
-        if (any) findings.push_back(std::move(finding));
-    }
-}
-
-template <typename Reason>
-void AddIfAny(const PageContent& page, std::vector<Finding>& findings, Finding finding,
-              Reason reason) {
-    for (size_t i = 0; i < page.reports.size(); ++i) finding.reasons.push_back(reason(i));
-    const bool any = std::ranges::any_of(finding.reasons,
-                                         [](const std::string& text) { return !text.empty(); });
-    if (any) findings.push_back(std::move(finding));
-}
-
-std::vector<Finding> FindFindings(const PageContent& page) {
-    std::vector<Finding> findings;
-    AddSections(page, findings);
-    AddIfAny(page, findings, {"sensors", "Sensor Black Box", {}},
-             [&](size_t i) { return page.reports[i].BlackBoxTrouble(); });
-    AddIfAny(page, findings, {"sections", "The report itself", {}}, [&](size_t i) {
-        return std::string(page.reports[i].complete() ? "" : "not complete: it was cut off");
-    });
-    for (const Comparison::SensorLine& line : page.comparison.sensors) {
-        AddIfAny(page, findings, {"sensor-" + std::to_string(line.number), line.name, {}, false},
-                 [&](size_t i) -> std::string {
-                     const Sensor* const sensor = line.sensors[i];
-                     if (sensor == nullptr || !sensor->skipped.empty()) return "";
-                     return SensorTrouble(*sensor, page.StatisticsOf(*sensor),
-                                          page.reports[i].BootSeconds());
-                 });
-    }
-    return findings;
-}
-
-void WriteFinding(Html& html, const Finding& finding) {
-    html << (finding.failure ? Markup("<tr class=\"failure\">") : Markup("<tr>"));
-    html << "<th scope=\"row\"><a";
-    WriteLink(html, finding.target);
-    html << ">";
-    html.Text(finding.what) << "</a></th>";
-    const std::string& first = finding.reasons.front();
-    const auto count = static_cast<size_t>(std::ranges::count(finding.reasons, first));
-    if (count > 1 && count == finding.reasons.size()) {
-        html << "<td colspan=\"" << count << "\">";
-        html.Text(first + " (in all)") << "</td></tr>\n";
-        return;
-    }
-    for (const std::string& reason : finding.reasons) {
-        html << (reason.empty() ? Markup("<td class=\"fine\">") : Markup("<td>"));
-        html.Text(reason.empty() ? "–" : reason) << "</td>";
-    }
-    html << "</tr>\n";
-}
 
 void WriteReportHeads(Html& html, const PageContent& page, Markup first) {
     html << "<thead><tr><th scope=\"col\">" << first << "</th>";
@@ -90,19 +20,19 @@ void WriteReportHeads(Html& html, const PageContent& page, Markup first) {
     html << "</tr></thead>\n";
 }
 
-std::string Sentence(const PageContent& page, size_t failures) {
-    size_t sections = 0;
-    for (const auto& line : page.comparison.sections) {
-        sections += line.sections.front() != nullptr ? 1 : 0;
-    }
+std::string Sentence(const PageContent& page) {
     if (page.compared()) {
-        return failures == 0 ? "Nothing failed in any of them"
-                             : Grouped(failures) + (failures == 1 ? " failure" : " failures") +
-                                       " in one of them or more";
+        const size_t count = page.comparison.findings.size();
+        return count == 0 ? "Nothing is wrong in any of them"
+                          : Grouped(count) + (count == 1 ? " finding" : " findings") +
+                                    " in one of them or more";
     }
-    if (failures == 0) return "Nothing failed in " + Grouped(sections) + " sections";
-    return Grouped(failures) + (failures == 1 ? " failure" : " failures") + ", " +
-           Grouped(sections) + " sections";
+    const Tally& tally = page.reports.front().tally;
+    const Verdict& verdict = page.verdicts.front();
+    std::string counts = verdict.Counts();
+    if (verdict.findings.empty()) counts[0] = 'N';
+    return counts + (verdict.complete ? "; a whole report of " : "; not a whole report, ") +
+           Grouped(tally.sections) + " sections";
 }
 
 // How much there is to see of what differs.
@@ -111,7 +41,7 @@ void WriteDifferences(Html& html, const PageContent& page) {
         return Grouped(static_cast<size_t>(std::ranges::count_if(lines, differs)));
     };
     using SectionLine = Comparison::SectionLine;
-    const auto& [facts, sections, sensors, black_box_differs] = page.comparison;
+    const auto& [facts, sections, sensors, findings] = page.comparison;
     html << "<p class=\"note\">";
     html.Text("What differs: " + count(facts, &Comparison::FactLine::differs) + " facts, " +
               count(sections, &SectionLine::text_differs) + " sections, " +
@@ -120,59 +50,138 @@ void WriteDifferences(Html& html, const PageContent& page) {
     html << "</p>\n";
 }
 
+void BeginFinding(Html& html, const Finding& finding, std::string_view target) {
+    html << "<tr";
+    html.Attribute("data-finding", finding.check);
+    html.Attribute("data-severity", WordOf(finding.severity))
+            << " class=\"" << ClassOf(finding.severity) << "\"><th scope=\"row\"><a";
+    WriteLink(html, target);
+    html << ">";
+    html.Text(finding.subject) << "</a></th>";
+}
+
+void WriteFinding(Html& html, const PageContent& page, const Finding& finding) {
+    BeginFinding(html, finding, page.TargetOf(0, finding));
+    html << "<td>";
+    html.Text(finding.what);
+    if (!finding.evidence.empty()) {
+        html << "<code>";
+        html.Text(finding.evidence) << "</code>";
+    }
+    if (!finding.hint.empty()) (html << "<span class=\"note\"> ").Text(finding.hint) << "</span>";
+    html << "</td><td class=\"quiet\">";
+    html.Text(WordOf(finding.severity)) << "</td></tr>\n";
+}
+
+// The failures that healthy devices have too, in one line until somebody wants to see them.
+void WriteExpected(Html& html, const PageContent& page) {
+    std::vector<const Section*> expected;
+    for (const Report& report : page.reports) {
+        for (const Section& section : report.sections) {
+            if (!section.expected.empty()) expected.push_back(&section);
+        }
+    }
+    if (expected.empty()) return;
+    html << "<details class=\"expected\"><summary>";
+    html.Text(Grouped(expected.size()) +
+              (expected.size() == 1 ? " section has" : " sections have") +
+              " failed as those of healthy devices do");
+    html << "</summary><ul>\n";
+    for (const Section* const section : expected) {
+        html << "<li><a";
+        WriteLink(html, SectionId(page.LineOf(*section)));
+        html << ">";
+        html.Text(section->title) << "</a>: ";
+        html.Text(section->failure + "; " + section->expected) << "</li>\n";
+    }
+    html << "</ul></details>\n";
+}
+
+// What is found in several reports, the one beside the other.
+void WriteFindings(Html& html, const PageContent& page, const Comparison::FindingLine& line) {
+    size_t first = 0;
+    while (line.findings[first] == nullptr) ++first;
+    BeginFinding(html, *line.findings[first], page.TargetOf(first, *line.findings[first]));
+    for (size_t i = 0; i < line.findings.size(); ++i) {
+        const Finding* const finding = line.findings[i];
+        html << (finding == nullptr ? Markup("<td class=\"fine\">") : Markup("<td>"));
+        html.Text(finding == nullptr ? line.otherwise[i] : finding->what) << "</td>";
+    }
+    html << "</tr>\n";
+}
+
+Markup VerdictClass(const PageContent& page) {
+    const auto has = [&page](Severity severity) {
+        return std::ranges::any_of(page.verdicts, [severity](const Verdict& verdict) {
+            return verdict.Count(severity) > 0;
+        });
+    };
+    if (has(Severity::kError)) return "bad";
+    return has(Severity::kWarning) ? Markup("doubtful") : Markup("good");
+}
+
 void WriteVerdict(Html& html, const PageContent& page) {
-    const std::vector<Finding> findings = FindFindings(page);
-    const auto failures =
-            static_cast<size_t>(std::ranges::count(findings, true, &Finding::failure));
-    html << (failures > 0 ? Markup("<section id=\"verdict\" class=\"bad\">")
-                          : Markup("<section id=\"verdict\" class=\"good\">"));
-    html << "\n<h2>";
-    html.Text(Sentence(page, failures)) << "</h2>\n";
-    if (!findings.empty()) {
+    html << "<section id=\"verdict\" class=\"" << VerdictClass(page) << "\">\n<h2>";
+    html.Text(Sentence(page)) << "</h2>\n";
+    if (!page.comparison.findings.empty()) {
         html << "<div class=\"wide\"><table class=\"findings\">\n";
         if (page.compared()) WriteReportHeads(html, page, "What");
         html << "<tbody>\n";
-        for (const Finding& finding : findings) WriteFinding(html, finding);
+        if (page.compared()) {
+            for (const auto& line : page.comparison.findings) WriteFindings(html, page, line);
+        } else {
+            for (const Finding& finding : page.verdicts.front().findings) {
+                WriteFinding(html, page, finding);
+            }
+        }
         html << "</tbody></table></div>\n";
+    }
+    WriteExpected(html, page);
+    if (const std::string host = HostSentence(page.reports.front().tally); !host.empty()) {
+        html << "<p class=\"note\">";
+        html.Text(host) << "</p>\n";
     }
     if (page.compared()) WriteDifferences(html, page);
     html << "</section>\n";
 }
 
-// Under which heading a fact stands, by how its key begins; the last takes the rest.
 struct Group {
-    const char* key;
+    FactRow::Group group;
     Markup title;
 };
 constexpr std::array kGroups = {
-        Group{"battery.", "Battery"}, Group{"charging.", "Battery"}, Group{"modem.", "Modem"},
-        Group{"worn", "Report"},      Group{"sections", "Report"},   Group{"failed", "Report"},
-        Group{"slowest", "Report"},   Group{"", "Device"},
-};
-
-Markup GroupOf(std::string_view key) {
-    return std::ranges::find_if(kGroups, [key](const Group& g) { return key.starts_with(g.key); })
-            ->title;
-}
+        Group{FactRow::Group::kDevice, "Device"}, Group{FactRow::Group::kBattery, "Battery"},
+        Group{FactRow::Group::kModem, "Modem"}, Group{FactRow::Group::kReport, "Report"}};
 
 void WriteFact(Html& html, const PageContent& page, size_t report, const Fact& fact) {
     html.Attribute("data-fact", fact.row->key);
     if (page.compared()) html << " data-report=\"" << report << "\"";
     // The unit is no part of the value: a style puts it there.
     if (fact.row->unit[0] != '\0') html.Attribute("data-unit", fact.row->unit);
+    // The gravest finding that rests on it comes first.
+    const std::vector<Finding>& findings = page.verdicts[report].findings;
+    const auto finding = std::ranges::find_if(findings, [&fact](const Finding& one) {
+        return std::ranges::find(one.facts, fact.row) != one.facts.end();
+    });
+    if (finding == findings.end()) {
+        html << ">";
+        html.Text(fact.value);
+        return;
+    }
+    html << " class=\"" << ClassOf(finding->severity) << "\"><a";
+    WriteLink(html, page.TargetOf(report, *finding));
     html << ">";
-    html.Text(fact.value);
+    html.Text(fact.value) << "</a>";
 }
 
 void WriteFactList(Html& html, const PageContent& page) {
     html << "<div class=\"facts\">\n";
-    for (const Markup title :
-         {Markup("Device"), Markup("Battery"), Markup("Modem"), Markup("Report")}) {
-        const auto here = [title](const Comparison::FactLine& line) {
-            return GroupOf(line.row->key).text() == title.text();
+    for (const Group& group : kGroups) {
+        const auto here = [&](const Comparison::FactLine& line) {
+            return line.row->group == group.group;
         };
         if (std::ranges::none_of(page.comparison.facts, here)) continue;
-        html << "<div><h3>" << title << "</h3><dl>\n";
+        html << "<div><h3>" << group.title << "</h3><dl>\n";
         for (const Comparison::FactLine& line : page.comparison.facts) {
             if (!here(line)) continue;
             html << "<dt>";
@@ -222,10 +231,19 @@ void WriteMasthead(Html& html, const PageContent& page) {
     html.Text(device.empty() ? report.file : device) << "</h1>\n<p class=\"about\">";
     if (!page.compared()) {
         for (const char* const key : {"report.time", "build"}) {
-            if (!fact(key).empty()) (html << "<span>").Text(fact(key)) << "</span> ";
+            if (fact(key).empty()) continue;
+            (html << "<span>").Text(fact(key));
+            if (key == std::string_view("report.time")) {
+                const std::string zone = fact("time.zone");
+                html.Text(" " + (zone.empty() ? "(zone not known)" : zone));
+            }
+            html << "</span> ";
         }
         (html << "<span>").Text(report.file + ", " + HumanSize(report.size)) << "</span> ";
-        html << "<span>verbose logging " << (report.verbose ? Markup("on") : Markup("off"))
+        html << "<span>verbose logging "
+             << (!report.verbose   ? Markup("not known")
+                 : *report.verbose ? Markup("on")
+                                   : Markup("off"))
              << "</span>";
         if (report.redacted()) html << kRedacted;
     } else {

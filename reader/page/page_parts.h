@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <unordered_map>
@@ -9,41 +11,53 @@
 #include "comparison.h"
 #include "page.h"
 #include "page_html.h"
-#include "sensor_statistics.h"
+#include "verdict.h"
 
 namespace reader {
 
 // What the parts of a page are written from.
 struct PageContent {
-    PageContent(std::span<const Report> all, const PageOptions& chosen);
+    PageContent(std::span<const Report> all, std::span<const Verdict> found,
+                const PageOptions& chosen);
 
     bool compared() const { return reports.size() > 1; }
     // Where the section stands in comparison.sections.
     size_t LineOf(const Section& section) const { return lines.at(&section); }
-    const SensorStatistics& StatisticsOf(const Sensor& sensor) const {
-        return statistics.at(&sensor);
+    const Sensor& SensorOf(size_t report, Finding::SensorPlace place) const {
+        return reports[report].black_boxes[place.black_box].sensors[place.sensor];
     }
+    // The id of what the finding is about: its very line, where that is shown.
+    std::string TargetOf(size_t report, const Finding& finding) const;
+    // The lines of a single report's section that findings rest on, and the gravest of each.
+    const std::map<uint64_t, Severity>* MarkedLines(const Section& section) const;
 
     std::span<const Report> reports;
+    std::span<const Verdict> verdicts;  // a report each
     const PageOptions& options;
+    static constexpr uint64_t kLargestText = uint64_t{4} << 20;  // larger ones are not shown whole
     Comparison comparison;
 
   private:
+    std::unordered_map<size_t, std::map<uint64_t, Severity>> marked;  // by the section's index
     std::unordered_map<const Section*, size_t> lines;
-    std::unordered_map<const Sensor*, SensorStatistics> statistics;
+    std::unordered_map<const Sensor*, size_t> figures;
 };
 
 // "A" for the first report: what it is called on a page that shows several.
 std::string ReportName(size_t report);
 // ` <b class="chip chip-1">A</b> `, when there are several.
 void WriteChip(Html& html, const PageContent& page, size_t report);
-// The id that a line of comparison.sections has.
+// The ids that a line of comparison.sections has, and one of comparison.sensors.
 std::string SectionId(size_t line);
+std::string SensorId(const Comparison::SensorLine& line);
+std::string LineId(size_t section, uint64_t line);
+// The class of what a finding of that severity rests on.
+Markup ClassOf(Severity severity);
 // ` href="#ID"`
 void WriteLink(Html& html, std::string_view id);
 
 // The parts, in the page's order.
-void WriteOverview(Html& html, const PageContent& page);  // what it is, what failed, the facts
+void WriteOverview(Html& html, const PageContent& page);  // what it is, what is wrong, the facts
 void WriteTimeline(Html& html, const PageContent& page);
 void WriteSensors(Html& html, const PageContent& page);
 std::string WriteSections(Html& html, const PageContent& page);  // "" or what can't be read

@@ -1,18 +1,24 @@
 // Every section with its text, or with what differs in it.
 
 #include <algorithm>
+#include <map>
 
 #include "line_diff.h"
 #include "page_parts.h"
 #include "units.h"
+#include "utf8.h"
 
 namespace reader {
 namespace {
 
 // Larger texts are shown by their beginning and end, and not compared line by line.
-constexpr uint64_t kLargest = uint64_t{4} << 20;
+constexpr uint64_t kLargest = PageContent::kLargestText;
 constexpr uint64_t kShownOfLarge = uint64_t{1} << 20;  // at either end
 constexpr uint64_t kPiece = uint64_t{1} << 20;
+// More sections than any report has stand open, as what folds takes a browser three times the room
+// and time, and are laid out in groups, those in sight alone.
+constexpr size_t kFew = 1000;
+constexpr size_t kGroup = 250;
 constexpr size_t kContext = 3;  // equal lines around those that differ
 
 class SectionsWriter {
@@ -27,6 +33,7 @@ class SectionsWriter {
     void WriteContent(const Comparison::SectionLine& line);
     void WriteText(const Report& report, TextRange text);
     void WritePre(const Report& report, TextRange text);
+    void WriteMarked(const Section& section, const std::map<uint64_t, Severity>& lines);
     void WriteDifference(const Comparison::SectionLine& line, size_t first, size_t other);
     void WriteRuns(const std::vector<DiffRun>& runs, bool folded_lines_too);
     void WriteFolded(std::span<const std::string_view> lines, bool whole);
@@ -36,6 +43,7 @@ class SectionsWriter {
     Html& html_;
     const PageContent& page_;
     std::string fault_;
+    bool flat_ = false;
     bool has_equal_lines_ = false;  // the section that is being written, within its differences
 };
 
@@ -91,6 +99,30 @@ void SectionsWriter::WriteText(const Report& report, TextRange text) {
     WritePre(report, tail);
 }
 
+// The text with the lines that findings rest on as places of their own.
+void SectionsWriter::WriteMarked(const Section& section,
+                                 const std::map<uint64_t, Severity>& lines) {
+    const std::string bytes = Read(page_.reports.front(), section.text);
+    std::string_view rest = bytes;
+    uint64_t number = 1;
+    html_ << "<pre>\n";
+    for (const auto& [line, severity] : lines) {
+        size_t begin = 0;
+        while (number < line && begin < rest.size()) {
+            begin = std::min(rest.find('\n', begin), rest.size() - 1) + 1;
+            ++number;
+        }
+        html_.Text(rest.substr(0, begin));
+        rest.remove_prefix(begin);
+        const size_t end = std::min(rest.find('\n'), rest.size());
+        html_ << "<mark class=\"" << ClassOf(severity) << "\"";
+        html_.Attribute("id", LineId(page_.LineOf(section), line)) << ">";
+        html_.Text(rest.substr(0, end)) << "</mark>";
+        rest.remove_prefix(end);
+    }
+    html_.Text(rest) << "</pre>\n";
+}
+
 void SectionsWriter::WriteFolded(std::span<const std::string_view> lines, bool whole) {
     const std::string told = Grouped(lines.size()) + " equal lines";
     if (!whole) {
@@ -115,7 +147,8 @@ void SectionsWriter::WriteRuns(const std::vector<DiffRun>& runs, bool folded_lin
         pre(true);
         html_ << begin << sign;
         // A last line without its newline must not run into the next.
-        html_.Text(line) << (line.ends_with('\n') ? Markup("") : Markup("\n")) << end;
+        html_.Text(line) << (line.ends_with('\n') ? Markup("") : Markup("<i> (no newline)</i>\n"))
+                         << end;
     };
     for (size_t i = 0; i < runs.size(); ++i) {
         const std::span<const std::string_view> lines = runs[i].lines;
@@ -195,17 +228,22 @@ void SectionsWriter::WriteContent(const Comparison::SectionLine& line) {
         WriteDifference(line, first, i);
         shown = true;
     }
-    if (!shown) WriteText(page_.reports[first], section.text);
+    if (shown) return;
+    const auto* const marked = page_.MarkedLines(section);
+    if (marked != nullptr) return WriteMarked(section, *marked);
+    WriteText(page_.reports[first], section.text);
 }
 
 void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
-    html_ << "<summary><span class=\"title\">";
+    html_ << (flat_ ? Markup("<p class=\"head\">") : Markup("<summary>"))
+          << "<span class=\"title\">";
     html_.Text(line.title) << "</span>";
     for (size_t i = 0; i < line.sections.size(); ++i) {
         const Section* const section = line.sections[i];
         const std::string_view trouble = section == nullptr ? "" : section->Trouble();
         if (trouble.empty()) continue;
-        html_ << " <span class=\"trouble\">";
+        html_ << (section->expected.empty() ? Markup(" <span class=\"trouble\">")
+                                            : Markup(" <span class=\"note\">"));
         WriteChip(html_, page_, i);
         html_.Text(trouble) << "</span>";
     }
@@ -223,28 +261,35 @@ void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
             *std::ranges::find_if(line.sections, [](const Section* s) { return s != nullptr; });
     html_ << " <span class=\"number size\">";
     html_.Text(HumanSize(first->text.size())) << "</span> <span class=\"number\">";
-    html_.Fixed(first->seconds, 3) << " s</span></summary>\n";
+    html_.Fixed(first->seconds, 3)
+            << " s</span>" << (flat_ ? Markup("</p>") : Markup("</summary>\n"));
 }
 
 void SectionsWriter::WriteSection(size_t index) {
     const Comparison::SectionLine& line = page_.comparison.sections[index];
     std::string_view trouble;
+    std::string_view expected;  // only where none of them has a failure of another kind
+    bool unexpected = false;
     const Section* first = nullptr;
     for (const Section* const section : line.sections) {
         if (section == nullptr) continue;
         if (first == nullptr) first = section;
         if (trouble.empty()) trouble = section->Trouble();
+        if (expected.empty()) expected = section->expected;
+        unexpected = unexpected || (section->expected.empty() && !section->Trouble().empty());
     }
-    html_ << "<details";
+    if (unexpected) expected = {};
+    html_ << (flat_ ? Markup("<div") : Markup("<details"));
     html_.Attribute("id", SectionId(index)).Attribute("data-section", line.title);
     html_.Attribute("data-seconds", Fixed(first->seconds, 3));
     if (!trouble.empty()) html_.Attribute("data-failed", trouble);
+    if (!expected.empty()) html_.Attribute("data-expected", expected);
     if (line.text_differs || (page_.compared() && line.missing_in_some)) html_ << " data-differs";
     html_ << ">\n";
     WriteSummary(line);
-    html_ << "<div class=\"text\"><button type=\"button\" class=\"copy\">Copy</button>\n";
+    html_ << "<div class=\"text\">\n";
     WriteContent(line);
-    html_ << "</div></details>\n";
+    html_ << "</div>" << (flat_ ? Markup("</div>") : Markup("</details>\n"));
 }
 
 // Headings and the like, which belong to no section, and are not to be lost either.
@@ -271,8 +316,12 @@ std::string SectionsWriter::Write() {
                  "differs</button>";
     }
     html_ << "<span id=\"found\" class=\"note\" role=\"status\"></span></div>\n";
-    for (size_t line = 0; line < page_.comparison.sections.size() && fault_.empty(); ++line) {
+    const size_t count = page_.comparison.sections.size();
+    flat_ = count > kFew;
+    for (size_t line = 0; line < count && fault_.empty(); ++line) {
+        if (flat_ && line % kGroup == 0) html_ << "<div class=\"group\">\n";
         WriteSection(line);
+        if (flat_ && (line % kGroup == kGroup - 1 || line + 1 == count)) html_ << "</div>\n";
     }
     WriteOutside();
     html_ << "</section>\n";

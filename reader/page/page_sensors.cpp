@@ -38,7 +38,7 @@ Markup ShapeOf(const SensorKind& kind) {
 // How far apart two records have to be for a gap between them, in nanoseconds.
 std::string GapOf(const SensorKind& kind, const SensorStatistics& statistics) {
     if (!kind.steady() || statistics.median_step <= 0) return "Infinity";
-    return Fixed(10e9 * statistics.median_step, 0);
+    return Fixed(SensorStatistics::kGapSteps * 1e9 * statistics.median_step, 0);
 }
 
 std::string Describe(const Sensor& sensor, const SensorKind& kind,
@@ -58,51 +58,52 @@ std::string Describe(const Sensor& sensor, const SensorKind& kind,
     return text;
 }
 
-void WriteAbout(Html& html, const PageContent& page, size_t report, const Sensor& sensor) {
+void WriteAbout(Html& html, const PageContent& page, size_t report, Finding::SensorPlace place) {
+    const Sensor& sensor = page.SensorOf(report, place);
     const SensorKind kind = KindOf(sensor);
-    const SensorStatistics& statistics = page.StatisticsOf(sensor);
     html << "<p class=\"note\">";
     WriteChip(html, page, report);
-    html.Text(Describe(sensor, kind, statistics));
+    html.Text(Describe(sensor, kind, sensor.statistics));
     // That periods are in seconds goes without saying.
     if (kind.unit[0] != '\0' && kind.shape != SensorKind::Shape::kWear && !sensor.times.empty())
         html.Text(std::string(", in ") + kind.unit);
-    const std::string trouble =
-            SensorTrouble(sensor, statistics, page.reports[report].BootSeconds());
-    if (!trouble.empty()) {
+    const std::string words = page.verdicts[report].WordsOf(place);
+    if (!words.empty()) {
         html << " <strong class=\"trouble\">";
-        html.Text(trouble) << "</strong>";
+        html.Text(words) << "</strong>";
     }
     html << "</p>\n";
 }
 
-void WriteRecords(Html& html, const PageContent& page, size_t report, const Sensor& sensor) {
+void WriteRecords(Html& html, size_t report, const Sensor& sensor) {
     const PackedRecords packed = PackRecords(sensor);
     html << "<script type=\"application/octet-stream\" data-report=\"" << report
          << "\" data-records=\"" << sensor.times.size() << "\" data-columns=\""
          << sensor.values.size() << "\" data-first=\"" << packed.first << "\" data-unit=\""
          << packed.unit << "\" data-times=\""
          << (packed.plain_times ? Markup("plain") : Markup("delta")) << "\"";
-    html.Attribute("data-gap", GapOf(KindOf(sensor), page.StatisticsOf(sensor))) << ">";
+    html.Attribute("data-gap", GapOf(KindOf(sensor), sensor.statistics)) << ">";
     html.Base64(packed.bytes) << "</script>\n";
 }
 
 void WriteFigure(Html& html, const PageContent& page, const Comparison::SensorLine& line) {
     const Sensor* any = nullptr;  // the first that there is
-    for (const Sensor* const sensor : line.sensors) {
-        if (any == nullptr) any = sensor;
+    for (size_t i = 0; i < line.sensors.size() && any == nullptr; ++i) {
+        if (line.sensors[i]) any = &page.SensorOf(i, *line.sensors[i]);
     }
-    html << "<figure id=\"sensor-" << line.number << "\" data-sensor=\"" << line.number
-         << "\" data-records=\"" << any->times.size() << "\" data-shape=\"" << ShapeOf(KindOf(*any))
-         << "\">\n<figcaption><h3>";
+    html << "<figure";
+    html.Attribute("id", SensorId(line))
+            << " data-sensor=\"" << line.number << "\" data-records=\"" << any->times.size()
+            << "\" data-shape=\"" << ShapeOf(KindOf(*any)) << "\">\n<figcaption><h3>";
     html.Text(line.name) << " <span class=\"quiet\">" << line.number << "</span></h3>\n";
     for (size_t i = 0; i < line.sensors.size(); ++i) {
-        if (line.sensors[i] != nullptr) WriteAbout(html, page, i, *line.sensors[i]);
+        if (line.sensors[i]) WriteAbout(html, page, i, *line.sensors[i]);
     }
     html << "<p class=\"readout\"></p></figcaption>\n<div class=\"plots\"></div>\n";
     for (size_t i = 0; i < line.sensors.size(); ++i) {
-        const Sensor* const sensor = line.sensors[i];
-        if (sensor != nullptr && !sensor->times.empty()) WriteRecords(html, page, i, *sensor);
+        if (!line.sensors[i]) continue;
+        const Sensor& sensor = page.SensorOf(i, *line.sensors[i]);
+        if (!sensor.times.empty()) WriteRecords(html, i, sensor);
     }
     html << "</figure>\n";
 }
@@ -111,7 +112,7 @@ void WriteFigure(Html& html, const PageContent& page, const Comparison::SensorLi
 std::string Trouble(const PageContent& page) {
     std::string trouble;
     for (size_t i = 0; i < page.reports.size(); ++i) {
-        const std::string one = page.reports[i].BlackBoxTrouble();
+        const std::string& one = page.verdicts[i].black_box;
         if (one.empty()) continue;
         if (!trouble.empty()) trouble += "; ";
         if (page.compared()) trouble += ReportName(i) + ": ";

@@ -25,6 +25,16 @@ double SecondsBesides(const PageContent& page, size_t report) {
     return std::max(0.0, *page.options.total_seconds - SecondsInSections(page.reports[report]));
 }
 
+// What passed between the black box and the times, told from the file alone.
+double UnaccountedIn(const PageContent& page, size_t report) {
+    return page.verdicts[report].unaccounted;
+}
+
+double SecondsShown(const PageContent& page, size_t report) {
+    return SecondsInSections(page.reports[report]) +
+           std::max(SecondsBesides(page, report), UnaccountedIn(page, report));
+}
+
 struct Bar {
     std::string target;
     std::string title;
@@ -61,7 +71,8 @@ struct Bars {
     std::string trouble;
 
     void Add(const PageContent& page, const Section& section, double at) {
-        const std::string_view why = section.Trouble();
+        const std::string_view why =
+                section.expected.empty() ? section.Trouble() : std::string_view();
         if (sections++ == 0) {
             bar = {SectionId(page.LineOf(section)), section.title, at, 0, "", "bar"};
         }
@@ -92,14 +103,22 @@ void WriteStrip(Html& html, const PageContent& page, size_t report, double scale
     const double thinnest =
             sections.size() > kMostBars ? scale / static_cast<double>(kMostBars) : 0;
     double at = 0;
+    double besides = SecondsBesides(page, report);
+    const double unaccounted = UnaccountedIn(page, report);
     Bars bars{{"", "", 0, 0, "", "bar"}, 0, 0, ""};
     for (const Section& section : sections) {
+        if (unaccounted > 0 && section.title == kTimesSection) {
+            // Where it passed, as far as the report tells.
+            if (bars.sections > 0) bars.Write(html, scale);
+            WriteBar(html, {"verdict", "In no section", at, unaccounted, "", "bar besides"}, scale);
+            at += unaccounted;
+            besides = std::max(0.0, besides - unaccounted);
+        }
         bars.Add(page, section, at);
         at += section.seconds;
         if (bars.bar.seconds >= thinnest) bars.Write(html, scale);
     }
     if (bars.sections > 0) bars.Write(html, scale);
-    const double besides = SecondsBesides(page, report);
     if (besides > 0) {
         WriteBar(html,
                  {"sensors", "In no section (black box, pauses)", at, besides, "", "bar besides"},
@@ -167,7 +186,7 @@ void WriteRemarkable(Html& html, const PageContent& page) {
 void WriteTimeline(Html& html, const PageContent& page) {
     double scale = 0;
     for (size_t i = 0; i < page.reports.size(); ++i) {
-        scale = std::max(scale, SecondsInSections(page.reports[i]) + SecondsBesides(page, i));
+        scale = std::max(scale, SecondsShown(page, i));
     }
     html << "<section id=\"timeline\">\n<h2>Timeline</h2>\n";
     for (size_t i = 0; i < page.reports.size() && scale > 0; ++i) WriteStrip(html, page, i, scale);

@@ -5,12 +5,15 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <optional>
+#include <utility>
 
 #include "clock_time.h"
 #include "report.h"
+#include "units.h"
+#include "utf8.h"
 
 namespace reader {
 namespace {
@@ -89,25 +92,31 @@ std::string Divide(std::string_view text, size_t decimals) {
 }
 
 template <size_t kDecimals>
-std::string Decimal(const Report& /*report*/, std::string_view text) {
+std::string Decimal(const Section& /*section*/, std::string_view text) {
     return Divide(text, kDecimals);
 }
 
-std::string Time(const Report& /*report*/, std::string_view text) {
+std::string Time(const Section& /*section*/, std::string_view text) {
     const auto seconds = ParseTime(text);
     return seconds ? FormatTime(*seconds) : "";
 }
 
-std::string Uptime(const Report& report, std::string_view /*text*/) {
-    const Fact* const boot = report.FindFact("boot.time");
-    const Fact* const now = report.FindFact("report.time");
-    if (boot == nullptr || now == nullptr) return "";
-    return std::to_string(*ParseTime(now->value) - *ParseTime(boot->value));
+std::string Zone(const Section& /*section*/, std::string_view text) {
+    return std::string(ZoneOf(text));
+}
+
+std::string Uptime(const Report& report) {
+    const auto seconds = report.UptimeSeconds();
+    return seconds ? std::to_string(*seconds) : "";
+}
+
+std::string Verbose(const Report& report) {
+    return !report.verbose ? "" : *report.verbose ? "enabled" : "disabled";
 }
 
 // Who has the last word on charging: lines "CHG_FCC: min, result 290000 by PROFILE". The profile is
 // the cell's own limit and none besides.
-std::string ChargingLimit(const Report& /*report*/, std::string_view text) {
+std::string ChargingLimit(const Section& /*section*/, std::string_view text) {
     struct Vote {
         const char* name;
         size_t decimals;
@@ -138,9 +147,8 @@ std::string ChargingLimit(const Report& /*report*/, std::string_view text) {
 }
 
 // Each log's path stands on a line of its own before what is in it.
-std::string CountRestarts(const Report& report, std::string_view text) {
-    const auto section = std::ranges::find(report.sections, "Modem SSR history", &Section::title);
-    if (!section->complete || !section->failure.empty()) return "";
+std::string CountRestarts(const Section& section, std::string_view text) {
+    if (!section.complete || !section.failure.empty()) return "";
     size_t logs = 0;
     ForEachLine(text, [&](std::string_view line) {
         line = Trim(line);
@@ -151,99 +159,198 @@ std::string CountRestarts(const Report& report, std::string_view text) {
     return std::to_string(logs);
 }
 
-std::string Worn(const Report& report, std::string_view /*text*/) {
-    if (!report.black_box) return "";
-    for (const Sensor& sensor : report.black_box->sensors) {
-        constexpr double kMost = 1e12;  // hostile ones are no time, and their millionths no integer
-        if (!sensor.total_worn || !(std::fabs(*sensor.total_worn) < kMost)) continue;
-        return Divide(std::to_string(std::llround(*sensor.total_worn * 1e6)), 6);
+// "2026-11-24 07:31:15 modem: err_fatal, ERR_FATAL no memory, 5120 bytes asked of heap 0": of the
+// lines "DATE TIME subsystem=modem count=4 reason=err_fatal" the latest, with the message after it.
+std::string LastRestart(const Section& section, std::string_view text) {
+    if (!section.complete || !section.failure.empty()) return "";
+    const auto after = [](std::string_view line, std::string_view name) {
+        const size_t at = line.find(name);
+        if (at == std::string_view::npos) return std::string_view();
+        line.remove_prefix(at + name.size());
+        return name.starts_with(" message") ? line : line.substr(0, line.find(' '));
+    };
+    std::string_view newest;
+    std::string told;
+    bool taken = false;
+    ForEachLine(text, [&](std::string_view line) {
+        constexpr size_t kTime = 19;
+        const std::string_view subsystem = after(line, " subsystem=");
+        if (!subsystem.empty()) {
+            // Times in this form are in order when their letters are.
+            taken = ParseTime(line.substr(0, kTime)) && line.substr(0, kTime) > newest;
+            if (taken) {
+                newest = line.substr(0, kTime);
+                told = std::string(newest) + " " + std::string(subsystem) + ": " +
+                       std::string(after(line, " reason="));
+            }
+        } else if (const std::string_view message = after(line, " message="); taken) {
+            if (!message.empty()) told += ", " + std::string(message);
+        }
+        return false;
+    });
+    return told;
+}
+
+// What the cell still holds, in percent of what it was made for.
+std::string Capacity(const Section& /*section*/, std::string_view text) {
+    const auto number = [text](std::string_view name) {
+        const std::string_view value = FindValue(text, name);
+        double parsed = 0;
+        std::from_chars(value.data(), value.data() + value.size(), parsed);
+        return parsed;
+    };
+    const double full = number("POWER_SUPPLY_CHARGE_FULL");
+    const double design = number("POWER_SUPPLY_CHARGE_FULL_DESIGN");
+    if (!(full > 0) || !(design > 0) || full > 10 * design) return "";
+    return std::to_string(std::lround(100 * full / design));
+}
+
+std::string Worn(const Report& report) {
+    for (const BlackBox& black_box : report.black_boxes) {
+        for (const Sensor& sensor : black_box.sensors) {
+            constexpr double kMost = 1e12;  // more is no time, and its millionths no integer
+            if (!sensor.total_worn || !(std::fabs(*sensor.total_worn) < kMost)) continue;
+            return Divide(std::to_string(std::llround(*sensor.total_worn * 1e6)), 6);
+        }
     }
     return "";
 }
 
-std::string CountSections(const Report& report, std::string_view /*text*/) {
-    return std::to_string(report.sections.size());
+std::string CountSections(const Report& report) {
+    return std::to_string(report.tally.sections);
 }
 
-std::string CountFailed(const Report& report, std::string_view /*text*/) {
-    return std::to_string(report.failed());
+std::string CountFailed(const Report& report) {
+    return std::to_string(report.tally.failed);
 }
 
-std::string Slowest(const Report& report, std::string_view /*text*/) {
-    const auto slowest = std::ranges::max_element(report.sections, {}, &Section::seconds);
-    if (slowest == report.sections.end() || !slowest->complete) return "";
-    std::array<char, 32> seconds;
-    std::snprintf(seconds.data(), seconds.size(), " (%.3f s)", slowest->seconds);
-    return slowest->title + seconds.data();
+std::string Slowest(const Report& report) {
+    if (report.tally.slowest_seconds < 0) return "";
+    return report.tally.slowest + " (" + Fixed(report.tally.slowest_seconds, 3) + " s)";
 }
 
 constexpr char kProperties[] = "VENDOR PROPERTIES";
-constexpr char kTimes[] = "Power Stats Times";
-constexpr char kBattery[] = "Power supply property battery";
-constexpr char kModem[] = "Modem Stat";
+constexpr const char* kTimes = kTimesSection.data();
+constexpr char kSupply[] = "Power supply property battery";
+constexpr char kUsb[] = "Power supply property usb";
+constexpr char kIio[] = "iio devices";
 
 // What the kernel gives in tenths of a degree, millionths of a volt and millionths of an ampere.
+using enum FactRow::Group;
 constexpr FactRow kFacts[] = {
-        {"device", "Device", "", false, kProperties, "ro.product.model", nullptr},
-        {"build", "Build", "", false, kProperties,
-         "ro.build.fingerprint ro.vendor.build.fingerprint", nullptr},
-        {"build.type", "Build type", "", false, kProperties, "ro.build.type", nullptr},
-        {"serial", "Serial number", "", false, kProperties, "ro.serialno ro.boot.serialno", nullptr,
-         "serial"},
-        {"boot.reason", "Boot reason", "", false, kProperties, "ro.boot.bootreason sys.boot.reason",
-         nullptr},
-        {"boot.time", "Booted", "", false, kTimes, "Boot", Time},
-        {"report.time", "Reported", "", false, kTimes, "Now", Time},
-        {"uptime", "Uptime", "s", true, "", "", Uptime},
-        {"battery.level", "Battery level", "%", true, kBattery, "POWER_SUPPLY_CAPACITY",
+        {"device", "Device", "", false, kDevice, kProperties, "ro.product.model"},
+        {"build", "Build", "", false, kDevice, kProperties,
+         "ro.build.fingerprint ro.vendor.build.fingerprint"},
+        {"build.type", "Build type", "", false, kDevice, kProperties, "ro.build.type"},
+        {"serial", "Serial number", "", false, kDevice, kProperties, "ro.serialno ro.boot.serialno",
+         nullptr, nullptr, 0, "serial"},
+        {"boot.reason", "Boot reason", "", false, kDevice, kProperties,
+         "ro.boot.bootreason sys.boot.reason"},
+        // Counted back from the time, which is told in whole seconds.
+        {"boot.time", "Booted", "", false, kDevice, kTimes, "Boot", Time, nullptr, 2},
+        {"report.time", "Reported", "", false, kDevice, kTimes, "Now", Time},
+        {"time.zone", "Time zone", "", false, kDevice, kTimes, "Now", Zone},
+        {"uptime", "Uptime", "s", true, kDevice, "", "", nullptr, Uptime},
+        {"battery.level", "Battery level", "%", true, kBattery, kSupply, "POWER_SUPPLY_CAPACITY",
          Decimal<0>},
-        {"battery.status", "Battery status", "", false, kBattery, "POWER_SUPPLY_STATUS", nullptr},
-        {"battery.health", "Battery health", "", false, kBattery, "POWER_SUPPLY_HEALTH", nullptr},
-        {"battery.temperature", "Battery temperature", "°C", true, kBattery, "POWER_SUPPLY_TEMP",
-         Decimal<1>},
-        {"battery.voltage", "Battery voltage", "V", true, kBattery, "POWER_SUPPLY_VOLTAGE_NOW",
+        {"battery.status", "Battery status", "", false, kBattery, kSupply, "POWER_SUPPLY_STATUS"},
+        {"battery.health", "Battery health", "", false, kBattery, kSupply, "POWER_SUPPLY_HEALTH"},
+        {"battery.temperature", "Battery temperature", "°C", true, kBattery, kSupply,
+         "POWER_SUPPLY_TEMP", Decimal<1>},
+        {"battery.voltage", "Battery voltage", "V", true, kBattery, kSupply,
+         "POWER_SUPPLY_VOLTAGE_NOW", Decimal<6>},
+        {"battery.current", "Battery current", "mA", true, kBattery, kSupply,
+         "POWER_SUPPLY_CURRENT_NOW", Decimal<3>},
+        {"battery.cycles", "Battery cycles", "", true, kBattery, kSupply,
+         "POWER_SUPPLY_CYCLE_COUNT", Decimal<0>},
+        {"battery.capacity", "Of its capacity left", "%", true, kBattery, kSupply, "", Capacity},
+        {"battery.gauge", "Level by the gauge", "%", true, kBattery, "Power supply property bms",
+         "POWER_SUPPLY_CAPACITY", Decimal<0>},
+        {"battery.thermistor", "Battery thermistor", "°C", true, kBattery, kIio,
+         "in_temp_batt_therm_input", Decimal<3>},
+        {"skin.temperature", "Skin temperature", "°C", true, kBattery, kIio,
+         "in_temp_skin_therm_input", Decimal<3>},
+        {"die.temperature", "Chip temperature", "°C", true, kBattery, kIio,
+         "in_temp_die_temp_input", Decimal<3>},
+        {"charger.temperature", "Charger temperature", "°C", true, kBattery, kIio,
+         "in_temp_charger_input", Decimal<3>},
+        {"usb.online", "Charger present", "", true, kBattery, kUsb, "POWER_SUPPLY_ONLINE",
+         Decimal<0>},
+        {"usb.voltage", "Charger voltage", "V", true, kBattery, kUsb, "POWER_SUPPLY_VOLTAGE_NOW",
          Decimal<6>},
-        {"battery.current", "Battery current", "mA", true, kBattery, "POWER_SUPPLY_CURRENT_NOW",
-         Decimal<3>},
-        {"battery.cycles", "Battery cycles", "", true, kBattery, "POWER_SUPPLY_CYCLE_COUNT",
-         Decimal<0>},
-        {"charging.limit", "Charging limited", "", false, "nvotables", "", ChargingLimit},
-        {"charging.stop", "Charging stops at", "%", true, "DWELL-DEFEND Config",
+        {"charging.limit", "Charging limited", "", false, kBattery, "nvotables", "", ChargingLimit},
+        {"charging.stop", "Charging stops at", "%", true, kBattery, "DWELL-DEFEND Config",
          "charge_stop_level", Decimal<0>},
-        {"modem.state", "Modem state", "", false, kModem, "state modem_state operating_mode",
-         nullptr},
-        {"modem.restarts", "Restart logs", "", true, "Modem SSR history", "", CountRestarts},
-        {"worn", "Worn", "s", true, "", "", Worn},
-        {"sections", "Sections", "", true, "", "", CountSections},
-        {"failed", "Failed", "", true, "", "", CountFailed},
-        {"slowest", "Slowest section", "", false, "", "", Slowest},
+        {"modem.state", "Modem state", "", false, kModem, "Modem Stat",
+         "state modem_state operating_mode"},
+        {"modem.restarts", "Restart logs", "", true, kModem, "Modem SSR history", "",
+         CountRestarts},
+        {"modem.last_restart", "Newest restart", "", false, kModem, "Modem SSR history", "",
+         LastRestart},
+        {"modem.crashes", "Restarts since power-on", "", true, kModem, "Modem Stat", "ssr_count",
+         Decimal<0>},
+        {"worn", "Worn", "s", true, kReport, "", "", nullptr, Worn},
+        {"verbose", "Verbose logging", "", false, kReport, "", "", nullptr, Verbose},
+        {"sections", "Sections", "", true, kReport, "", "", nullptr, CountSections},
+        {"failed", "Failed", "", true, kReport, "", "", nullptr, CountFailed},
+        {"slowest", "Slowest section", "", false, kReport, "", "", nullptr, Slowest},
 };
 
-std::string ReadFact(const Report& report, const FactRow& row, std::string_view text) {
+// A value that is empty is no fact.
+Fact ReadFact(const Section& section, const FactRow& row) {
+    const std::string_view all = section.captured;
+    std::string_view text = all;
+    Fact fact{&row, "", section.index};
     if (*row.names != '\0') {
-        text = FindValue(text, row.names);
-        if (text.empty()) return "";
+        text = FindValue(all, row.names);
+        if (text.empty()) return fact;
+        const auto at = static_cast<size_t>(text.data() - all.data());
+        const size_t begin = all.rfind('\n', at) + 1;
+        fact.line = 1 + static_cast<uint64_t>(std::ranges::count(all.substr(0, at), '\n'));
+        constexpr size_t kMostShown = 1000;
+        const std::string_view line = Trim(all.substr(begin, all.find('\n', at) - begin));
+        fact.evidence = line.substr(0, WholeCharacters(line.substr(0, kMostShown)));
     }
-    return row.read == nullptr ? std::string(text) : row.read(report, text);
+    fact.value = row.read == nullptr ? std::string(text) : row.read(section, text);
+    return fact;
 }
 
 }  // namespace
+
+const FactRow* FindFactRow(std::string_view key) {
+    const auto* const row = std::ranges::find(kFacts, key, &FactRow::key);
+    return row == std::end(kFacts) ? nullptr : row;
+}
+
+bool SameFact(const Fact& one, const Fact& other) {
+    if (one.value == other.value) return true;
+    if (one.row->precision == 0) return false;
+    const auto a = ParseTime(one.value);
+    const auto b = ParseTime(other.value);
+    return a && b && std::abs(*a - *b) <= one.row->precision;
+}
 
 bool IsFactSection(std::string_view title) {
     return !title.empty() &&
            std::ranges::find(kFacts, title, &FactRow::section) != std::end(kFacts);
 }
 
-void FindFacts(Report& report) {
+void TakeFacts(const Section& section, std::vector<Fact>& facts) {
     for (const FactRow& row : kFacts) {
-        std::string value;
-        if (*row.section == '\0') value = ReadFact(report, row, "");
-        for (const Section& section : report.sections) {
-            if (!value.empty()) break;
-            if (section.title == row.section) value = ReadFact(report, row, section.captured);
-        }
-        if (!value.empty()) report.facts.push_back({&row, value});
+        if (row.tell != nullptr || section.title != row.section) continue;
+        if (std::ranges::find(facts, &row, &Fact::row) != facts.end()) continue;
+        Fact fact = ReadFact(section, row);
+        if (!fact.value.empty()) facts.push_back(std::move(fact));
     }
+}
+
+void FinishFacts(Report& report) {
+    for (const FactRow& row : kFacts) {
+        if (row.tell == nullptr) continue;
+        std::string value = row.tell(report);
+        if (!value.empty()) report.facts.push_back({&row, std::move(value)});
+    }
+    std::ranges::sort(report.facts, {}, &Fact::row);
 }
 
 }  // namespace reader

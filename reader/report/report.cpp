@@ -1,23 +1,58 @@
 #include "report.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "clock_time.h"
 
 namespace reader {
+namespace {
 
-size_t Report::failed() const {
-    return static_cast<size_t>(std::ranges::count_if(
-            sections, [](const Section& section) { return !section.failure.empty(); }));
+constexpr size_t kMostLosses = 1000;
+
+// What is given in a report's place, by how it begins.
+struct Kind {
+    std::string_view begin;
+    const char* sentence;
+};
+constexpr Kind kKinds[] = {
+        {"\x1f\x8b", " is a gzip file: gunzip it first"},
+        {"\xFD\x37\x7A\x58\x5A", " is an xz file: unxz it first"},
+        {"\x28\xB5\x2F\xFD", " is a zstd file: unzstd it first"},
+        {"BZh", " is a bzip2 file: bunzip2 it first"},
+        {"PK\x03\x04", " is a zip archive: unzip it first"},
+        {"\xFF\xFE", " is UTF-16 text: iconv -f UTF-16 -t UTF-8 makes a report of it"},
+        {"\xFE\xFF", " is UTF-16 text: iconv -f UTF-16 -t UTF-8 makes a report of it"},
+        {"<!doctype html>", " is a page, of a report perhaps; the report itself is wanted"},
+        {"{\"type\":", " holds records, not the report itself"},
+};
+
+}  // namespace
+
+void Tally::Add(const Section& section) {
+    ++sections;
+    if (!section.failure.empty()) ++failed;
+    if (!section.complete) ++unfinished;
+    if (section.kind == Section::Kind::kCommand) {
+        ++commands;
+        const std::string_view failure = section.failure;
+        if (failure.starts_with("cannot run /vendor/bin/") &&
+            failure.ends_with(": No such file or directory")) {
+            ++without_program;
+        }
+    }
+    seconds += section.seconds;
+    last = section.title;
+    if (section.complete && section.seconds > slowest_seconds) {
+        slowest = section.title;
+        slowest_seconds = section.seconds;
+    }
 }
 
-bool Report::complete() const {
-    return !sections.empty() && !cut && std::ranges::all_of(sections, &Section::complete);
-}
-
-std::string Report::BlackBoxTrouble() const {
-    return black_box ? black_box->Trouble() : "not in the report";
+bool Tally::IsHost() const {
+    constexpr size_t kFew = 5;  // that a device may lack
+    return without_program > kFew && without_program * 2 > commands;
 }
 
 bool Report::redacted() const {
@@ -40,57 +75,109 @@ std::optional<int64_t> Report::BootSeconds() const {
     return boot == nullptr ? std::nullopt : ParseTime(boot->value);
 }
 
+std::optional<int64_t> Report::UptimeSeconds() const {
+    const Fact* const now = FindFact("report.time");
+    const auto boot = BootSeconds();
+    const auto made = now == nullptr ? std::nullopt : ParseTime(now->value);
+    if (!boot || !made) return {};
+    return *made - *boot;
+}
+
 ReportParser::Listener ReportBuilder::Listener() {
     return {.on_begin = {},
             .on_section = [this](Section&& section) { Add(std::move(section)); },
             .on_black_box = [this](BlackBox&& black_box) { Add(std::move(black_box)); },
-            .on_outside = [this](TextRange range) { report_.outside.push_back(range); },
+            .on_outside =
+                    [this](TextRange range) {
+                        if (keep_ == Keep::kEverything) report_.outside.push_back(range);
+                    },
+            .on_loss =
+                    [this](const ReportParser::Loss& loss) {
+                        if (report_.lost++ < kMostLosses) report_.losses.push_back(loss);
+                    },
             .wants_text = IsFactSection};
 }
 
 void ReportBuilder::Add(Section&& section) {
-    report_.sections.push_back(std::move(section));
+    section.index = report_.tally.sections;
+    report_.tally.Add(section);
+    if (section.title == kTimesSection) {
+        report_.tally.seconds_before_now = std::exchange(since_black_box_, std::nullopt);
+    } else if (since_black_box_) {
+        *since_black_box_ += section.seconds;
+    }
+    TakeFacts(section, report_.facts);
+    std::string().swap(section.captured);
+    if (keep_ == Keep::kEverything || !section.Trouble().empty()) {
+        report_.sections.push_back(std::move(section));
+    }
 }
 
-// A second block is of a second report in the same file. Its sensors are shown too.
 void ReportBuilder::Add(BlackBox&& black_box) {
-    if (!report_.black_box) {
-        report_.black_box = std::move(black_box);
-        return;
+    since_black_box_ = 0;
+    if (keep_ == Keep::kWhatIsJudged) {
+        for (Sensor& sensor : black_box.sensors) {
+            sensor.times = {};
+            sensor.values = {};
+        }
     }
-    BlackBox& first = *report_.black_box;
-    std::ranges::move(black_box.sensors, std::back_inserter(first.sensors));
-    if (first.failure.empty()) first.failure = std::move(black_box.failure);
+    report_.black_boxes.push_back(std::move(black_box));
 }
 
 void ReportBuilder::Finish(const ReportParser& parser) {
     report_.size = parser.size();
-    says_verbose_ = parser.verbose().has_value();
-    report_.verbose = parser.verbose().value_or(false);
+    report_.verbose = parser.verbose();
+    report_.has_first_line = parser.has_first_line();
+    report_.at_end = parser.at_end();
     report_.cut = parser.cut();
-    FindFacts(report_);
-    for (Section& section : report_.sections) std::string().swap(section.captured);
+    FinishFacts(report_);
 }
 
-std::string ReportBuilder::WhyNoReport(const std::string& name) const {
-    if (report_.size == 0) return name + " is empty";
-    if (says_verbose_ || !report_.sections.empty() || report_.black_box) return "";
+std::string WhyNoReport(const Report& report, const std::string& name) {
+    if (report.size == 0) return name + " is empty";
+    const std::string_view begin = report.source->beginning();
+    if (report.tally.sections == 0) {
+        for (const Kind& kind : kKinds) {
+            if (begin.starts_with(kind.begin)) return name + kind.sentence;
+        }
+        if (begin.size() > 262 && begin.substr(257, 5) == "ustar") {
+            return name + " is a tar archive, a bundle perhaps; the report itself is wanted";
+        }
+        if (begin.find(" ------\r\n") != std::string_view::npos ||
+            (begin.starts_with("verbose logging: ") && begin.find("\r\n") < 32)) {
+            return name + " has lines that end in CR LF, as no report has: dos2unix mends it";
+        }
+    }
+    const bool empty = report.tally.sections == 0 && report.black_boxes.empty();
+    if (report.has_first_line || !empty) return "";
     return name + " is no board report: no section begins in it";
 }
 
-std::string ReadReport(const std::string& file, bool texts, Report& report) {
+std::string ReadReport(const std::string& file, bool texts, Report& report,
+                       const std::function<void(Section&)>& look) {
     report.file = file;
     report.source = std::make_shared<Source>();
     if (std::string sentence = report.source->Open(file, texts); !sentence.empty()) {
         return sentence;
     }
     ReportBuilder builder(report);
-    ReportParser parser(builder.Listener());
-    for (std::string_view bytes; !(bytes = report.source->Read()).empty();) parser.Feed(bytes);
+    ReportParser::Listener listener = builder.Listener();
+    if (look) {
+        listener.on_section = [&](Section&& section) {
+            section.index = report.tally.sections;
+            look(section);
+            builder.Add(std::move(section));
+        };
+    }
+    ReportParser parser(std::move(listener));
+    for (std::string_view bytes; !(bytes = report.source->Read()).empty();) {
+        parser.Feed(bytes);
+        if (look && !report.source->Keep(parser.NeededFrom())) break;
+    }
     parser.Finish();
     builder.Finish(parser);
     if (!report.source->error().empty()) return report.source->error();
-    return builder.WhyNoReport(report.source->name());
+    return WhyNoReport(report, report.source->name());
 }
 
 }  // namespace reader

@@ -16,10 +16,13 @@ constexpr std::string_view kStars = "*** ";
 constexpr std::string_view kDuration = "s was the duration of '";
 constexpr std::string_view kBlackBox = "------ Sensor Black Box ------";
 constexpr std::string_view kNoBlackBox = "*** no sensor black box";
+constexpr std::string_view kSensor = "*** Sensor ";
 constexpr std::string_view kVerbose = "verbose logging: ";
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 // Longer lines are content; a header holds at most a script.
 constexpr size_t kLongestLine = 8192;
+constexpr size_t kToldOfLine = 60;
 // A section whose footer was lost may hold a log of headers. So many are waited for at once.
 constexpr size_t kMostOpen = 64;
 // What is remembered of what has begun within a section, so that hostile content fills no memory.
@@ -74,13 +77,14 @@ void CorrectKind(Section& section) {
     }
 }
 
-// Whether a line begins in the 64 bytes behind `at` with one of the two. Without a branch, so that
+// Whether a line begins in the 64 bytes behind `at` with one of these. Without a branch, so that
 // it becomes a few vector instructions.
 bool MayHoldLine(const char* at) {
     unsigned char found = 0;
     for (size_t i = 0; i < 64; ++i) {
         const bool end = at[i] == '\n';
-        const bool matters = (at[i + 1] == '-') | (at[i + 1] == '*');
+        const char first = at[i + 1];
+        const bool matters = (first == '-') | (first == '*') | (first == 'v');
         found = static_cast<unsigned char>(found | (end & matters));
     }
     return found != 0;
@@ -91,15 +95,14 @@ bool MayHoldLine(const char* at) {
 ReportParser::ReportParser(Listener listener) : listener_(std::move(listener)) {}
 
 bool ReportParser::MayMatter(char first) const {
-    return first == '-' || first == '*' || (in_black_box_ && (first == 'T' || first == 'S')) ||
-           (first == 'v' && fed_ == 0);
+    return EveryLineMatters() || first == '-' || first == '*' || first == 'v';
 }
 
 // Where the next line begins that may matter; the size when none does.
 size_t ReportParser::FindLine(std::string_view bytes) const {
     size_t at = 0;
     while (at < bytes.size()) {
-        if (!in_black_box_) {
+        if (!EveryLineMatters()) {
             while (at + 64 < bytes.size() && !MayHoldLine(&bytes[at])) at += 64;
         }
         const void* const end = std::memchr(&bytes[at], '\n', bytes.size() - at);
@@ -120,7 +123,10 @@ void ReportParser::Feed(std::string_view bytes) {
             const size_t end = std::min(rest.find('\n'), rest.size());
             const std::string_view piece = rest.substr(0, end);
             if (partial_.size() + end > kLongestLine) {
-                Capture(std::exchange(partial_, {}));
+                const std::string beginning = std::exchange(partial_, {});
+                Capture(beginning);
+                TakeLongLine(beginning + std::string(piece.substr(0, kToldOfLine)),
+                             base + at - beginning.size());
                 line_start_ = false;
                 continue;
             }
@@ -154,20 +160,22 @@ void ReportParser::Finish() {
     const std::string line = std::exchange(partial_, {});
     // Nothing but its newline may lack from a rule. A record would be wrong without its last digit.
     if (line.starts_with('-')) {
-        TakeLine({line, fed_ - line.size(), fed_});
-        if (ParseFooter(line)) cut_ = false;
+        const uint64_t begin = fed_ - line.size();
+        TakeLine({line, begin, fed_});
+        if (stray_ && stray_->where.begin == begin)
+            stray_.reset();  // a header's beginning, perhaps
     } else {
         Capture(line);
     }
-    EndBlackBox(fed_);
-    std::vector<Item> items = std::exchange(items_, {});
-    for (size_t i = 0; i < items.size(); ++i) {
-        Item& item = items[i];
-        const bool open = item.after == 0;
-        const uint64_t end = i + 1 < items.size() ? items[i + 1].begin : fed_;
-        if (open) item.section.text.end = end;
-        Tell(std::move(item), open ? end : item.after);
+    if (in_black_box_) {
+        // Nothing follows it: whether there was more, nobody knows.
+        items_.back().black_box->End(fed_);
+        items_.back().after = fed_;
+        in_black_box_ = false;
     }
+    if (open_.empty()) TellStray();
+    open_.clear();
+    TellResolved(fed_);
     TellOutside(fed_);
 }
 
@@ -186,16 +194,68 @@ void ReportParser::TakeLine(const Line& line) {
         if (line.end - line.begin > line.text.size()) Capture("\n");
     }
     if (line.text.starts_with('-')) return TakeRule(line);
-    if (line.begin == 0 && line.text.starts_with(kVerbose)) {
-        verbose_ = line.text.substr(kVerbose.size()) == "enabled";
-        told_ = line.end;
+    std::string_view text = line.text;
+    if (line.begin == 0 && text.starts_with(kByteOrderMark)) {
+        text.remove_prefix(kByteOrderMark.size());
     }
+    if (text.starts_with(kVerbose)) return TakeFirstLine(line, text.substr(kVerbose.size()));
     if (line.text.starts_with(kStars)) TakeStars(line);
-    if (in_black_box_) TakeBlackBoxLine(line);
+    if (in_black_box_) {
+        TakeBlackBoxLine(line);
+    } else if (open_.empty()) {
+        TakeOutside(line);
+    }
+}
+
+// A report's first line: of this one, of another in the same file, or of an older one in a log.
+void ReportParser::TakeFirstLine(const Line& line, std::string_view setting) {
+    if (!open_.empty()) {
+        older_ = line.begin;
+        return;
+    }
+    EndBlackBox(line.begin);
+    TellStray();
+    if (!has_first_line_ && told_ == 0) {
+        if (setting == "enabled" || setting == "disabled") verbose_ = setting == "enabled";
+        has_first_line_ = true;
+        TellOutside(line.begin);
+        told_ = line.end;
+    } else if (!at_end_) {
+        TellLoss(Loss::Kind::kBeginning, "", {line.begin, line.end});
+    }
+}
+
+// Between the first line and the last section nothing stands outside but what the service writes.
+void ReportParser::TakeOutside(const Line& line) {
+    if (!has_first_line_ || at_end_ || IsServiceLine(line.text)) return;
+    if (!stray_) {
+        stray_ = {Loss::Kind::kAround,
+                  std::string(line.text.substr(0, kToldOfLine)),
+                  {line.begin, line.begin}};
+    }
+    stray_->where.end = line.end;
+}
+
+void ReportParser::TakeLongLine(std::string_view beginning, uint64_t begin) {
+    if (in_black_box_) {
+        items_.back().black_box->TakeLine("", {begin, begin});
+    } else if (open_.empty()) {
+        TakeOutside({beginning, begin, begin});
+    }
+}
+
+void ReportParser::TellStray() {
+    if (stray_ && listener_.on_loss) listener_.on_loss(*stray_);
+    stray_.reset();
 }
 
 void ReportParser::TakeRule(const Line& line) {
-    if (!line.text.starts_with("------")) return;
+    if (!line.text.starts_with("------")) {
+        if (in_black_box_) TakeBlackBoxLine(line);
+        if (!in_black_box_ && open_.empty()) TakeOutside(line);
+        return;
+    }
+    if (in_black_box_) items_.back().black_box->ended = true;
     EndBlackBox(line.begin);
     if (const auto footer = ParseFooter(line.text)) {
         TakeFooter(line, *footer);
@@ -203,6 +263,11 @@ void ReportParser::TakeRule(const Line& line) {
         TakeHeader(line, *header);
     } else if (line.text == kBlackBox) {
         BeginBlackBox(line);
+    } else if (open_.empty()) {
+        has_headings_ = has_headings_ || line.text == kLastHeading;
+        TakeOutside(line);
+    } else if (line.text == kLastHeading && !has_headings_) {
+        own_heading_ = line.begin;
     }
 }
 
@@ -224,46 +289,99 @@ std::optional<ReportParser::Footer> ReportParser::ParseFooter(std::string_view l
                            }) == 1;
     if (!is_number) return {};
     Footer footer{line, 0};
-    std::from_chars(seconds.data(), seconds.data() + seconds.size(), footer.seconds);
+    // No section takes years; what says so still ends it.
+    constexpr double kMostSeconds = 1e9;
+    const auto error =
+            std::from_chars(seconds.data(), seconds.data() + seconds.size(), footer.seconds).ec;
+    if (error != std::errc() || footer.seconds > kMostSeconds) footer.seconds = kMostSeconds;
     return footer;
 }
 
-// Null when too much is pending: then what begins here stays content.
-ReportParser::Item* ReportParser::AddItem(uint64_t begin, std::string_view header) {
-    if (items_.size() == kMostItems || pending_bytes_ > kMostPendingBytes) return nullptr;
+ReportParser::Item& ReportParser::AddItem(uint64_t begin, std::string_view header) {
     capturing_.reset();
+    // Whose content this would be has lost its footer: that is rather believed than that so much is
+    // content.
+    while (!open_.empty() && (items_.size() >= kMostItems || pending_bytes_ > kMostPendingBytes ||
+                              pending_records_ > kMostPendingRecords)) {
+        GiveUp(0, begin);
+    }
+    if (items_.empty()) {
+        TellStray();
+        TellOutside(begin);
+    }
     pending_bytes_ += header.size();
-    items_.push_back({begin, 0, std::string(header), {}, {}});
-    return &items_.back();
+    items_.push_back({begin, 0, std::string(header), older_, {}, {}, {}});
+    return items_.back();
 }
 
 void ReportParser::TakeHeader(const Line& line, std::string_view header) {
-    if (open_.empty()) TellOutside(line.begin);
-    Item* const item = AddItem(line.begin, header);
-    if (item == nullptr) return;
-    item->section.title = ApparentTitle(header);
-    item->section.text = {line.end, line.end};
-    SetDetail(item->section, header);
+    Item& item = AddItem(line.begin, header);
+    item.section.title = ApparentTitle(header);
+    item.section.text = {line.end, line.end};
+    SetDetail(item.section, header);
     if (open_.size() == kMostOpen) open_.pop_back();
     open_.push_back(items_.size() - 1);
-    const std::string& title = item->section.title;
+    const std::string& title = item.section.title;
     if (items_.size() == 1 && listener_.on_begin) listener_.on_begin(title);
     if (listener_.wants_text && listener_.wants_text(title)) capturing_ = items_.size() - 1;
 }
 
 void ReportParser::TakeFooter(const Line& line, const Footer& footer) {
-    const auto closed = std::ranges::find_if(
-            open_, [&](size_t index) { return IsTitle(footer.title, items_[index].header); });
-    if (closed == open_.end()) return;
-    items_.resize(*closed + 1);
-    open_.erase(closed, open_.end());
+    const auto closed = std::find_if(open_.rbegin(), open_.rend(), [&](size_t index) {
+        return IsTitle(footer.title, items_[index].header);
+    });
+    if (closed == open_.rend()) {
+        if (!open_.empty()) return;
+        stray_.reset();  // its text
+        TellLoss(Loss::Kind::kHeader, footer.title, {line.begin, line.end});
+        return;
+    }
     capturing_.reset();
-    CloseSection(items_.back(), line, footer);
-    if (!open_.empty()) return;
-    Item item = std::move(items_.back());
-    items_.clear();
-    pending_bytes_ = pending_records_ = 0;
-    Tell(std::move(item), line.end);
+    const size_t index = *closed;
+    const auto open = static_cast<size_t>(open_.rend() - closed) - 1;
+    if (HoldsOwnSections(index)) {
+        TellLoss(Loss::Kind::kFooter, footer.title, {line.begin, line.end});
+        return GiveUp(open, line.begin);
+    }
+    Drop(index + 1);
+    open_.resize(open);
+    Item& item = items_.back();
+    CloseSection(item, line, footer);
+    item.service = ServiceSection(item.section.title);
+    if (item.service) ++seen_[*item.service];
+    TellResolved(line.end);
+}
+
+// Whether what seems to be the item's content is what the service writes, and has not come before
+// it.
+bool ReportParser::HoldsOwnSections(size_t index) const {
+    const uint64_t begin = items_[index].begin;
+    std::array<size_t, kServiceSections> within{};
+    bool holds = own_heading_ > begin && older_ <= begin;
+    for (size_t i = index + 1; i < items_.size(); ++i) {
+        if (items_[i].service) ++within[*items_[i].service];
+    }
+    for (size_t i = index + 1; i < items_.size() && !holds; ++i) {
+        const Item& item = items_[i];
+        holds = item.service && item.older <= begin &&
+                seen_[*item.service] == within[*item.service];
+    }
+    return holds;
+}
+
+// Takes the items from there on for content.
+void ReportParser::Drop(size_t from) {
+    for (size_t i = from; i < items_.size(); ++i) {
+        if (items_[i].service) --seen_[*items_[i].service];
+        pending_bytes_ -= items_[i].header.size() + items_[i].section.captured.size();
+    }
+    items_.resize(from);
+}
+
+// Believes no longer that the section's footer will come, and that what follows is its content.
+void ReportParser::GiveUp(size_t open, uint64_t at) {
+    open_.erase(open_.begin() + static_cast<std::ptrdiff_t>(open));
+    TellResolved(at);
 }
 
 void ReportParser::CloseSection(Item& item, const Line& line, const Footer& footer) const {
@@ -290,36 +408,53 @@ void ReportParser::TakeStars(const Line& line) {
         failure_ = text;
         failure_line_ = {line.begin, line.end};
     }
-    if (!in_black_box_ && line.text.starts_with(kNoBlackBox)) BeginBlackBox(line);
+    if (in_black_box_) return;
+    const bool headless = open_.empty() && line.text.starts_with(kSensor);
+    if (headless || line.text.starts_with(kNoBlackBox)) BeginBlackBox(line);
+    if (headless) items_.back().black_box->headless = true;
 }
 
 void ReportParser::TakeBlackBoxLine(const Line& line) {
-    BlackBox& black_box = *items_.back().black_box;
-    const bool within = items_.size() > 1;
-    if (within && line.text.starts_with('T') && ++pending_records_ > kMostPendingRecords) {
-        if (black_box.failure.empty()) black_box.failure = "more records than can be kept";
-        return;
-    }
-    black_box.TakeLine(line.text, {line.begin, line.end});
+    if (line.text.empty()) return;
+    if (!open_.empty() && line.text.starts_with('T')) ++pending_records_;
+    items_.back().black_box->TakeLine(line.text, {line.begin, line.end});
 }
 
 void ReportParser::BeginBlackBox(const Line& line) {
-    if (open_.empty()) TellOutside(line.begin);
-    Item* const item = AddItem(line.begin, {});
-    if (item == nullptr) return;
-    item->black_box.emplace().text.begin = line.begin;
+    AddItem(line.begin, {}).black_box.emplace().text.begin = line.begin;
     in_black_box_ = true;
 }
 
 void ReportParser::EndBlackBox(uint64_t at) {
     if (!in_black_box_) return;
     in_black_box_ = false;
-    items_.back().black_box->text.end = at;
+    items_.back().black_box->End(at);
     items_.back().after = at;
-    if (!open_.empty()) return;
-    Item item = std::move(items_.back());
-    items_.clear();
-    Tell(std::move(item), at);
+    TellResolved(at);
+}
+
+// Tells the items before the first that is still open, up to `at` at most.
+void ReportParser::TellResolved(uint64_t at) {
+    size_t resolved = open_.empty() ? items_.size() : open_.front();
+    if (in_black_box_) resolved = std::min(resolved, items_.size() - 1);
+    if (resolved == 0) return;
+    for (size_t i = 0; i < resolved; ++i) {
+        Item& item = items_[i];
+        pending_bytes_ -= item.header.size() + item.section.captured.size();
+        // What lost its footer ends where the next begins.
+        const uint64_t next = i + 1 < items_.size() ? items_[i + 1].begin : at;
+        const uint64_t end = item.after != 0 ? item.after : next;
+        if (item.after == 0) item.section.text.end = end;
+        if (item.black_box) pending_records_ = 0;
+        Tell(std::move(item), end);
+    }
+    items_.erase(items_.begin(), items_.begin() + static_cast<std::ptrdiff_t>(resolved));
+    for (size_t& index : open_) index -= resolved;
+    if (capturing_) *capturing_ -= resolved;
+}
+
+void ReportParser::TellLoss(Loss::Kind kind, std::string_view title, TextRange where) {
+    if (listener_.on_loss) listener_.on_loss({kind, std::string(title), where});
 }
 
 void ReportParser::Tell(Item&& item, uint64_t end) {
@@ -330,6 +465,7 @@ void ReportParser::Tell(Item&& item, uint64_t end) {
         return;
     }
     Section& section = item.section;
+    at_end_ = section.complete && section.title == LastServiceSection();
     if (section.captured.size() > section.text.size()) {
         section.captured.resize(static_cast<size_t>(section.text.size()));
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -10,12 +11,14 @@ namespace reader {
 struct Section {
     enum class Kind { kCommand, kFile };
 
+    size_t index = 0;  // which of the report's sections, from 0
     std::string title;
     std::string detail;  // argv joined by blanks, or the path
     Kind kind = Kind::kFile;
     double seconds = 0;     // 0 while no footer has come
     std::string failure;    // without the asterisks; "" when nothing went wrong
     bool complete = false;  // its footer has come
+    std::string expected;   // why a healthy device has this failure too; "" when none does
     // A command's output exactly, without the one newline that the service puts after it; a file's
     // bytes as they stand before the failure line or the footer. Of a section without a footer,
     // what there is before the next section.

@@ -14,6 +14,7 @@ namespace {
 
 // Fits into a core's own cache, so that what was read is still there when it is looked at.
 constexpr size_t kBuffer = size_t{64} * 1024;
+constexpr size_t kBeginning = 4096;
 
 std::string Reason(int error) {
     return std::generic_category().message(error);
@@ -52,18 +53,17 @@ std::string Source::Open(const std::string& path, bool again) {
     fd_ = path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
                       : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
     struct stat status {};
+    if (path.empty()) return "cannot read '': its name is empty";
     if (fd_ < 0 || fstat(fd_, &status) != 0) return "cannot read " + name_ + ": " + Reason(errno);
     if (S_ISDIR(status.st_mode)) return name_ + " is a folder; name the report in it";
     const off_t begin = lseek(fd_, 0, SEEK_CUR);
-    if (S_ISREG(status.st_mode) && begin >= 0) {
+    seekable_ = S_ISREG(status.st_mode) && begin >= 0;
+    again_ = again;
+    if (seekable_) {
         begin_ = static_cast<uint64_t>(begin);
         posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
-    } else if (again) {
-        spool_fd_ = OpenTemporary();
-        if (spool_fd_ < 0) {
-            return "cannot keep " + name_ + " in a temporary file: " + Reason(errno) +
-                   "; TMPDIR names another folder for it";
-        }
+    } else if (again && !Spool("")) {
+        return error_;
     }
     buffer_.resize(kBuffer);
     return "";
@@ -76,29 +76,70 @@ std::string_view Source::Read() {
     } while (size < 0 && errno == EINTR);
     if (size < 0) error_ = "cannot read " + name_ + ": " + Reason(errno);
     const std::string_view bytes(buffer_.data(), size > 0 ? static_cast<size_t>(size) : 0);
-    if (spool_fd_ >= 0 && !WriteAll(spool_fd_, bytes)) {
-        error_ = "cannot keep " + name_ + " in a temporary file: " + Reason(errno);
-        return {};
+    buffered_ = {buffered_.end, buffered_.end + bytes.size()};
+    if (beginning_.size() < kBeginning) {
+        beginning_ += bytes.substr(0, kBeginning - beginning_.size());
     }
-    if (bytes.empty()) buffer_ = {};
+    if (again_ && !seekable_ && !Spool(bytes)) return {};
+    if (bytes.empty() && (again_ || seekable_)) buffer_ = {};
     return bytes;
 }
 
-bool Source::ReadAt(TextRange range, std::string& bytes) const {
-    const int fd = spool_fd_ >= 0 ? spool_fd_ : fd_;
-    const uint64_t begin = range.begin + (spool_fd_ >= 0 ? 0 : begin_);
-    const size_t before = bytes.size();
-    bytes.resize(before + static_cast<size_t>(range.size()));
-    size_t done = 0;
-    while (done < range.size()) {
-        const ssize_t size = pread(fd, &bytes[before + done], bytes.size() - before - done,
-                                   static_cast<off_t>(begin + done));
-        if (size < 0 && errno == EINTR) continue;
-        if (size <= 0) break;
-        done += static_cast<size_t>(size);
+bool Source::Spool(std::string_view bytes) {
+    if (spool_fd_ < 0) spool_fd_ = OpenTemporary();
+    if (spool_fd_ < 0 || !WriteAll(spool_fd_, bytes)) {
+        error_ = "cannot keep " + name_ + " in a temporary file: " + Reason(errno) +
+                 "; TMPDIR names another folder for it";
+        return false;
     }
-    bytes.resize(before + done);
-    return done == range.size();
+    spooled_.end += bytes.size();
+    return true;
+}
+
+bool Source::Keep(uint64_t from) {
+    if (seekable_ || again_) return true;
+    if (from >= buffered_.begin) {
+        // What is wanted has been read last: the file begins anew with it.
+        if (spooled_.size() > 0 &&
+            (ftruncate(spool_fd_, 0) != 0 || lseek(spool_fd_, 0, SEEK_SET) != 0)) {
+            error_ = "cannot empty the temporary file: " + Reason(errno);
+            return false;
+        }
+        spooled_ = {from, from};
+    }
+    const std::string_view bytes = Buffered({spooled_.end, buffered_.end});
+    return bytes.empty() || Spool(bytes);
+}
+
+std::string_view Source::Buffered(TextRange range) const {
+    if (buffer_.empty() || range.begin < buffered_.begin || range.begin >= buffered_.end) return {};
+    return std::string_view(buffer_.data() + (range.begin - buffered_.begin),
+                            static_cast<size_t>(std::min(range.end, buffered_.end) - range.begin));
+}
+
+bool Source::ReadAt(TextRange range, std::string& bytes) const {
+    const uint64_t wanted = bytes.size() + range.size();
+    if (Buffered(range).size() < range.size()) {
+        const int fd = spool_fd_ >= 0 ? spool_fd_ : fd_;
+        const TextRange stored{range.begin,
+                               spool_fd_ >= 0 ? std::min(range.end, spooled_.end) : range.end};
+        const uint64_t begin =
+                spool_fd_ >= 0 ? stored.begin - spooled_.begin : stored.begin + begin_;
+        const size_t before = bytes.size();
+        bytes.resize(before + (stored.end > stored.begin ? static_cast<size_t>(stored.size()) : 0));
+        size_t done = before;
+        while (done < bytes.size()) {
+            const ssize_t size = pread(fd, &bytes[done], bytes.size() - done,
+                                       static_cast<off_t>(begin + (done - before)));
+            if (size < 0 && errno == EINTR) continue;
+            if (size <= 0) break;
+            done += static_cast<size_t>(size);
+        }
+        bytes.resize(done);
+        range.begin += done - before;
+    }
+    bytes += Buffered(range);
+    return bytes.size() == wanted;
 }
 
 }  // namespace reader

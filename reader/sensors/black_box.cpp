@@ -12,10 +12,6 @@ namespace {
 
 constexpr size_t kMostValues = 3;
 
-// A device may have fewer sensors than are known, but a block that has most of them has lost the
-// others: of a sensor of which no piece has come, the service knows nothing to say.
-constexpr size_t kMostSensors = 5;
-
 // Takes apart a line from its front; each says whether that was there.
 class Cursor {
   public:
@@ -93,7 +89,8 @@ bool TakeRecord(std::string_view line, Sensor& sensor) {
     std::array<double, kMostValues> values{};
     size_t count = 0;
     if (!cursor.Skip("Time: ") || !cursor.Take(time)) return false;
-    if (cursor.Skip(", Time On Wrist: ")) {
+    const bool period = cursor.Skip(", Time On Wrist: ");
+    if (period) {
         if (!cursor.Take(values[count++]) || cursor.rest() != "s") return false;
     } else {
         if (!cursor.Skip(", Value: ")) return false;
@@ -104,8 +101,11 @@ bool TakeRecord(std::string_view line, Sensor& sensor) {
         if (cursor.rest() != (several ? ")" : "")) return false;
         if (count != (several ? kMostValues : 1)) return false;
     }
-    if (sensor.values.empty()) sensor.values.resize(count);
-    if (sensor.values.size() != count) return false;
+    if (sensor.values.empty()) {
+        sensor.values.resize(count);
+        sensor.periods = period;
+    }
+    if (sensor.values.size() != count || sensor.periods != period) return false;
     sensor.times.push_back(time);
     for (size_t i = 0; i < count; ++i) sensor.values[i].push_back(values[i]);
     return true;
@@ -118,10 +118,10 @@ void BlackBox::TakeLine(std::string_view line, TextRange where) {
     Cursor cursor(line);
     Sensor sensor;
     sensor.text = where;
+    bool known = true;
     if (cursor.Skip("Time: ")) {
-        if (!sensors.empty() && TakeRecord(line, sensors.back())) {
-            sensors.back().text.end = where.end;
-        }
+        known = !sensors.empty() && TakeRecord(line, sensors.back());
+        if (known) sensors.back().text.end = where.end;
     } else if (cursor.Skip("*** Sensor ") && TakeSensor(cursor, ") ***", sensor)) {
         sensors.push_back(std::move(sensor));
     } else if (cursor.Skip("Skipping Sensor ") && TakeSensor(cursor, "): ", sensor)) {
@@ -129,40 +129,33 @@ void BlackBox::TakeLine(std::string_view line, TextRange where) {
         sensors.push_back(std::move(sensor));
     } else if (cursor.Skip("Total Time On Wrist: ")) {
         double seconds = 0;
-        if (!sensors.empty() && cursor.Take(seconds) && cursor.rest() == " seconds") {
+        known = !sensors.empty() && cursor.Take(seconds) && cursor.rest() == " seconds";
+        if (known) {
             sensors.back().total_worn = seconds;
             sensors.back().text.end = where.end;
         }
-    } else if (line.starts_with(kStars) && failure.empty()) {
-        failure = line.substr(kStars.size());
+    } else if (line.starts_with(kStars)) {
+        if (failure.empty()) failure = line.substr(kStars.size());
+    } else {
+        known = false;
     }
+    if (!known && odd_lines++ == 0) odd_line = where;
 }
 
-size_t BlackBox::records() const {
-    size_t records = 0;
-    for (const Sensor& sensor : sensors) records += sensor.times.size();
-    return records;
+void BlackBox::End(uint64_t at) {
+    text.end = at;
+    const uint64_t latest = newest();
+    for (Sensor& sensor : sensors) sensor.statistics = Measure(sensor, latest);
 }
 
-std::string BlackBox::Trouble() const {
-    if (!failure.empty()) return failure;
-    if (sensors.empty()) return kNoData;
-    std::string trouble;
-    const auto add = [&trouble](const std::string& what) {
-        trouble += (trouble.empty() ? "" : "; ") + what;
-    };
+uint64_t BlackBox::newest() const {
+    uint64_t latest = 0;
     for (const Sensor& sensor : sensors) {
-        if (!sensor.skipped.empty()) add(sensor.name + " skipped: " + sensor.skipped);
-    }
-    std::vector<const char*> lost;
-    for (const SensorKind& known : KnownSensors()) {
-        if (std::ranges::find(sensors, known.number, &Sensor::number) == sensors.end()) {
-            lost.push_back(known.name);
+        if (!sensor.times.empty() && KindOf(sensor).steady()) {
+            latest = std::max(latest, sensor.times.back());
         }
     }
-    if (KnownSensors().size() - lost.size() < kMostSensors) return trouble;
-    for (const char* const name : lost) add(std::string(name) + " is missing");
-    return trouble;
+    return latest;
 }
 
 }  // namespace reader

@@ -62,24 +62,56 @@ void TakeWord(std::string_view word, Moment& moment) {
     }
 }
 
+// Of "07:29:07+01:00" or "07:29:07Z" what comes behind the time.
+std::string_view OffsetOf(std::string_view word) {
+    if (word.size() < 8 || word[2] != ':' || word[5] != ':') return {};
+    const size_t at = word.find_first_of("+-Z", 8);
+    return at == std::string_view::npos ? std::string_view() : word.substr(at);
+}
+
+template <typename Take>
+void ForEachWord(std::string_view text, Take take) {
+    while (!text.empty()) {
+        // The T of ISO 8601 stands between digits.
+        size_t end = text.find_first_of(" \t,T");
+        while (end < text.size() && text[end] == 'T' &&
+               (end == 0 || text[end - 1] < '0' || text[end - 1] > '9')) {
+            end = text.find_first_of(" \t,T", end + 1);
+        }
+        end = std::min(end, text.size());
+        take(text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+}
+
 }  // namespace
 
 std::optional<int64_t> ParseTime(std::string_view text) {
     Moment moment;
-    while (!text.empty()) {
-        const size_t end = std::min(text.find_first_of(" \tT,"), text.size());
-        // The T of ISO 8601 stands between digits only.
-        const bool in_word = end < text.size() && text[end] == 'T' &&
-                             (end == 0 || text[end - 1] < '0' || text[end - 1] > '9');
-        const size_t word_end = in_word ? std::min(text.find(' '), text.size()) : end;
-        TakeWord(text.substr(0, word_end), moment);
-        text.remove_prefix(std::min(word_end + 1, text.size()));
-    }
+    ForEachWord(text, [&moment](std::string_view word) {
+        // The zone changes nothing: the time stays that of the device's own clock.
+        TakeWord(word.substr(0, word.size() - OffsetOf(word).size()), moment);
+    });
     const std::chrono::year_month_day date{std::chrono::year(moment.year),
                                            std::chrono::month(moment.month),
                                            std::chrono::day(moment.day)};
     if (moment.year < 0 || moment.year > 9999 || moment.second < 0 || !date.ok()) return {};
     return int64_t{std::chrono::sys_days(date).time_since_epoch().count()} * 86400 + moment.second;
+}
+
+std::string_view ZoneOf(std::string_view time) {
+    std::string_view zone;
+    ForEachWord(time, [&zone](std::string_view word) {
+        const bool capitals =
+                word.size() >= 2 && word.size() <= 5 && word != "AM" && word != "PM" &&
+                std::ranges::all_of(word, [](char c) { return c >= 'A' && c <= 'Z'; });
+        const bool numeric = word.size() >= 3 && word.size() <= 6 &&
+                             (word[0] == '+' || word[0] == '-') &&
+                             word.find_first_not_of("0123456789:", 1) == std::string_view::npos;
+        if (capitals || numeric) zone = word;
+        if (!OffsetOf(word).empty()) zone = OffsetOf(word);
+    });
+    return zone;
 }
 
 std::string FormatTime(int64_t seconds) {
@@ -92,14 +124,6 @@ std::string FormatTime(int64_t seconds) {
                   static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
                   static_cast<unsigned>(date.day()), second / 3600, second / 60 % 60, second % 60);
     return text.data();
-}
-
-std::string FormatTime(int64_t seconds, uint64_t nanoseconds) {
-    constexpr uint64_t kSecond = 1'000'000'000;
-    std::array<char, 8> fraction;
-    std::snprintf(fraction.data(), fraction.size(), ".%03u",
-                  static_cast<unsigned>(nanoseconds % kSecond / 1'000'000));
-    return FormatTime(seconds + static_cast<int64_t>(nanoseconds / kSecond)) + fraction.data();
 }
 
 }  // namespace reader

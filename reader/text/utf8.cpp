@@ -37,6 +37,17 @@ Utf8Step NextUtf8(std::string_view text) {
     return {size, true};
 }
 
+size_t WholeCharacters(std::string_view text) {
+    const size_t from = text.size() - std::min<size_t>(3, text.size());
+    for (size_t i = text.size(); i-- > from;) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if ((byte & 0xc0) == 0x80) continue;
+        const size_t length = byte >= 0xf0 ? 4 : byte >= 0xe0 ? 3 : byte >= 0xc0 ? 2 : 1;
+        return i + length > text.size() ? i : text.size();
+    }
+    return text.size();
+}
+
 std::string Printable(std::string_view text) {
     std::string printable;
     while (!text.empty()) {

@@ -15,6 +15,10 @@ struct Utf8Step {
 // steps that Unicode recommends: up to the byte that can't go on, each one U+FFFD.
 Utf8Step NextUtf8(std::string_view text);
 
+// How much of the text is whole characters; the rest, three bytes at most, is the beginning of one
+// that the next bytes go on with.
+size_t WholeCharacters(std::string_view text);
+
 // The text for a terminal's line: what would steer it, or is no UTF-8, becomes a question mark.
 std::string Printable(std::string_view text);
 

@@ -1,22 +1,27 @@
 #include "json.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 #include <utility>
 
 #include "report.h"
 #include "utf8.h"
+#include "verdict.h"
+#include "watch.h"
 
 namespace reader {
 namespace {
 
 constexpr size_t kFlushed = size_t{64} << 10;
-constexpr size_t kLongestText = size_t{64} << 20;
-// What of a section is kept besides its text.
-constexpr size_t kRoom = size_t{16} << 10;
+// A line stays below 64 MiB, whatever has to be escaped in it: so much is for a text or for a
+// sensor's records, and the rest for all else, which comes from lines of 8 KiB.
+constexpr size_t kLongestText = size_t{63} << 20;
+constexpr uint64_t kPiece = uint64_t{256} << 10;
 
 // The bytes that a string can't hold as they are: controls, the quote, the backslash, and all that
 // begins or is no UTF-8 character of several bytes.
@@ -45,7 +50,15 @@ class JsonWriter {
         return Raw({digits.data(), static_cast<size_t>(end - digits.data())});
     }
     JsonWriter& Number(double value);
-    JsonWriter& String(std::string_view text);
+    JsonWriter& String(std::string_view text) {
+        Raw("\"");
+        size_t room = std::string_view::npos;
+        Characters(text, room);
+        return Raw("\"");
+    }
+    // What stands between a string's quotes, as far as there is room for it, which shrinks. False
+    // when not all found room.
+    bool Characters(std::string_view text, size_t& room);
     JsonWriter& StringOrNull(std::string_view text) {
         return text.empty() ? Raw("null") : String(text);
     }
@@ -90,97 +103,52 @@ JsonWriter& JsonWriter::Number(double value) {
     return Raw({begin, static_cast<size_t>(end - begin)});
 }
 
-JsonWriter& JsonWriter::String(std::string_view text) {
+bool JsonWriter::Characters(std::string_view text, size_t& room) {
     constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
-    Raw("\"");
     while (!text.empty()) {
         size_t plain = 0;
         while (plain < text.size() && !kSpecial[static_cast<unsigned char>(text[plain])]) ++plain;
-        Raw(text.substr(0, plain));
+        const size_t taken = std::min(plain, room);
+        Raw(text.substr(0, taken));
+        room -= taken;
+        if (taken < plain) return false;
         text.remove_prefix(plain);
         if (text.empty()) break;
         const Utf8Step step = NextUtf8(text);
         const char c = text[0];
+        std::array<char, 6> escaped = {'\\', c, '0', '0', '0', '0'};
+        std::string_view written(escaped.data(), 2);
         if (!step.valid) {
-            lossy_ = true;
-            Raw(kReplacement);
+            written = kReplacement;
         } else if (step.size > 1) {
-            Raw(text.substr(0, step.size));
+            written = text.substr(0, step.size);
         } else if (c == '\n') {
-            Raw("\\n");
+            escaped[1] = 'n';
         } else if (c == '\t') {
-            Raw("\\t");
-        } else if (c == '"' || c == '\\') {
-            Raw({std::array{'\\', c}.data(), 2});
-        } else {
+            escaped[1] = 't';
+        } else if (c != '"' && c != '\\') {
             constexpr std::string_view kDigits = "0123456789abcdef";
-            Raw("\\u00").Raw(kDigits.substr(static_cast<size_t>(c) >> 4, 1));
-            Raw(kDigits.substr(static_cast<size_t>(c) & 15, 1));
+            escaped = {'\\',
+                       'u',
+                       '0',
+                       '0',
+                       kDigits[static_cast<size_t>(c) >> 4],
+                       kDigits[static_cast<size_t>(c) & 15]};
+            written = {escaped.data(), escaped.size()};
         }
+        if (written.size() > room) return false;
+        lossy_ = lossy_ || !step.valid;
+        Raw(written);
+        room -= written.size();
         text.remove_prefix(step.size);
     }
-    return Raw("\"");
-}
-
-// The bytes that sections which are still to be told may be made of: those that are being fed, and
-// what was kept of earlier ones.
-class Window {
-  public:
-    void Begin(std::string_view fed, uint64_t offset) {
-        fed_ = fed;
-        fed_begin_ = offset;
-    }
-    // Nothing before `needed` is asked for again.
-    void End(uint64_t needed) {
-        if (needed >= fed_begin_) {
-            kept_.clear();
-            kept_begin_ = needed;
-        }
-        Keep(fed_begin_ + fed_.size());
-        Begin({}, fed_begin_ + fed_.size());
-    }
-    // As much of the range as was kept.
-    std::string_view Text(TextRange range) {
-        if (range.begin >= fed_begin_) {
-            return fed_.substr(static_cast<size_t>(range.begin - fed_begin_),
-                               static_cast<size_t>(range.size()));
-        }
-        Keep(range.end);
-        if (range.begin >= kept_begin_ + kept_.size()) return {};
-        return std::string_view(kept_).substr(static_cast<size_t>(range.begin - kept_begin_),
-                                              static_cast<size_t>(range.size()));
-    }
-
-  private:
-    void Keep(uint64_t end) {
-        constexpr size_t kSmall = size_t{1} << 20;
-        const uint64_t from = kept_begin_ + kept_.size();
-        if (from < fed_begin_ || from >= end || kept_.size() == kLongestText + kRoom) return;
-        // At once, as growing by steps would need more than twice the room.
-        if (kept_.size() > kSmall) kept_.reserve(kLongestText + kRoom);
-        const size_t room = kLongestText + kRoom - kept_.size();
-        const std::string_view bytes = fed_.substr(static_cast<size_t>(from - fed_begin_),
-                                                   static_cast<size_t>(end - from));
-        kept_ += bytes.substr(0, room);
-    }
-
-    std::string kept_;
-    uint64_t kept_begin_ = 0;
-    std::string_view fed_;
-    uint64_t fed_begin_ = 0;
-};
-
-// The longest beginning of the text that is to be shown, which is not to break a character.
-std::string_view Cut(std::string_view text) {
-    size_t end = kLongestText;
-    if (text.size() <= end) return text;
-    while (end > kLongestText - 4 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
-    return text.substr(0, end);
+    return true;
 }
 
 class Records {
   public:
-    Records(const std::string& file, const Sink& sink) : json_(sink) {
+    Records(const std::string& file, const Rules& rules, const Sink& sink)
+        : json_(sink), watch_(rules, report_) {
         report_.file = file;
         report_.source = std::make_shared<Source>();
     }
@@ -193,57 +161,111 @@ class Records {
         json_.TakeLossy();
     }
     void Write(const Section& section);
+    bool WriteText(TextRange text);
     void Write(const Sensor& sensor);
-    void WriteReport();
+    void Write(const Finding& finding);
+    void WriteReport(const Verdict& verdict);
 
     JsonWriter json_;
     Report report_;
-    Window window_;
-    size_t index_ = 0;
+    Watch watch_;
 };
 
+// The text's characters, as far as there is room for them; false when there is not.
+bool Records::WriteText(TextRange text) {
+    size_t room = kLongestText;
+    std::string bytes;  // of the piece before, a character's beginning may be left
+    while (text.size() > 0) {
+        const TextRange piece{text.begin, std::min(text.end, text.begin + kPiece)};
+        text.begin = piece.end;
+        if (!report_.source->ReadAt(piece, bytes)) return false;
+        const size_t whole = text.size() > 0 ? WholeCharacters(bytes) : bytes.size();
+        if (!json_.Characters(std::string_view(bytes).substr(0, whole), room)) return false;
+        bytes.erase(0, whole);
+    }
+    return true;
+}
+
 void Records::Write(const Section& section) {
-    const std::string_view kept = window_.Text(section.text);
-    const std::string_view text = Cut(kept);
     Begin("section");
-    json_.Raw(",\"index\":").Integer(index_++).Raw(",\"title\":").String(section.title);
+    json_.Raw(",\"index\":").Integer(section.index).Raw(",\"title\":");
+    json_.String(section.title);
     json_.Raw(",\"kind\":").String(section.kind == Section::Kind::kCommand ? "command" : "file");
     json_.Raw(",\"detail\":").String(section.detail);
     json_.Raw(",\"seconds\":").Number(section.seconds);
     json_.Raw(",\"failure\":").StringOrNull(section.failure);
-    json_.Raw(",\"complete\":").Word(section.complete);
-    json_.Raw(",\"text\":").String(text).Raw(",\"lossy\":").Word(json_.TakeLossy());
-    json_.Raw(text.size() < section.text.size() ? ",\"cut\":true}\n" : "}\n");
+    json_.Raw(",\"complete\":").Word(section.complete).Raw(",\"text\":\"");
+    const bool whole = WriteText(section.text);
+    json_.Raw("\",\"lossy\":").Word(json_.TakeLossy());
+    if (!whole) json_.Raw(",\"cut\":true");
+    json_.Raw(",\"expected\":").StringOrNull(section.expected).Raw("}\n");
+    json_.TakeLossy();
+}
+
+// How many of the sensor's records there is room for on a line.
+size_t RecordsThatFit(const Sensor& sensor) {
+    constexpr size_t kLongestRecord =
+            128;  // a time of 20 digits, and three numbers of 24 characters
+    const size_t count = sensor.times.size();
+    if (count <= kLongestText / kLongestRecord) return count;
+    size_t size = 0;
+    const Sink sink = [&size](std::string_view bytes) {
+        size += bytes.size();
+        return true;
+    };
+    JsonWriter measure(sink);
+    for (size_t i = 0; i < count; ++i) {
+        measure.Integer(sensor.times[i]).Raw(",[],");
+        for (const std::vector<double>& column : sensor.values) measure.Number(column[i]).Raw(",");
+        measure.Flush();
+        if (size > kLongestText) return i;
+    }
+    return count;
 }
 
 void Records::Write(const Sensor& sensor) {
+    const size_t count = RecordsThatFit(sensor);
     Begin("sensor");
     json_.Raw(",\"sensor\":").Integer(sensor.number).Raw(",\"name\":").String(sensor.name);
     json_.Raw(",\"skipped\":").StringOrNull(sensor.skipped).Raw(",\"times\":[");
-    for (size_t i = 0; i < sensor.times.size(); ++i) {
-        json_.Raw(i == 0 ? "" : ",").Integer(sensor.times[i]);
-    }
+    for (size_t i = 0; i < count; ++i) json_.Raw(i == 0 ? "" : ",").Integer(sensor.times[i]);
     json_.Raw("],\"values\":[");
-    for (size_t i = 0; i < sensor.times.size(); ++i) {
+    for (size_t i = 0; i < count; ++i) {
         for (size_t c = 0; c < sensor.values.size(); ++c) {
             json_.Raw(c > 0 ? "," : i > 0 ? ",[" : "[").Number(sensor.values[c][i]);
         }
         json_.Raw("]");
     }
-    json_.Raw("]}\n");
+    json_.Raw(count < sensor.times.size() ? "],\"cut\":true}\n" : "]}\n");
 }
 
-void Records::WriteReport() {
+void Records::Write(const Finding& finding) {
+    Begin("finding");
+    json_.Raw(",\"check\":").String(finding.check);
+    json_.Raw(",\"severity\":").String(WordOf(finding.severity));
+    json_.Raw(",\"says\":").String(finding.says).Raw(",\"hint\":").StringOrNull(finding.hint);
+    json_.Raw(",\"section\":").StringOrNull(finding.section).Raw(",\"index\":");
+    finding.index ? json_.Integer(*finding.index) : json_.Raw("null");
+    json_.Raw(",\"line\":");
+    finding.line ? json_.Integer(*finding.line) : json_.Raw("null");
+    json_.Raw(",\"evidence\":").StringOrNull(finding.evidence).Raw("}\n");
+}
+
+void Records::WriteReport(const Verdict& verdict) {
     Begin("report");
-    json_.Raw(",\"verbose\":").Word(report_.verbose).Raw(",\"facts\":{");
+    json_.Raw(",\"verbose\":");
+    report_.verbose ? json_.Word(*report_.verbose) : json_.Raw("null");
+    json_.Raw(",\"facts\":{");
     for (const Fact& fact : report_.facts) {
         json_.Raw(&fact == &report_.facts.front() ? "" : ",").String(fact.row->key).Raw(":");
         fact.row->number ? json_.Raw(fact.value) : json_.String(fact.value);
     }
-    json_.Raw("},\"black_box\":").StringOrNull(report_.BlackBoxTrouble());
-    json_.Raw(",\"sections\":").Integer(report_.sections.size());
-    json_.Raw(",\"failed\":").Integer(report_.failed());
-    json_.Raw(",\"complete\":").Word(report_.complete()).Raw("}\n");
+    json_.Raw("},\"black_box\":").StringOrNull(verdict.black_box);
+    json_.Raw(",\"sections\":").Integer(report_.tally.sections);
+    json_.Raw(",\"failed\":").Integer(report_.tally.failed);
+    json_.Raw(",\"complete\":").Word(verdict.complete);
+    json_.Raw(",\"errors\":").Integer(verdict.Count(Severity::kError));
+    json_.Raw(",\"warnings\":").Integer(verdict.Count(Severity::kWarning)).Raw("}\n");
 }
 
 std::string Records::Write() {
@@ -251,42 +273,41 @@ std::string Records::Write() {
     if (std::string sentence = source.Open(report_.file, false); !sentence.empty()) {
         return sentence;
     }
-    ReportBuilder builder(report_);
+    ReportBuilder builder(report_, ReportBuilder::Keep::kWhatIsJudged);
     ReportParser::Listener listener = builder.Listener();
     listener.on_section = [this, &builder](Section&& section) {
+        section.index = report_.tally.sections;
+        watch_.Take(section);
         Write(section);
         builder.Add(std::move(section));
     };
     listener.on_black_box = [this, &builder](BlackBox&& black_box) {
-        for (Sensor& sensor : black_box.sensors) {
-            Write(sensor);
-            // Its records were only wanted here.
-            sensor.times = {};
-            sensor.values = {};
-        }
+        for (const Sensor& sensor : black_box.sensors) Write(sensor);
         builder.Add(std::move(black_box));
     };
-    listener.on_outside = {};
     ReportParser parser(std::move(listener));
     for (std::string_view bytes; !(bytes = source.Read()).empty();) {
-        window_.Begin(bytes, parser.size());
         parser.Feed(bytes);
-        window_.End(parser.NeededFrom());
         if (!json_.Flush()) return "";
+        if (!source.Keep(parser.NeededFrom())) break;
     }
     parser.Finish();
     builder.Finish(parser);
     std::string sentence = source.error();
-    if (sentence.empty()) sentence = builder.WhyNoReport(source.name());
-    if (sentence.empty()) WriteReport();
+    if (sentence.empty()) sentence = WhyNoReport(report_, source.name());
+    if (sentence.empty()) {
+        const Verdict verdict = Judge(report_, watch_);
+        for (const Finding& finding : verdict.findings) Write(finding);
+        WriteReport(verdict);
+    }
     json_.Flush();
     return sentence;
 }
 
 }  // namespace
 
-std::string WriteJson(const std::string& file, const Sink& sink) {
-    return Records(file, sink).Write();
+std::string WriteJson(const std::string& file, const Rules& rules, const Sink& sink) {
+    return Records(file, rules, sink).Write();
 }
 
 }  // namespace reader

@@ -9,15 +9,15 @@
 
 #include "comparison.h"
 #include "sensor_kinds.h"
-#include "sensor_statistics.h"
 #include "units.h"
 #include "utf8.h"
+#include "verdict.h"
 
 namespace reader {
 namespace {
 
 constexpr size_t kColumns = 80;
-constexpr size_t kSlowest = 5;
+constexpr size_t kSlowest = 3;
 
 enum class Style { kPlain, kBold, kRed, kYellow };
 
@@ -28,34 +28,25 @@ std::string Format(const char* format, Values... values) {
     return text.data();
 }
 
-// Where the text, which is too long for `width` columns, is broken: at a blank behind its first
-// word, if there is one.
-size_t BreakAt(std::string_view text, size_t width) {
-    const size_t word = text.find_first_not_of(' ');
-    size_t at = 0;
-    size_t blank = 0;
-    for (size_t columns = 0; columns < width; ++columns) {
-        if (text[at] == ' ' && at > word) blank = at;
-        at += NextUtf8(text.substr(at)).size;
-    }
-    return blank > 0 ? blank : at;
-}
-
 // Lines for a terminal: folded, with nothing in them that would steer it.
 class Screen {
   public:
     explicit Screen(bool colour) : colour_(colour) {}
 
-    // One line, or several where it is too long, the later ones indented by `indent`.
+    // One line, or several where it is too long, the later ones indented by `indent`. What fills a
+    // screen by itself is cut.
     void Line(std::string_view text, Style style = Style::kPlain, size_t indent = 4) {
-        std::string rest = Printable(text);
-        while (Columns(rest) > kColumns) {
-            const size_t at = BreakAt(rest, kColumns);
-            Put(rest.substr(0, at), style);
-            rest.erase(0, rest[at] == ' ' ? at + 1 : at);
-            rest.insert(0, indent, ' ');
+        const std::string printable = Printable(text.substr(0, kLongest));
+        std::string_view rest = printable;
+        std::string before;
+        while (Columns(rest) + before.size() > kColumns) {
+            const size_t at = BreakAt(rest, kColumns - before.size());
+            Put(before, rest.substr(0, at), style);
+            rest.remove_prefix(rest[at] == ' ' ? at + 1 : at);
+            before.assign(indent, ' ');
         }
-        Put(rest, style);
+        Put(before, rest, style);
+        if (text.size() > kLongest) Put(std::string(indent, ' '), "...", style);
     }
     void Gap() {
         if (!text_.empty()) text_ += '\n';
@@ -67,10 +58,26 @@ class Screen {
     std::string Take() { return std::move(text_); }
 
   private:
-    void Put(std::string_view line, Style style) {
+    static constexpr size_t kLongest = 1200;
+
+    // Where the text, which is too long for `width` columns, is broken: at a blank behind its first
+    // word, if there is one.
+    static size_t BreakAt(std::string_view text, size_t width) {
+        const size_t word = text.find_first_not_of(' ');
+        size_t at = 0;
+        size_t blank = 0;
+        for (size_t columns = 0; columns < width; ++columns) {
+            if (text[at] == ' ' && at > word) blank = at;
+            at += NextUtf8(text.substr(at)).size;
+        }
+        return blank > 0 ? blank : at;
+    }
+
+    void Put(std::string_view before, std::string_view line, Style style) {
         constexpr std::array<const char*, 4> kCodes = {"", "\x1b[1m", "\x1b[31m", "\x1b[33m"};
         const bool coloured = colour_ && style != Style::kPlain;
         if (coloured) text_ += kCodes[static_cast<size_t>(style)];
+        text_ += before;
         text_ += line;
         if (coloured) text_ += "\x1b[0m";
         text_ += '\n';
@@ -100,56 +107,85 @@ std::string Values(const Report& report,
     return values;
 }
 
-std::string Duration(const std::string& value) {
-    const double seconds = std::strtod(value.c_str(), nullptr);
-    if (!(seconds >= 60 && seconds < 1e12)) return value;
-    const auto whole = static_cast<long long>(seconds);
-    if (whole < 3600) return Format("%lld min %lld s", whole / 60, whole % 60);
-    if (whole < 86400) return Format("%lld h %lld min", whole / 3600, whole / 60 % 60);
-    return Format("%lld d %lld h", whole / 86400, whole / 3600 % 24);
+std::string DurationOf(const std::string& value) {
+    return Duration(std::strtod(value.c_str(), nullptr));
 }
 
-bool Good(const Report& report) {
-    return report.failed() == 0 && report.complete() && report.BlackBoxTrouble().empty();
+Style StyleOf(Severity severity) {
+    return severity == Severity::kError     ? Style::kRed
+           : severity == Severity::kWarning ? Style::kYellow
+                                            : Style::kPlain;
+}
+
+Style StyleOf(const Verdict& verdict) {
+    return verdict.Count(Severity::kError) > 0     ? Style::kRed
+           : verdict.Count(Severity::kWarning) > 0 ? Style::kYellow
+                                                   : Style::kBold;
+}
+
+// What a terminal's reader has no use for more of.
+constexpr size_t kMostFindings = 100;
+
+void ShowFindings(Screen& screen, const Report& report, const Verdict& verdict) {
+    if (verdict.good()) screen.Line("Nothing is wrong", Style::kBold);
+    Severity severity = Severity::kNone;
+    size_t told = 0;
+    for (const Finding& finding : verdict.findings) {
+        if (told++ == kMostFindings) {
+            screen.Line("  and " + Grouped(verdict.findings.size() - kMostFindings) + " more");
+            break;
+        }
+        const Style style = StyleOf(finding.severity);
+        if (severity != finding.severity) {
+            severity = finding.severity;
+            screen.Line(verdict.CountOf(severity), style);
+        }
+        screen.Line("  " + finding.says, style);
+        if (!finding.section.empty() && !finding.says.starts_with(finding.section)) {
+            std::string place = "      " + finding.section;
+            if (finding.line) place += ", line " + std::to_string(*finding.line);
+            if (!finding.evidence.empty()) place += ": " + finding.evidence;
+            screen.Line(place, Style::kPlain, 8);
+        }
+    }
+    const auto expected = static_cast<size_t>(std::ranges::count_if(
+            report.sections, [](const Section& section) { return !section.expected.empty(); }));
+    if (expected > 0) {
+        screen.Line("  " + Grouped(expected) + (expected == 1 ? " section" : " sections") +
+                    " failed as those of healthy devices do");
+    }
+    if (const std::string host = HostSentence(report.tally); !host.empty()) screen.Line(host);
 }
 
 void ShowDevice(Screen& screen, const Report& report) {
     const std::string device =
             Values(report, {{"", "device"}, {"serial ", "serial"}, {"", "build.type"}});
-    screen.Line(device.empty() ? "A device that the report doesn't name" : device, Style::kBold);
+    screen.Heading(device.empty() ? "A device that the report doesn't name" : device);
     if (const std::string build = Value(report, "build"); !build.empty()) screen.Line(build);
-    const std::string reported = Values(report, {{"reported ", "report.time"}});
-    const std::string uptime = Value(report, "uptime");
+    std::string reported = Value(report, "report.time");
     if (!reported.empty()) {
-        screen.Line(reported + (uptime.empty() ? "" : ", up " + Duration(uptime)));
+        const std::string zone = Value(report, "time.zone");
+        const std::string uptime = Value(report, "uptime");
+        reported = "reported " + reported + " " + (zone.empty() ? "(zone not known)" : zone);
+        screen.Line(reported + (uptime.empty() ? "" : ", up " + DurationOf(uptime)));
     }
     const std::string boot =
             Values(report, {{"booted ", "boot.time"}, {"boot reason ", "boot.reason"}});
     if (!boot.empty()) screen.Line(boot);
 }
 
-void ShowFailures(Screen& screen, const Report& report) {
-    const size_t unfinished =
-            static_cast<size_t>(std::ranges::count(report.sections, false, &Section::complete));
-    std::string heading =
-            Format("%zu sections, %zu failed", report.sections.size(), report.failed());
-    if (unfinished > 0) heading += Format(", %zu not finished", unfinished);
-    screen.Heading(heading, report.failed() + unfinished > 0 ? Style::kRed : Style::kBold);
-    for (const Section& section : report.sections) {
-        const std::string_view trouble = section.Trouble();
-        if (trouble.empty()) continue;
-        screen.Line("  " + section.title + ": " + std::string(trouble), Style::kRed);
-    }
-    if (report.cut) screen.Line("  The report was cut within a line", Style::kRed);
-    HostCheck host;
-    for (const Section& section : report.sections) host.Add(section);
-    if (const std::string sentence = host.Sentence(); !sentence.empty()) screen.Line(sentence);
+// "55 sections, 2 failed"
+std::string CountsOf(const Tally& tally) {
+    std::string counts = Format("%zu sections, %zu failed", tally.sections, tally.failed);
+    if (tally.unfinished > 0) counts += Format(", %zu not finished", tally.unfinished);
+    return counts;
 }
 
-std::string SensorLine(const Sensor& sensor, const SensorStatistics& statistics) {
+std::string SensorLine(const Sensor& sensor) {
     std::string line = "  " + sensor.name;
     line.append(Columns(sensor.name) < 18 ? 18 - Columns(sensor.name) : 1, ' ');
     if (!sensor.skipped.empty()) return line;
+    const SensorStatistics& statistics = sensor.statistics;
     const SensorKind::Shape shape = KindOf(sensor).shape;
     if (shape == SensorKind::Shape::kWear) {
         return line + Format("%8zu periods of wear", statistics.records);
@@ -162,27 +198,51 @@ std::string SensorLine(const Sensor& sensor, const SensorStatistics& statistics)
     return line;
 }
 
-void ShowSensors(Screen& screen, const Report& report) {
-    const BlackBox* const black_box = report.black_box ? &*report.black_box : nullptr;
-    screen.Heading("Black box: " + DescribeBlackBox(black_box),
-                   report.BlackBoxTrouble().empty() ? Style::kBold : Style::kRed);
-    if (!report.black_box) return;
-    std::vector<const Sensor*> sensors;
-    for (const Sensor& sensor : report.black_box->sensors) sensors.push_back(&sensor);
-    std::ranges::stable_sort(sensors, {}, &Sensor::number);
+// As many as a hub has; the findings name those of more that something is wrong with.
+constexpr size_t kMostSensors = 50;
+
+// "Accelerometer 25.00 Hz, TiltToWake 8 records"
+std::string FineSensors(const std::vector<const Sensor*>& sensors) {
+    std::string line;
     for (const Sensor* const sensor : sensors) {
-        const SensorStatistics statistics = Measure(*report.black_box, *sensor);
-        const std::string trouble = SensorTrouble(*sensor, statistics, report.BootSeconds());
-        const std::string line = SensorLine(*sensor, statistics);
-        if (trouble.empty()) {
-            screen.Line(line);
-        } else if (Columns(line) + 2 + Columns(trouble) <= kColumns) {
-            screen.Line(line + "  " + trouble, Style::kYellow);
-        } else {
-            screen.Line(line, Style::kYellow);
-            screen.Line("      " + trouble, Style::kYellow, 6);
+        const SensorStatistics& its = sensor->statistics;
+        line += (line.empty() ? "" : ", ") + sensor->name;
+        line += KindOf(*sensor).steady() && its.rate > 0 ? Format(" %.2f Hz", its.rate)
+                                                         : Format(" %zu", its.records);
+    }
+    return line;
+}
+
+// Of those that are fine one line, of the others one each.
+void ShowSensors(Screen& screen, const Report& report, const Verdict& verdict) {
+    screen.Heading("Black box: " + DescribeBlackBoxes(report, verdict),
+                   verdict.black_box.empty() ? Style::kBold : Style::kRed);
+    std::vector<const Sensor*> fine;
+    size_t told = 0;
+    for (size_t box = 0; box < report.black_boxes.size(); ++box) {
+        const std::vector<Sensor>& sensors = report.black_boxes[box].sensors;
+        for (size_t i = 0; i < sensors.size(); ++i) {
+            if (told == kMostSensors) continue;
+            ++told;
+            const std::string words = verdict.WordsOf({box, i});
+            if (words.empty()) {
+                fine.push_back(&sensors[i]);
+                continue;
+            }
+            const std::string line = SensorLine(sensors[i]);
+            if (Columns(line) + 2 + Columns(words) <= kColumns) {
+                screen.Line(line + "  " + words, Style::kYellow);
+            } else {
+                screen.Line(line, Style::kYellow);
+                screen.Line("      " + words, Style::kYellow, 6);
+            }
         }
     }
+    std::ranges::stable_sort(fine, {}, &Sensor::number);
+    if (!fine.empty()) screen.Line("  Fine: " + FineSensors(fine), Style::kPlain, 8);
+    size_t count = 0;
+    for (const BlackBox& black_box : report.black_boxes) count += black_box.sensors.size();
+    if (count > told) screen.Line("  and " + Grouped(count - told) + " more");
 }
 
 void ShowState(Screen& screen, const Report& report) {
@@ -202,7 +262,7 @@ void ShowState(Screen& screen, const Report& report) {
             {"Battery   ", battery},
             {"Charging  ", charging},
             {"Modem     ", modem},
-            {"Worn      ", worn.empty() ? "" : Duration(worn)}};
+            {"Worn      ", worn.empty() ? "" : DurationOf(worn)}};
     bool any = false;
     for (const auto& [word, text] : lines) {
         if (text.empty()) continue;
@@ -220,20 +280,23 @@ void ShowSlowest(Screen& screen, const Report& report) {
     if (count == 0) return;
     std::ranges::partial_sort(sections, sections.begin() + static_cast<std::ptrdiff_t>(count),
                               std::ranges::greater{}, &Section::seconds);
-    screen.Heading("Slowest");
+    std::string line;
     for (size_t i = 0; i < count; ++i) {
-        screen.Line(Format("%9.3f s  ", sections[i]->seconds) + sections[i]->title);
+        line += Format("%s%.3f s ", i == 0 ? "" : ", ", sections[i]->seconds) + sections[i]->title;
     }
+    screen.Line("Slowest   " + line, Style::kPlain, 10);
 }
 
-void ShowCompleteness(Screen& screen, const Report& report) {
-    std::string line = report.complete()         ? "Complete: "
-                       : report.sections.empty() ? "No sections: "
-                                                 : "NOT complete: ";
+void ShowCompleteness(Screen& screen, const Report& report, const Verdict& verdict) {
+    std::string line = verdict.complete             ? "Complete: "
+                       : report.tally.sections == 0 ? "No sections: "
+                                                    : "NOT complete: ";
     line += HumanSize(report.size);
-    if (!report.sections.empty()) line += ", ends with " + report.sections.back().title;
-    line += report.verbose ? "; verbose" : "; not verbose";
-    screen.Heading(line, report.complete() ? Style::kPlain : Style::kRed);
+    if (report.tally.sections > 0) line += ", ends with " + report.tally.last;
+    line += !report.verbose   ? "; not known whether verbose"
+            : *report.verbose ? "; verbose"
+                              : "; not verbose";
+    screen.Heading(line, verdict.complete ? Style::kPlain : Style::kRed);
 }
 
 // "[1]", as the reports are called in a comparison; the first is 0.
@@ -270,53 +333,38 @@ bool ShowSections(Screen& screen, const Comparison& comparison, const char* head
     return any;
 }
 
-bool ShowSensorDifferences(Screen& screen, std::span<const Report> reports,
-                           const Comparison& comparison) {
-    bool any = false;
-    if (comparison.black_box_differs) {
-        any = true;
-        screen.Heading("Black box");
-        std::vector<std::string> sides;
-        for (const Report& report : reports) {
-            const std::string trouble = report.BlackBoxTrouble();
-            sides.push_back(trouble.empty() ? "good" : trouble);
+// What is wrong in which of them; true when that differs.
+bool ShowFindings(Screen& screen, const Comparison& comparison) {
+    if (comparison.findings.empty()) screen.Heading("Nothing is wrong in any of them");
+    bool differs = false;
+    size_t told = 0;
+    for (const Comparison::FindingLine& line : comparison.findings) {
+        differs = differs || line.differs;
+        if (told++ == kMostFindings) {
+            screen.Line("  and " + Grouped(comparison.findings.size() - kMostFindings) + " more");
         }
-        ShowSides(screen, "what is wrong", sides, Style::kRed);
-    }
-    bool headed = false;
-    for (const Comparison::SensorLine& line : comparison.sensors) {
-        if (std::ranges::find(line.stopped, true) == line.stopped.end()) continue;
-        if (!std::exchange(headed, true)) screen.Heading("Sensors that stopped");
+        if (told > kMostFindings) continue;
+        if (told == 1) screen.Heading("What is wrong in which");
         std::vector<std::string> sides;
-        for (size_t i = 0; i < line.sensors.size(); ++i) {
-            const Sensor* const sensor = line.sensors[i];
-            if (sensor == nullptr) {
-                sides.emplace_back("not there");
-                continue;
-            }
-            const std::string trouble = SensorTrouble(
-                    *sensor, Measure(*reports[i].black_box, *sensor), reports[i].BootSeconds());
-            sides.push_back(!trouble.empty()        ? trouble
-                            : sensor->times.empty() ? "no records"
-                                                    : "good");
+        Severity severity = Severity::kNone;
+        for (size_t i = 0; i < line.findings.size(); ++i) {
+            const Finding* const finding = line.findings[i];
+            sides.push_back(finding == nullptr ? line.otherwise[i] : finding->what);
+            if (finding != nullptr) severity = std::max(severity, finding->severity);
         }
-        ShowSides(screen, line.name, sides, Style::kYellow);
+        ShowSides(screen, line.subject, sides, StyleOf(severity));
     }
-    return any || headed;
+    return differs;
 }
 
 bool ShowDifferences(Screen& screen, std::span<const Report> reports,
                      const Comparison& comparison) {
     using Line = Comparison::SectionLine;
-    const auto verdict = [](const Section& section) {
-        const std::string_view trouble = section.Trouble();
-        return std::string(trouble.empty() ? "good" : trouble);
-    };
-    bool any = ShowSections(screen, comparison, "Sections that fail in only some",
-                            &Line::trouble_differs, Style::kRed, verdict);
-    any |= ShowSections(screen, comparison, "Sections that only some have", &Line::missing_in_some,
-                        Style::kYellow, verdict);
-    any |= ShowSensorDifferences(screen, reports, comparison);
+    bool any = ShowSections(
+            screen, comparison, "Sections that only some have", &Line::missing_in_some,
+            Style::kYellow, [](const Section& section) {
+                return std::string(section.Trouble().empty() ? "good" : section.Trouble());
+            });
     bool headed = false;
     for (const Comparison::FactLine& line : comparison.facts) {
         if (!line.differs) continue;
@@ -335,77 +383,43 @@ bool ShowDifferences(Screen& screen, std::span<const Report> reports,
     return any;
 }
 
-bool ShowComparison(Screen& screen, std::span<const Report> reports) {
+bool ShowComparison(Screen& screen, std::span<const Report> reports,
+                    std::span<const Verdict> verdicts) {
+    const Comparison comparison = Compare(reports, verdicts, false);
     for (size_t i = 0; i < reports.size(); ++i) {
         const Report& report = reports[i];
-        std::string line = Mark(i) + report.file + ": " +
-                           Values(report, {{"", "device"},
-                                           {"serial ", "serial"},
-                                           {"reported ", "report.time"},
-                                           {"sections ", "sections"},
-                                           {"failed ", "failed"}});
-        if (!report.complete()) line += ", not complete";
-        screen.Line(line, Good(report) ? Style::kPlain : Style::kRed);
+        std::string line =
+                Mark(i) + report.file + ": " + verdicts[i].Counts() + "; " + CountsOf(report.tally);
+        if (!verdicts[i].complete) line += ", NOT complete";
+        const std::string about = Values(
+                report, {{"", "device"}, {"serial ", "serial"}, {"reported ", "report.time"}});
+        screen.Line(line + (about.empty() ? "" : "; " + about), StyleOf(verdicts[i]));
     }
-    const Comparison comparison = Compare(reports, false);
-    const bool differs = ShowDifferences(screen, reports, comparison);
+    const bool other_findings = ShowFindings(screen, comparison);
+    const bool differs = ShowDifferences(screen, reports, comparison) || other_findings;
     if (!differs) screen.Heading("Nothing differs");
-    bool headed = false;
-    for (const Comparison::SectionLine& line : comparison.sections) {
-        if (line.trouble_differs || line.missing_in_some) continue;
-        const std::string trouble(line.sections[0]->Trouble());
-        if (trouble.empty()) continue;
-        if (!std::exchange(headed, true)) screen.Heading("Sections that fail in all");
-        screen.Line("  " + line.title + ": " + trouble);
-    }
     return !differs;
 }
 
 }  // namespace
 
-Summary Summarize(std::span<const Report> reports, bool colour) {
+Summary Summarize(std::span<const Report> reports, std::span<const Verdict> verdicts, bool colour) {
     Screen screen(colour);
-    bool good = std::ranges::all_of(reports, Good);
+    bool good = std::ranges::all_of(verdicts, &Verdict::good);
     if (reports.size() > 1) {
-        good = ShowComparison(screen, reports) && good;
+        good = ShowComparison(screen, reports, verdicts) && good;
         return {screen.Take(), good};
     }
     const Report& report = reports.front();
+    const Verdict& verdict = verdicts.front();
+    ShowFindings(screen, report, verdict);
     ShowDevice(screen, report);
-    ShowFailures(screen, report);
-    ShowSensors(screen, report);
+    screen.Heading(CountsOf(report.tally));
+    ShowSensors(screen, report, verdict);
     ShowState(screen, report);
     ShowSlowest(screen, report);
-    ShowCompleteness(screen, report);
+    ShowCompleteness(screen, report, verdict);
     return {screen.Take(), good};
-}
-
-std::string DescribeBlackBox(const BlackBox* black_box) {
-    if (black_box == nullptr) return "not in the report";
-    const std::string trouble = black_box->Trouble();
-    if (trouble == BlackBox::kNoData) {
-        return "no data came; the device's system log says why (tag tev-dumpstate)";
-    }
-    if (black_box->sensors.empty()) return trouble;
-    const std::string counts =
-            Format("%zu sensors, %zu records", black_box->sensors.size(), black_box->records());
-    return trouble.empty() ? counts : counts + "; " + trouble;
-}
-
-void HostCheck::Add(const Section& section) {
-    if (section.kind != Section::Kind::kCommand) return;
-    ++commands_;
-    const std::string_view failure = section.failure;
-    if (failure.starts_with("cannot run /vendor/bin/") &&
-        failure.ends_with(": No such file or directory")) {
-        ++without_program_;
-    }
-}
-
-std::string HostCheck::Sentence() const {
-    constexpr size_t kFew = 5;  // that a device may lack
-    if (without_program_ <= kFew || without_program_ * 2 <= commands_) return "";
-    return "A host without /vendor/bin: no more shows than its own /proc and /sys.";
 }
 
 }  // namespace reader

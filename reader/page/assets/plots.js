@@ -43,15 +43,17 @@ window.boardreport = {ready: false, plots: []};
 
     const two = number => String(number).padStart(2, '0');
     function label(x, precision) {  // precision: what a step is worth, in ms
-        if (boot === null) return `${(x / 1000).toFixed(precision < 1 ? 6 : precision < 1000 ? 3 : 0)} s`;
+        // When the device booted is known to a second or so: what is finer counts from there.
+        if (boot === null || precision < 1000) {
+            const seconds = (x - (boot ?? 0)) / 1000;
+            return `${seconds.toFixed(precision < 1 ? 6 : precision < 1000 ? 3 : 0)} s`;
+        }
         const time = new Date(x);
         if (Number.isNaN(time.getTime())) return '';
         const clock = `${two(time.getUTCHours())}:${two(time.getUTCMinutes())}`;
         if (precision >= 86400e3) return time.toISOString().slice(0, 10);
         if (precision >= 60e3) return clock;
-        const seconds = `${clock}:${two(time.getUTCSeconds())}`;
-        if (precision >= 1000) return seconds;
-        return `${seconds}.${String(time.getUTCMilliseconds()).padStart(3, '0')}`;
+        return `${clock}:${two(time.getUTCSeconds())}`;
     }
 
     // --- what is seen --------------------------------------------------------------------------
@@ -73,6 +75,8 @@ window.boardreport = {ready: false, plots: []};
     // Wear goes back for hours, where what is measured all the time covers minutes.
     const home = lines.length > 0 ? extent(lines) : everything;
     let view = home;
+    let showing = false;  // what is drawn follows the view, and not the other way round
+    let cursor = null;
 
     // --- colours -------------------------------------------------------------------------------
 
@@ -91,6 +95,7 @@ window.boardreport = {ready: false, plots: []};
 
     // A plot's lines are the columns of its sets: of one report, or one column of several.
     const plots = [];
+    const plotOf = new Map();  // by element
     const wear = figures.filter(({shape}) => shape === 'wear').flatMap(({sets}) => sets);
     const events = figures.filter(({shape}) => shape === 'event').flatMap(({sets}) => sets);
     const axes = ['x', 'y', 'z'];
@@ -108,7 +113,13 @@ window.boardreport = {ready: false, plots: []};
             colours: set.columns.map((_, i) => i),
         }));
     }
-    const reportName = report => String.fromCharCode(65 + report % 26);
+    function reportName(report) {  // after Z comes AA
+        let name = '';
+        for (let rest = report + 1; rest > 0; rest = Math.floor((rest - 1) / 26)) {
+            name = String.fromCharCode(65 + (rest - 1) % 26) + name;
+        }
+        return name;
+    }
 
     function rowsOf(plot) {
         const [from, to] = view;
@@ -144,13 +155,25 @@ window.boardreport = {ready: false, plots: []};
     const secondsTicker = (from, to, pixels, options, graph) => Dygraph.numericTicks(from, to, pixels,
         name => name === 'pixelsPerLabel' && stepFor(view) >= 1000 ? 50 : options(name), graph);
 
-    // A plot has its height from the first: what is drawn into it is not to be cut off later.
+    // A plot has its height from the first, and is drawn when it comes into sight.
     function add(figure, lines, height = '') {
         const element = document.createElement('div');
         element.className = `plot ${figure.shape} ${height}`;
         figure.element.querySelector('.plots').append(element);
         const lane = figure.shape === 'event' || figure.shape === 'wear';
-        const plot = {figure, element, lines, lane};
+        plots.push({figure, element, lines, lane, graph: null, seen: false, stale: true});
+    }
+    function draw(plot) {
+        if (!plot.stale) return;
+        plot.stale = false;
+        if (plot.graph) {
+            plot.graph.updateOptions({file: rowsOf(plot), dateWindow: view, ...appearance(plot)});
+        } else {
+            begin(plot);
+        }
+    }
+    function begin(plot) {
+        const {figure, element, lines, lane} = plot;
         plot.graph = new Dygraph(element, rowsOf(plot), {
             ...appearance(plot),
             labels: ['time', ...lines.flatMap(({names}) => names)],
@@ -183,8 +206,33 @@ window.boardreport = {ready: false, plots: []};
             underlayCallback: (canvas, where, graph) => drawBands(canvas, where, graph, plot),
             drawCallback: graph => follow(graph),
         });
-        plots.push(plot);
     }
+    // What is out of sight waits until it is looked at, or asked for.
+    function redraw() {
+        showing = true;
+        for (const plot of plots) {
+            plot.stale = true;
+            if (plot.seen) draw(plot);
+        }
+        showing = false;
+    }
+    function settle() {
+        showing = true;
+        plots.forEach(draw);
+        showing = false;
+    }
+    const sight = new IntersectionObserver(entries => {
+        showing = true;
+        for (const {target, isIntersecting} of entries) {
+            const plot = plotOf.get(target);
+            plot.seen = isIntersecting;
+            if (isIntersecting) {
+                draw(plot);
+                tell(plot.figure, cursor);
+            }
+        }
+        showing = false;
+    }, {rootMargin: '30%'});
     // Reports that say the same still show all: what is drawn first is the widest.
     const widths = lines => Object.fromEntries(lines.flatMap(({names}, i) =>
         names.map(name => [name, {strokeWidth: 1 + 0.9 * (lines.length - 1 - i)}])));
@@ -230,18 +278,13 @@ window.boardreport = {ready: false, plots: []};
 
     // --- zoom and pan --------------------------------------------------------------------------
 
-    let showing = false;
-    function show(from, to, more = {}) {
+    function show(from, to) {
         if (!(to - from >= kLeastSpan)) {
             const middle = (from + to) / 2;
             [from, to] = [middle - kLeastSpan / 2, middle + kLeastSpan / 2];
         }
         view = [from, to];
-        showing = true;
-        for (const plot of plots) {
-            plot.graph.updateOptions({file: rowsOf(plot), dateWindow: view, ...more});
-        }
-        showing = false;
+        redraw();
         area.dataset.from = from;
         area.dataset.to = to;
         hideCursor();
@@ -250,7 +293,7 @@ window.boardreport = {ready: false, plots: []};
     // What was done to one plot with the mouse or a finger is done to all, once a frame.
     let waiting = null;
     function follow(graph) {
-        if (showing || plots.length === 0 || !window.boardreport.ready) return;
+        if (showing || !window.boardreport.ready) return;
         const range = graph.xAxisRange();
         if (range[0] === view[0] && range[1] === view[1]) return;
         if (waiting === null) {
@@ -264,10 +307,11 @@ window.boardreport = {ready: false, plots: []};
     }
 
     function reset() {
-        show(...home);
-        for (const plot of plots) {  // and upright again
-            if (!plot.lane) plot.graph.updateOptions({axes: {y: {valueRange: null}}});
+        // Upright again, too: only what was moved up or down has a range of its own.
+        for (const {lane, graph} of plots) {
+            if (!lane && graph?.axes_[0].valueRange) graph.axes_[0].valueRange = null;
         }
+        show(...home);
     }
     function move(by, zoom) {
         const [from, to] = view, span = to - from, middle = (from + to) / 2 + by * span;
@@ -295,10 +339,11 @@ window.boardreport = {ready: false, plots: []};
 
     // --- what is under the cursor --------------------------------------------------------------
 
-    let cursor = null;
+    const seen = figure => plots.some(plot => plot.figure === figure && plot.seen);
     function pointAt(x) {
         cursor = x;
         for (const plot of plots) {
+            if (!plot.graph) continue;
             if (!plot.line) {
                 plot.line = document.createElement('div');
                 plot.line.className = 'cursor';
@@ -308,23 +353,51 @@ window.boardreport = {ready: false, plots: []};
             plot.line.hidden = at < kAxisWidth;
             plot.line.style.transform = `translateX(${at}px)`;
         }
-        for (const figure of figures) tell(figure, x);
+        for (const figure of figures.filter(seen)) tell(figure, x);
     }
     function hideCursor() {
         cursor = null;
         for (const plot of plots) if (plot.line) plot.line.hidden = true;
-        for (const figure of figures) tell(figure, null);
+        for (const figure of figures.filter(seen)) tell(figure, null);
     }
     // The keys go through the records of the first plot.
     function step(by) {
-        const set = (lines[0] ?? figures[0]).sets[0];
+        const set = (lines[0] ?? figures[0])?.sets[0];
+        if (!set) return;
         const x = cursor ?? (view[0] + view[1]) / 2;
         const i = Math.max(0, Math.min(set.times.length - 1, nearest(set.times, timeOf(set, x)) + by));
         pointAt(xOf(set, i));
     }
 
-    const inView = set => set.times.some((_, i) => xOf(set, i) <= view[1] && xOf(set, i) >= view[0]);
-    const wornInView = set => set.times.some((_, i) => xOf(set, i) <= view[1] && endOf(set, i) >= view[0]);
+    // The record that is under the cursor: a few pixels away, or half a step; of wear the period around
+    // it. Nothing where there is none.
+    function recordAt(figure, set, x) {
+        if (figure.shape === 'wear') {
+            for (let i = 0; i < set.times.length; ++i) {
+                if (xOf(set, i) <= x && x <= endOf(set, i)) return i;
+            }
+            return null;
+        }
+        const i = nearest(set.times, timeOf(set, x));
+        const near = 8 * (view[1] - view[0]) / Math.max(100, area.clientWidth - kAxisWidth);
+        const half = Number.isFinite(set.gap) ? set.gap / 20e6 : 0;
+        return Math.abs(xOf(set, i) - x) <= Math.max(near, half) ? i : null;
+    }
+
+    // On which side of what is shown the figure's records lie; nothing when some are shown.
+    function elsewhere(figure) {
+        let before = false, after = false;
+        for (const set of figure.sets) {
+            for (let i = 0; i < set.times.length; ++i) {
+                const end = figure.shape === 'wear' ? endOf(set, i) : xOf(set, i);
+                if (end < view[0]) before = true;
+                else if (xOf(set, i) > view[1]) after = true;
+                else return '';
+            }
+        }
+        if (before && after) return 'its records are before and after what is shown';
+        return before ? '← its records are before what is shown' : '→ its records are after what is shown';
+    }
 
     // Without a cursor it is the legend.
     function tell(figure, x) {
@@ -335,21 +408,27 @@ window.boardreport = {ready: false, plots: []};
             span.className = className;
             parts.push(span);
         };
-        const within = figure.shape === 'wear' ? wornInView : inView;
-        if (x === null && !figure.sets.some(within)) part('all of it outside of what is shown', 'raw');
+        if (x === null) {
+            const where = elsewhere(figure);
+            if (where) part(where, 'raw');
+        }
         for (const set of figure.sets) {
-            const i = x === null ? 0 : nearest(set.times, timeOf(set, x));
+            const i = x === null ? null : recordAt(figure, set, x);
             if (compared) part(reportName(set.report), `key line-${set.report % 5 + 1}`);
-            if (x !== null) {
-                part(label(xOf(set, i), 1), 'clock');
+            if (x !== null && i === null) {
+                part('no record here', 'raw');
+                continue;
+            }
+            if (i !== null) {
+                part(label(xOf(set, i), boot === null ? 1 : 1000), 'clock');
                 part(`${set.first + BigInt(Math.round(set.times[i]))} ns`, 'raw');
             }
             if (compared && x === null) continue;
             const keyed = set.columns.length === 3;
             set.columns.forEach((column, c) => {
-                const value = x === null ? '' : ` ${column[i].toFixed(figure.shape === 'wear' ? 1 : 6)}`;
+                const value = i === null ? '' : ` ${column[i].toFixed(figure.shape === 'wear' ? 1 : 6)}`;
                 if (keyed) part(axes[c] + value, compared ? 'value' : `key line-${c + 1}`);
-                else if (x === null || figure.shape === 'event') return;
+                else if (i === null || figure.shape === 'event') return;
                 else part(figure.shape === 'wear' ? `worn${value} s` : value, 'value');
             });
         }
@@ -357,8 +436,8 @@ window.boardreport = {ready: false, plots: []};
     }
     area.addEventListener('pointermove', event => {
         const element = event.target.closest('.plot');
-        const plot = plots.find(one => one.element === element);
-        if (!plot || event.buttons !== 0) return;
+        const plot = plotOf.get(element);
+        if (!plot?.graph || event.buttons !== 0) return;
         const at = event.clientX - element.getBoundingClientRect().left;
         pointAt(plot.graph.toDataXCoord(at));
     });
@@ -382,16 +461,30 @@ window.boardreport = {ready: false, plots: []};
         } else {
             add(figure, linesOf(figure.sets, compared ? 0 : null));
         }
-        tell(figure, null);
     }
+    for (const plot of plots) plotOf.set(plot.element, plot);
+    // The first view is there at once.
+    for (const plot of plots) {
+        const {top, bottom} = plot.element.getBoundingClientRect();
+        plot.seen = bottom > 0 && top < innerHeight;
+    }
+    redraw();
+    for (const figure of figures) tell(figure, null);
+    for (const plot of plots) sight.observe(plot.element);
+    addEventListener('beforeprint', settle);
     for (const query of ['(prefers-color-scheme: dark)', 'print']) {
         matchMedia(query).addEventListener('change', () => {
             readColours();
-            for (const plot of plots) plot.graph.updateOptions(appearance(plot));
+            redraw();
         });
     }
     area.dataset.from = view[0];
     area.dataset.to = view[1];
-    window.boardreport.plots = plots.map(({graph}) => graph);
+    Object.defineProperty(window.boardreport, 'plots', {
+        get() {
+            settle();
+            return plots.map(({graph}) => graph);
+        },
+    });
 })();
 window.boardreport.ready = true;

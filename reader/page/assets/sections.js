@@ -2,7 +2,7 @@
 'use strict';
 (() => {
     // The last may be what is outside of the sections, which has no title.
-    const sections = [...document.querySelectorAll('#sections > details')];
+    const sections = [...document.querySelectorAll('#sections :is([data-section], .outside)')];
     const titled = sections.filter(section => 'section' in section.dataset);
     const search = document.querySelector('input[type=search]');
     const found = document.querySelector('#found');
@@ -12,12 +12,19 @@
 
     // A link to a section opens it, wherever the link came from.
     function openTarget() {
-        const target = document.getElementById(decodeURIComponent(location.hash.slice(1)));
-        if (!target || target.tagName !== 'DETAILS') return;
+        let id;
+        try {
+            id = decodeURIComponent(location.hash.slice(1));
+        } catch {
+            return;  // not one of this page's
+        }
+        const place = document.getElementById(id);
+        const target = place?.closest('details, [data-section]');
+        if (!target) return;
         if (target.hidden) clearSearch();
         target.open = true;
-        target.scrollIntoView({block: 'start'});
-        target.querySelector('summary').focus({preventScroll: true});
+        place.scrollIntoView({block: place === target ? 'start' : 'center'});
+        target.querySelector('summary')?.focus({preventScroll: true});
     }
     addEventListener('hashchange', openTarget);
     document.addEventListener('click', event => {
@@ -63,7 +70,7 @@
         if (!window.CSS || !CSS.highlights) return;
         const ranges = [];
         if (last !== '') {
-            for (const section of sections.filter(one => one.open && !one.hidden)) {
+            for (const section of sections.filter(one => one.open !== false && !one.hidden)) {
                 const walker = document.createTreeWalker(section, NodeFilter.SHOW_TEXT);
                 while (walker.nextNode() && ranges.length < kMostMarks) {
                     const text = walker.currentNode.data.toLowerCase();
@@ -89,7 +96,8 @@
             if (event.key === 'Enter' && search.value !== '' && first) {
                 event.preventDefault();  // or it would close again what has the focus by then
                 first.open = true;
-                first.querySelector('summary').focus();
+                first.querySelector('summary')?.focus();
+                first.scrollIntoView({block: 'nearest'});
             } else if (event.key === 'Escape') {
                 clearSearch();
             }
@@ -100,9 +108,7 @@
             event.preventDefault();
             search.focus();
         });
-        for (const section of sections) {
-            section.addEventListener('toggle', () => last !== '' && mark());
-        }
+        document.querySelector('#sections').addEventListener('toggle', () => last !== '' && mark(), true);
     }
 
     if (differing) {
@@ -136,6 +142,19 @@
             return document.execCommand('copy');
         }
     }
+    // The button comes when the section is opened.
+    function offerCopy(section) {
+        const text = section.querySelector('.text');
+        if (!text || text.querySelector('.copy')) return;
+        const button = document.createElement('button');
+        button.type = 'button';
+        button.className = 'copy';
+        button.textContent = 'Copy';
+        text.prepend(button, '\n');
+    }
+    document.querySelector('#sections')?.addEventListener('toggle', event => {
+        if (event.target.open && 'section' in event.target.dataset) offerCopy(event.target);
+    }, true);
     document.addEventListener('click', async event => {
         const button = event.target.closest('button.copy');
         if (!button) return;
