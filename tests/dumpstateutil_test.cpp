@@ -372,6 +372,7 @@ TEST_F(PrimitivesTest, AFileThatPausesIsReadOn) {
         lines += line;
         int unread = 1;
         Await([&] { return ioctl(writer, FIONREAD, &unread) == 0 && unread == 0; });
+        if (HasFatalFailure()) break;
         std::this_thread::sleep_for(5ms);  // for its reader to find nothing
     }
     close(writer);

@@ -9,6 +9,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import tarfile
 import tempfile
 import time
 
@@ -20,6 +21,8 @@ from selenium.webdriver.chrome.service import Service
 
 HERE = pathlib.Path(__file__).resolve().parent.parent
 BOARDREPORT = HERE / 'build/bin/boardreport'
+AXE = HERE / 'build/npm/node_modules/axe-core/axe.min.js'
+AXE_PACKAGE = 'axe-core@4.14.1'
 WORK = pathlib.Path(tempfile.mkdtemp(prefix='page_test.'))
 SWITCHES = ('headless=new no-sandbox disable-gpu disable-quic no-first-run disable-sync '
             'disable-background-networking disable-component-update hide-scrollbars').split()
@@ -151,6 +154,43 @@ class Page:
         self.browser.save_screenshot(str(file))
         self.width(1600)
 
+    def wait_for(self, what, come, seconds=60):
+        end = time.monotonic() + seconds
+        while not come():
+            if time.monotonic() > end:
+                raise AssertionError(f'never came: {what}')
+            time.sleep(0.02)
+
+    def touch(self, *steps):
+        """Fingers at x, from the middle of the first plot down, step by step."""
+        self.browser.execute_cdp_cmd('Emulation.setTouchEmulationEnabled', {'enabled': True, 'maxTouchPoints': 2})
+        y = self.js("(p => (p.scrollIntoView({block: 'center'}), p.getBoundingClientRect().top + 60))(document.querySelector('.plot'))")
+        for i, fingers in enumerate([*steps, []]):
+            kind = 'touchEnd' if not fingers else 'touchStart' if i < 2 else 'touchMove'
+            self.browser.execute_cdp_cmd('Input.dispatchTouchEvent', {'type': kind, 'touchPoints': [
+                {'x': x, 'y': y + dy, 'id': n} for n, (x, dy) in enumerate(fingers)]})
+        self.browser.execute_cdp_cmd('Emulation.setTouchEmulationEnabled', {'enabled': False})
+
+    def reopen(self, address):
+        self.browser.get('about:blank')
+        self.browser.get(address)
+        self.wait('window.boardreport.ready')
+
+    def check_access(self, what):
+        """Nothing is found that keeps somebody out, light or dark."""
+        if not AXE.exists():
+            subprocess.run(['npm', 'install', '--silent', '--no-fund', '--no-audit', '--prefix', AXE.parents[2],
+                            AXE_PACKAGE], check=True)
+        self.browser.set_script_timeout(120)
+        for scheme in 'light', 'dark':
+            self.media(prefers_color_scheme=scheme)
+            self.browser.execute_script(AXE.read_text())
+            self.check(f'{what}, {scheme}', self.browser.execute_async_script("""
+                const tags = ['wcag2a', 'wcag2aa', 'wcag21a', 'wcag21aa', 'wcag22aa'];
+                axe.run(document, {runOnly: tags}).then(found => arguments[0](
+                    found.violations.map(v => v.id + ': ' + v.nodes[0].html.slice(0, 200))))"""), [])
+        self.media()
+
     def check(self, what, got, expected=True):
         if got == expected:
             self.passed += 1
@@ -173,6 +213,8 @@ TITLES = "[...document.querySelectorAll('[data-section]')].map(e => e.dataset.se
 TEXTS = """[...document.querySelectorAll('[data-section]')].map(e =>
     [...e.querySelectorAll('pre')].map(p => p.textContent).join('').replace(/\\n+$/, ''))"""
 SHOWN = "[...document.querySelectorAll('[data-section]')].filter(e => e.checkVisibility()).map(e => e.dataset.section)"
+FOUND = "document.querySelector('#found').textContent"
+AROUND = "!document.querySelector('#around').hidden"
 RANGES = "[...new Set(boardreport.plots.map(plot => plot.xAxisRange().map(Math.round).join()))]"
 
 
@@ -197,10 +239,26 @@ def look_at_healthy(page):
         ('bars', "document.querySelectorAll('.strip [data-bar]').length", len(sections)),
         ('bundle', "document.querySelector('#bundle').textContent.includes('the archive is whole')", True),
         ('newest first', """[...document.querySelectorAll('.series')].map(e =>
-            [...e.querySelectorAll('td:first-child')].map(t => t.textContent)).every(names =>
+            [...e.querySelectorAll('[data-member]')].map(m => m.dataset.member)).every(names =>
             names.join() === [...names].sort().reverse().join())""", True),
+        ('newest said', "[...document.querySelectorAll('.series')].every(e => e.textContent.includes('newest: highest number'))", True),
+        ('exact', "document.querySelector('[data-fact=uptime]').textContent.match(/^\\d+$/) !== null", True),
+        ('for people', """getComputedStyle(document.querySelector('[data-fact=uptime]'), '::after').content
+            .match(/^"\\d+ h( \\d+ min)?"$/) !== null""", True),
+        ('axis of the timeline', "document.querySelectorAll('.strip-axis text').length > 4", True),
+        ('no path', f"document.documentElement.outerHTML.includes('{WORK}')", False),
     ]:
         page.check(what, page.js(expression), expected)
+    # The bundle's texts are whole, and the page is not much more than what it shows.
+    with tarfile.open(WORK / 'healthy.tar') as bundle:
+        logs = {m.name: bundle.extractfile(m).read() for m in bundle if m.isfile()}
+    shown = page.js("Object.fromEntries([...document.querySelectorAll('details[data-member]')].map(e => "
+                    "[e.dataset.member, [...e.querySelectorAll('pre')].map(p => p.textContent).join('')]))")
+    page.check('logs', page.js("document.querySelectorAll('[data-member]').length"), len(logs))
+    page.check('their texts', [n for n, text in logs.items() if b'\0' not in text and shown.get('./' + n.removeprefix('./')) != text.decode()], [])
+    page.check('no binaries', [n for n, text in logs.items() if b'\0' in text and './' + n.removeprefix('./') in shown], [])
+    page.check_access('access')
+
     times = re.findall(rb'^Time: (\d+), Value: \(', (WORK / 'healthy.txt').read_bytes(), re.M)
     page.check('records', page.js("""[...document.querySelectorAll('[data-shape=vector]')]
         .reduce((n, e) => n + +e.dataset.records, 0)"""), len(times))
@@ -221,7 +279,21 @@ def look_at_healthy(page):
     page.check('search opens', 'fingerprint' in page.js(
         "document.querySelector('[data-section][open] pre').textContent"))
     search.clear()
+    search.send_keys('error')
+    hits = sum((t + text).lower().count('error') for t, text in sections) + sum(
+        (n + text.decode()).lower().count('error') for n, text in logs.items() if b'\0' not in text)
+    page.check('hits', page.js(FOUND).split(' in ')[0], f'{hits} hits')
+    for what, keys, at in [('next', Keys.ENTER * 2, 2), ('previous', Keys.SHIFT + Keys.ENTER * 2 + Keys.SHIFT, hits)]:
+        search.send_keys(keys)
+        page.check(what, page.js(FOUND).split(' in ')[0], f'{at} of {hits} hits')
+        page.check(f'{what} marked', page.js("[...CSS.highlights.get('current')].join().toLowerCase()"), 'error')
+    page.check('snippets', page.js("[...document.querySelectorAll('.snippet mark')].every(e => /^error$/i.test(e.textContent))"))
+    search.send_keys('nowhere')
+    page.check('no hit', page.js(FOUND), 'No hit for “errornowhere”')
     search.send_keys(Keys.ESCAPE)
+    page.find('#failing').click()
+    page.check('failures only', page.js(SHOWN), page.js("[...document.querySelectorAll('[data-failed][data-section]')].map(e => e.dataset.section)"))
+    page.find('#failing').click()
     page.check('search cleared', len(page.js(SHOWN)), len(sections))
 
     # By keyboard alone.
@@ -256,6 +328,42 @@ def look_at_healthy(page):
     ActionChains(page.browser).move_to_element(plot).perform()
     told = page.js("document.querySelector('[data-sensor=\"6\"] .readout').textContent")
     page.check('cursor tells', bool(re.search(r'\d\d:\d\d:\d\d\d{8,} nsx -?\d+\.\d{6}', told)))
+
+    # From a line to the plots and back, and from the plots to the lines around; an address holds it.
+    page.js("document.querySelector('[data-section=BMS] summary').click()")
+    page.wait("document.querySelector('[data-section=BMS] a.time')")
+    page.js("[...document.querySelectorAll('[data-section=BMS] a.time')].at(-1).click()")
+    told = page.js("document.querySelector('#around .origin').textContent")
+    seconds = page.js("[...document.querySelectorAll('[data-section=BMS] a.time')].at(-1).textContent")
+    page.check('marked', page.js("Math.round(boardreport.view.mark() - 1000 * document.querySelector('main').dataset.boots)"),
+               round(1000 * float(seconds)))
+    page.check('line in the list', seconds in told and 'BMS' in told)
+    page.find('#around .origin a').click()
+    page.check('back at the line', page.js("[...CSS.highlights.get('line')].join()").startswith(f'[{seconds}]'))
+    page.find('#plots').send_keys(Keys.ESCAPE)
+    page.check('closed', page.js(AROUND), False)
+    ActionChains(page.browser).move_to_element(plot).click().perform()
+    page.check('click opens', page.js(AROUND))
+    page.find('[data-action=in]').click()
+    page.wait("location.hash.includes('zoom=') && location.hash.includes('mark=')")
+    before = page.js(f'[{RANGES}, Math.round(boardreport.view.mark())]')
+    page.reopen(page.js('location.href'))
+    page.check('address', page.js(f'[{RANGES}, Math.round(boardreport.view.mark())]'), before)
+    page.check('no clock', 'they can’t be placed' in page.js(
+        "(e => (e.open = true, prepare(e), e.textContent))(document.querySelector('[data-member*=mcu_log_0]'))"))
+
+    # What is shown is saved, and a finger does what a mouse does.
+    page.browser.execute_cdp_cmd('Browser.setDownloadBehavior', {'behavior': 'allow', 'downloadPath': str(WORK)})
+    page.find('#plots').send_keys('as')
+    page.wait("document.querySelector('#pointed').textContent.includes('saved')")
+    page.wait_for('a file', lambda: (WORK / 'sensors.csv').exists())
+    page.check('saved', len((WORK / 'sensors.csv').read_text().splitlines()) - 1,
+               page.js("[...document.querySelectorAll('figure script')].reduce((n, e) => n + +e.dataset.records, 0)"))
+    page.find('[data-action=reset]').click()
+    view = 'boardreport.plots[0].xAxisRange()'
+    before = page.js(view)
+    page.touch([(600, 0)], [(600, 0), (800, 0)], [(550, 0), (950, 0)])
+    page.check('pinch', round((lambda a, b: (b[1] - b[0]) / (a[1] - a[0]))(before, page.js(view)), 2), 0.5)
 
     light = page.js('getComputedStyle(document.body).backgroundColor')
     page.media(prefers_color_scheme='dark')
@@ -292,11 +400,26 @@ def look_at_comparison(page):
         ('same', "'differs' in document.querySelector('[data-section=\"Extcon states\"]').dataset", False),
         ('lines', """[...document.querySelectorAll('[data-section="VENDOR PROPERTIES"] ins')]
             .some(e => e.textContent === '+ [ro.build.type]: [user]\\n')""", True),
-        ('black box', "document.querySelector('[data-black-box]').dataset.failed.startsWith('B: ')", True),
+        ('black box', "document.querySelector('[data-black-box]').dataset.failed.startsWith('[1]: ')", True),
         ('plots are whole', "[...document.querySelectorAll('.plot')].every(e => e.scrollHeight <= e.clientHeight)", True),
         ('overlaid', "document.querySelectorAll('[data-sensor=\"1\"] script').length", 2),
+        ('odd one out', "[...document.querySelectorAll('[data-fact=\"build.type\"]')].map(e => 'odd' in e.dataset)", [False, False, True]),
+        ('axes', "document.querySelectorAll('.strip-axis').length", 3),
+        ('colours', """new Set([...Array(12).keys()].map(i =>
+            getComputedStyle(document.documentElement).getPropertyValue(`--line-${i + 1}`))).size""", 12),
+        ('counts from', "document.querySelector('#legend').textContent.includes('from each report’s newest record')", True),
     ]:
         page.check(what, page.js(expression), expected)
+    page.check_access('access')
+    height = page.js("document.querySelector('figure').offsetHeight")
+    ActionChains(page.browser).move_to_element(page.find('.plot')).perform()
+    page.check('nothing moves', page.js("document.querySelector('figure').offsetHeight"), height)
+    page.find('#reports button').click()
+    columns = "[...document.querySelectorAll('[data-fact=\"build.type\"]')].map(e => e.checkVisibility())"
+    page.check('hidden', page.js(columns), [False, True, True])
+    page.wait("location.hash === '#?hide=0'")
+    page.reopen(page.js('location.href'))
+    page.check('hidden by address', page.js(columns), [False, True, True])
 
 
 def look_at_hostile(page):
@@ -322,6 +445,8 @@ def look_at_hostile(page):
 def look_at_big(page):
     print(f'big: made in {page.made:.2f} s, {page.file.stat().st_size / 2**20:.1f} MiB, ready in {page.ready:.2f} s')
     page.check('records', page.js("[...document.querySelectorAll('[data-sensor]')].reduce((n, e) => n + +e.dataset.records, 0) > 990000"))
+    page.check('drawn', page.js("[...document.querySelectorAll('.go')].slice(0, 2).map(e => e.textContent)"),
+               ['Logs when it froze', 'Logs when the longest gap began'])
     for trouble in 'froze at 2026-11-25 ', 'a gap of ':
         page.check(trouble, page.js(f"[...document.querySelectorAll('figcaption .trouble')].some(e => e.textContent.includes('{trouble}'))"))
     page.check('few rows', page.js('Math.max(...boardreport.plots.map(plot => plot.numRows())) < 4000'))

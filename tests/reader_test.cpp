@@ -1,5 +1,6 @@
 // What a finished report says, from bytes to records and summaries. No device is needed.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -134,6 +135,10 @@ TEST(ReportParser, WhatIsASectionAndWhatItsContent) {
             "------ (/x) ------\n ------ A (/x) ------\n------ A (/x) ------ \n"
             "------ 1.25s was the duration of 'A' ------\n------ .250s was the duration of 'A' "
             "------\n------ 1x250s was the duration of 'A' ------\n------ ------\n";
+    const std::string last = "> Modem SSR history\n< Modem SSR history /x 1.25  [\n]\n";
+    const std::string kRule = std::string(55, '-') + "\n";
+    const std::string kFirst = "------------------- USF Stats (1/2) -------------------\n";
+    const std::string kSecond = "------------------- USF Stats (2/2) -------------------\n";
     // Longer than any header, and without an end.
     const std::string endless = "------ " + std::string(1 << 16, 'x');
     const struct {
@@ -183,6 +188,36 @@ TEST(ReportParser, WhatIsASectionAndWhatItsContent) {
             {"a black box that was never begun", "*** no sensor black box: no socket\n" + File("A"),
              "black box no sensor black box: no socket\n> A\n< A /x 1.25  []\n"},
             {"no path", Header("A", "") + Footer("A"), "> A\n< A  1.25  []\n"},
+            {"a header behind what was cut of another's text",
+             Header("BMS") + "cut--" + File("TTF", "x\n") + File("A"),
+             "> BMS\n< BMS /x 0 not finished [cut--]\n< TTF /x 1.25  [x\n]\n< A /x 1.25  []\n"},
+            {"the same of its own title, after another and in a long line",
+             Header("TTF") + endless + "\n" + endless + "------ " + File("TTF", "x\n"),
+             "> TTF\n< TTF /x 0 not finished [" + endless + "\n" + endless +
+                     "------ ]\n< TTF /x 1.25  [x\n]\n"},
+            {"the same behind a header that was cut", "------ BMS (/vend" + File("TTF"),
+             "> TTF\nlost 2 ------ BMS (/vend\noutside [------ BMS (/vend]\n< TTF /x 1.25  []\n"},
+            {"the same behind a first line", "verbose logging: enabled" + File("TTF"),
+             "lost 2 verbose logging: enabled\n> TTF\n< TTF /x 1.25  []\n"},
+            {"the same behind a record",
+             kBox + "*** Sensor 10 (B) ***\nTime: 5, Value: 1.25" + File("TTF"),
+             "black box  odd [Time: 5, Value: 1.25]\n  10 B\n> TTF\n< TTF /x 1.25  []\n"},
+            {"what looks like that in a log",
+             File("A", "12: " + Header("TTF") + "12: " + Footer("TTF")),
+             "> A\n< A /x 1.25  [12: " + Header("TTF") + "12: " + Footer("TTF") + "]\n"},
+            {"a section's end in the black box", kBox + "*** cannot open /x: no\n" + Footer("A"),
+             "black box  cut odd [*** cannot open /x: no\n]\nlost 0 A\noutside [" + Footer("A") +
+                     "]\n"},
+            {"a heading that lost its separator",
+             Whole(kRule + kFirst + kRule + kSecond + File("USF stat")),
+             "lost 2 " + kSecond.substr(0, kSecond.size() - 1) + "\noutside [" + kRule + kFirst +
+                     kRule + kSecond + "]\n> USF stat\n< USF stat /x 1.25  []\n" + last},
+            {"a heading lost", Whole(kRule + kFirst + kRule),
+             "outside [" + kRule + kFirst + kRule + "]\n> Modem SSR history\nlost 2 " +
+                     kSecond.substr(0, kSecond.size() - 1) +
+                     "\n< Modem SSR history /x 1.25  [\n]\n"},
+            {"another report whose beginning was lost", Whole("") + File("TTF"),
+             last + "> TTF\nlost 4 TTF\n< TTF /x 1.25  []\n"},
     };
     for (const auto& test : cases) {
         for (const size_t piece : {std::string::npos, size_t{1}, size_t{4096}}) {
@@ -656,6 +691,23 @@ TEST(Source, SaysWhatIsNoReportAndReadsAPipeTwice) {
     ASSERT_EQ(report.sections.size(), 2U);
     EXPECT_TRUE(report.source->ReadAt(report.sections[1].text, text));
     EXPECT_EQ(text, "b\n");
+
+    // Standard input of which somebody has read the beginning.
+    const ReportFile file("a line\n" + File("A", "a\n"));
+    const int before = dup(STDIN_FILENO);
+    const int fd = open(file.path().c_str(), O_RDONLY);
+    ASSERT_EQ(lseek(fd, 7, SEEK_SET), 7);
+    dup2(fd, STDIN_FILENO);
+    Report rest;
+    EXPECT_EQ(ReadReport("-", true, rest), "");
+    dup2(before, STDIN_FILENO);
+    close(before);
+    close(fd);
+    ASSERT_EQ(rest.sections.size(), 1U);
+    EXPECT_TRUE(rest.outside.empty());
+    text.clear();
+    EXPECT_TRUE(rest.source->ReadAt(rest.sections[0].text, text));
+    EXPECT_EQ(text, "a\n");
 }
 
 }  // namespace

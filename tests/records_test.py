@@ -124,6 +124,16 @@ def footer(title, nth=0):
         report, flags=re.M)
 
 
+def glued(title, other):
+    """Without what is between the middle of the section's text and the next of the other title."""
+    def change(report):
+        begin = report.index(b'\n', report.index(b'------ ' + title + b' (')) + 1
+        end = report.index(b'------ ' + other + b' (', begin)
+        middle = begin + (report.index(b"was the duration of '" + title) - begin) // 3
+        return report[:middle] + report[end:]
+    return change
+
+
 TRUTHS = {  # the change, sections, sensors, whole, what is found
     'untouched': (lambda report: report, 55, 7, True, []),
     "a repeated title's footer lost": (footer(b'MKDIR DUMPSTATE BIN DIR'), 55, 7, False, ['text-lost']),
@@ -136,6 +146,14 @@ TRUTHS = {  # the change, sections, sensors, whole, what is found
         (lambda report: without(b'------ USF stat (', b'------ USF stat (')(footer(b'USF stat')(report)), 53, 7, False, None),
     'an older report in a log': (within(b'Bootloader Log', lambda report: report), 55, 7, True, []),
     'an older report in the first log': (within(b'VENDOR PROPERTIES', lambda report: report), 55, 7, True, []),
+    'a header behind a cut line': (glued(b'BMS', b'TTF'), 55, 7, False, ['text-lost']),
+    'a header behind a cut line of its title':
+        (glued(b'MKDIR DUMPSTATE BIN DIR', b'MKDIR DUMPSTATE BIN DIR'), 54, 7, False, ['text-lost']),
+    'a section lost': (lambda report: re.sub(rb"^------ BMS \(.*?^------ \S+ was the duration of 'BMS' ------\n", b'', report,
+                                             flags=re.M | re.S), 54, 7, False, ['text-lost']),
+    'a separator lost': (without(b'-' * 55), 55, 7, False, ['text-lost']),
+    'the beginning of another': (lambda report: report + report[:report.index(b'\n') + 1], 55, 7, False, ['report-cut']),
+    'another without its beginning': (lambda report: report + report[report.index(b'\n') + 1:], 110, 14, False, None),
     'two reports': (lambda report: 2 * report, 110, 14, True, []),
     'the first of two cut': (lambda report: cut(b'------ TTF (')(report) + report, None, 14, False, None),
     'cut at a record': (cut(b'*** Sensor', 700), None, 1, False, ['report-cut']),

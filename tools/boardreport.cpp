@@ -23,6 +23,7 @@ struct ReadingWords {
     std::string output = "report.html";
     std::string bundle;
     bool whole = false;
+    uint64_t bundle_mib = reader::PageOptions::kBundleSize >> 20;
     std::vector<std::string> check_files;
     std::string baseline_file = "-";
     RuleOptions rules;
@@ -82,9 +83,13 @@ ReadingWords::ReadingWords(CLI::App& app)
     page->add_option("-o", output, "The page; - is standard output")
             ->type_name("FILE")
             ->capture_default_str();
-    page->add_option("-b", bundle, "The log bundle that came with the first report, to be listed")
+    page->add_option("-b", bundle, "The log bundle that came with the first report, to be read in the page")
             ->type_name("FILE");
-    page->add_flag("--whole", whole, "Show all of every section, however long");
+    page->add_flag("--whole", whole, "Show all of every section and log, however long");
+    page->add_option("--bundle-size", bundle_mib, "How many MiB of the page the bundle's texts may take")
+            ->type_name("MIB")
+            ->check(CLI::Range(0, 4096))
+            ->capture_default_str();
 }
 
 std::optional<int> ReadingWords::Run() const {
@@ -97,6 +102,7 @@ std::optional<int> ReadingWords::Run() const {
     if (json->parsed()) return PrintRecords(files, judged_by);
     reader::PageOptions options;
     options.whole = whole;
+    options.bundle_size = bundle_mib << 20;
     if (!bundle.empty()) options.bundle = bundle;
     return WritePageFile(files, judged_by, options, output);
 }

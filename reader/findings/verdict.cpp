@@ -50,6 +50,7 @@ class Judgement {
     void JudgeWholeness();
     void JudgeSections();
     void JudgeLosses();
+    void JudgeMissingSections();
     void JudgeBlackBoxes();
     void JudgeBlackBox(size_t at);
     void JudgeMissing(size_t at);
@@ -165,15 +166,37 @@ void Judgement::JudgeLosses() {
         } else if (loss.kind == Kind::kFooter) {
             AddLoss("text-lost", loss.title,
                     "seems to hold other sections of this report: a footer and a header are lost");
+        } else if (loss.kind == Kind::kFirstLine) {
+            AddLoss("text-lost", "The report", "is followed by another whose beginning is lost");
         } else {
             AddLoss("text-lost", "The report",
                     "is followed by another before it has come to its end");
         }
     }
+    if (report_.at_end) JudgeMissingSections();
     if (report_.lost > report_.losses.size()) {
         AddLoss("text-lost", "The report",
                 "lacks " + Grouped(report_.lost - report_.losses.size()) + " headers more");
     }
+}
+
+void Judgement::JudgeMissingSections() {
+    constexpr size_t kMostNamed = 3;
+    std::vector<std::string_view> missing = report_.tally.Missing();
+    // Of those whose header alone was lost that is told.
+    std::erase_if(missing, [this](std::string_view title) {
+        return std::ranges::find(report_.losses, title, &ReportParser::Loss::title) !=
+               report_.losses.end();
+    });
+    if (missing.empty()) return;
+    std::string what = "lacks what every one has: ";
+    for (size_t i = 0; i < std::min(missing.size(), kMostNamed); ++i) {
+        what.append(i == 0 ? "" : ", ").append(missing[i]);
+    }
+    if (missing.size() > kMostNamed) {
+        what += " and " + std::to_string(missing.size() - kMostNamed) + " sections more";
+    }
+    AddLoss("text-lost", "The report", std::move(what));
 }
 
 void Judgement::JudgeBlackBoxes() {
@@ -218,7 +241,7 @@ void Judgement::JudgeBlackBox(size_t at) {
 // Of a black box that has ended and lacks no text: else it is not the sensor that is missing.
 void Judgement::JudgeMissing(size_t at) {
     const BlackBox& black_box = report_.black_boxes[at];
-    if (!black_box.ended || black_box.odd_lines > 0 || black_box.headless ||
+    if (!black_box.ended || black_box.torn || black_box.odd_lines > 0 || black_box.headless ||
         black_box.sensors.empty()) {
         return;
     }
@@ -279,17 +302,19 @@ void Judgement::JudgeRecords(Place place) {
                   "stands still in " + axes + " since " + At(its.stuck_since) +
                           ", while the rest moves");
     }
-    if (its.silent > 0 && black_box.ended && black_box.odd_lines == 0) {
+    if (its.silent > 0 && black_box.ended && !black_box.torn && black_box.odd_lines == 0) {
         AddSensor("sensor-silent", kWarning, place,
                   "was silent for the last " + Seconds(its.silent));
     }
-    if (its.gaps > 0) {
+    // Where text of the block was lost, records and headings were with it.
+    const bool all_there = black_box.odd_lines == 0 && !black_box.headless;
+    if (its.gaps > 0 && all_there) {
         AddSensor("sensor-gaps", kWarning, place,
                   (its.gaps == 1 ? "has a gap of "
                                  : "has " + Counted(its.gaps, "gap") + ", the longest of ") +
                           Seconds(its.longest_gap.seconds()) + " at " + At(its.longest_gap.begin));
     }
-    if (its.jumps > 0) {
+    if (its.jumps > 0 && all_there) {
         AddSensor("sensor-gaps", kWarning, place,
                   "has a clock that jumped back " +
                           (its.jumps == 1 ? "by " : Counted(its.jumps, "time") + ", once by ") +
@@ -315,7 +340,8 @@ void Judgement::JudgeTime() {
     const auto uptime = report_.UptimeSeconds();
     const auto& sections = report_.tally.seconds_before_now;
     if (!uptime || !sections || report_.black_boxes.size() != 1 ||
-        !report_.black_boxes.front().ended || report_.black_boxes.front().odd_lines > 0) {
+        !report_.black_boxes.front().ended || report_.black_boxes.front().torn ||
+        report_.black_boxes.front().odd_lines > 0) {
         return;
     }
     uint64_t newest = 0;

@@ -5,10 +5,13 @@
 #include "page_built.h"
 #include "page_html.h"
 #include "page_parts.h"
+#include "service_sections.h"
 #include "units.h"
 
 namespace reader {
 namespace {
+
+constexpr size_t kColours = 12;  // as many as the style has
 
 std::string Title(const PageContent& page) {
     const Report& report = page.reports.front();
@@ -38,6 +41,7 @@ PageContent::PageContent(std::span<const Report> all, std::span<const Verdict> f
         }
     }
     if (compared()) return;
+    PlaceSections();
     for (const Finding& finding : verdicts.front().findings) {
         if (!finding.line || !finding.index) continue;
         if (!options.whole && reports[0].sections[*finding.index].text.size() > kLargestText) {
@@ -46,6 +50,32 @@ PageContent::PageContent(std::span<const Report> all, std::span<const Verdict> f
         Severity& severity = marked[*finding.index][*finding.line];
         severity = std::max(severity, finding.severity);
     }
+}
+
+// The one that tells the time says what time it was when it ran; the others ran before and after
+// it.
+void PageContent::PlaceSections() {
+    const Report& report = reports.front();
+    const auto uptime = report.UptimeSeconds();
+    const auto now = std::ranges::find(report.sections, kTimesSection, &Section::title);
+    if (!uptime || now == report.sections.end()) return;
+    double at = static_cast<double>(*uptime);
+    begins.resize(report.sections.size());
+    for (auto section = now; section != report.sections.end(); ++section) {
+        begins[section->index] = at;
+        at += section->seconds;
+    }
+    at = static_cast<double>(*uptime) - verdicts.front().unaccounted;
+    for (auto section = now; section != report.sections.begin();) {
+        --section;
+        at -= section->seconds;
+        begins[section->index] = at;
+    }
+}
+
+std::optional<double> PageContent::BeginOf(const Section& section) const {
+    if (begins.empty()) return {};
+    return begins[section.index];
 }
 
 std::string PageContent::TargetOf(size_t report, const Finding& finding) const {
@@ -68,18 +98,18 @@ const std::map<uint64_t, Severity>* PageContent::MarkedLines(const Section& sect
     return compared() || found == marked.end() ? nullptr : &found->second;
 }
 
-// As spreadsheets name their columns: after Z comes AA.
 std::string ReportName(size_t report) {
-    std::string name;
-    for (size_t rest = report + 1; rest > 0; rest = (rest - 1) / 26) {
-        name.insert(name.begin(), static_cast<char>('A' + (rest - 1) % 26));
-    }
-    return name;
+    std::string name = "[";
+    return name.append(std::to_string(report)).append("]");
+}
+
+std::string BaseName(const std::string& file) {
+    return file == "-" ? "standard input" : file.substr(file.rfind('/') + 1);
 }
 
 void WriteChip(Html& html, const PageContent& page, size_t report) {
     if (!page.compared()) return;
-    html << " <b class=\"chip chip-" << report % 5 + 1 << "\">";
+    html << " <b class=\"chip chip-" << report % kColours + 1 << "\">";
     html.Text(ReportName(report)) << "</b> ";
 }
 
@@ -119,8 +149,8 @@ std::string WritePage(std::span<const Report> reports, std::span<const Verdict> 
     WriteTimeline(html, page);
     WriteSensors(html, page);
     const std::string fault = WriteSections(html, page);
-    if (options.bundle) WriteBundle(html, *options.bundle);
-    html << "</main>\n";
+    if (options.bundle) WriteBundle(html, options);
+    html << "</section>\n</main>\n";
     html.Built(PageEnd());
     html.Flush();
     return fault;

@@ -189,6 +189,7 @@ Html& Html::Fixed(double number, int digits) {
 
 void Html::Flush() {
     if (good_ && !buffer_.empty()) good_ = sink_(buffer_);
+    flushed_ += buffer_.size();
     buffer_.clear();
 }
 

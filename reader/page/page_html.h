@@ -48,6 +48,8 @@ class Html {
     // False when the sink has refused; nothing is written after that.
     bool good() const { return good_; }
     void Flush();
+    // How many bytes have been written so far.
+    uint64_t written() const { return flushed_ + buffer_.size(); }
 
   private:
     static constexpr size_t kFull = size_t{256} * 1024;
@@ -60,6 +62,7 @@ class Html {
 
     const Sink& sink_;
     std::string buffer_;
+    uint64_t flushed_ = 0;
     bool good_ = true;
 };
 

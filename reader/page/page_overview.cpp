@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <optional>
 #include <string_view>
 
+#include "clock_time.h"
 #include "page_parts.h"
 #include "units.h"
 
@@ -15,7 +18,7 @@ void WriteReportHeads(Html& html, const PageContent& page, Markup first) {
     for (size_t i = 0; i < page.reports.size(); ++i) {
         html << "<th scope=\"col\">";
         WriteChip(html, page, i);
-        html.Text(page.reports[i].file) << "</th>";
+        html.Text(BaseName(page.reports[i].file)) << "</th>";
     }
     html << "</tr></thead>\n";
 }
@@ -124,7 +127,8 @@ void WriteVerdict(Html& html, const PageContent& page) {
     html << "<section id=\"verdict\" class=\"" << VerdictClass(page) << "\">\n<h2>";
     html.Text(Sentence(page)) << "</h2>\n";
     if (!page.comparison.findings.empty()) {
-        html << "<div class=\"wide\"><table class=\"findings\">\n";
+        html << "<div class=\"wide\" tabindex=\"0\" role=\"region\" aria-label=\"Findings\"><table "
+                "class=\"findings\">\n";
         if (page.compared()) WriteReportHeads(html, page, "What");
         html << "<tbody>\n";
         if (page.compared()) {
@@ -153,25 +157,61 @@ constexpr std::array kGroups = {
         Group{FactRow::Group::kDevice, "Device"}, Group{FactRow::Group::kBattery, "Battery"},
         Group{FactRow::Group::kModem, "Modem"}, Group{FactRow::Group::kReport, "Report"}};
 
+// The value as people say it, with its unit; "" where that is the value itself. A table, so that a
+// unit is written alike everywhere.
+std::string ForPeople(const Fact& fact) {
+    struct Unit {
+        std::string_view name;
+        int digits;
+    };
+    constexpr std::array kUnits = {Unit{"V", 2}, Unit{"mA", 0}, Unit{"°C", 1}, Unit{"s", 0}};
+    const auto* const unit = std::ranges::find(kUnits, fact.row->unit, &Unit::name);
+    if (!fact.row->number || unit == kUnits.end()) return "";
+    const double number = std::strtod(fact.value.c_str(), nullptr);
+    if (unit->name == "s") return Duration(number);
+    std::string shown = Fixed(number, unit->digits);
+    if (shown.size() >= fact.value.size()) shown = fact.value;
+    return shown.append("\u202f").append(unit->name);
+}
+
+// The exact value is the element's text, and so what is copied; what people read is the style's.
+void WriteValue(Html& html, const Fact& fact) {
+    const std::string shown = ForPeople(fact);
+    if (shown.empty()) {
+        html << ">";
+    } else {
+        html.Attribute("data-shown", shown);
+        html.Attribute("title", fact.value + " " + fact.row->unit) << ">";
+    }
+    // Long names are broken behind their signs, if anywhere.
+    std::string_view rest = fact.value;
+    while (!rest.empty()) {
+        const std::string_view piece = rest.substr(0, rest.find_first_of("/,") + 1);
+        const size_t size = piece.empty() ? rest.size() : piece.size();
+        html.Text(rest.substr(0, size)) << (size < rest.size() ? Markup("<wbr>") : Markup(""));
+        rest.remove_prefix(size);
+    }
+}
+
 void WriteFact(Html& html, const PageContent& page, size_t report, const Fact& fact) {
     html.Attribute("data-fact", fact.row->key);
     if (page.compared()) html << " data-report=\"" << report << "\"";
     // The unit is no part of the value: a style puts it there.
-    if (fact.row->unit[0] != '\0') html.Attribute("data-unit", fact.row->unit);
+    if (fact.row->unit[0] != '\0' && ForPeople(fact).empty()) {
+        html.Attribute("data-unit", fact.row->unit);
+    }
     // The gravest finding that rests on it comes first.
     const std::vector<Finding>& findings = page.verdicts[report].findings;
     const auto finding = std::ranges::find_if(findings, [&fact](const Finding& one) {
         return std::ranges::find(one.facts, fact.row) != one.facts.end();
     });
     if (finding == findings.end()) {
-        html << ">";
-        html.Text(fact.value);
-        return;
+        return WriteValue(html, fact);
     }
     html << " class=\"" << ClassOf(finding->severity) << "\"><a";
     WriteLink(html, page.TargetOf(report, *finding));
-    html << ">";
-    html.Text(fact.value) << "</a>";
+    WriteValue(html, fact);
+    html << "</a>";
 }
 
 void WriteFactList(Html& html, const PageContent& page) {
@@ -184,28 +224,45 @@ void WriteFactList(Html& html, const PageContent& page) {
         html << "<div><h3>" << group.title << "</h3><dl>\n";
         for (const Comparison::FactLine& line : page.comparison.facts) {
             if (!here(line)) continue;
-            html << "<dt>";
+            html << "<div><dt>";
             html.Text(line.row->label) << "</dt><dd";
             WriteFact(html, page, 0, *line.facts.front());
-            html << "</dd>\n";
+            html << "</dd></div>\n";
         }
         html << "</dl></div>\n";
     }
     html << "</div>\n";
 }
 
+// What more than half of the reports say; of two that differ it is the first, which the other is
+// compared with. Null when there is no such.
+const Fact* UsualOf(const Comparison::FactLine& line) {
+    for (const Fact* const one : line.facts) {
+        if (one == nullptr) continue;
+        const auto same = static_cast<size_t>(std::ranges::count_if(
+                line.facts, [one](const Fact* fact) { return fact && SameFact(*fact, *one); }));
+        if (2 * same > line.facts.size() || line.facts.size() == 2) return one;
+    }
+    return nullptr;
+}
+
 void WriteFactTable(Html& html, const PageContent& page) {
-    html << "<div class=\"wide\"><table class=\"compared\">\n";
+    html << "<div class=\"wide\" tabindex=\"0\" role=\"region\" aria-label=\"Facts side by "
+            "side\"><table class=\"compared\">\n";
     WriteReportHeads(html, page, "Fact");
     html << "<tbody>\n";
     for (const Comparison::FactLine& line : page.comparison.facts) {
         html << (line.differs ? Markup("<tr class=\"differs\">") : Markup("<tr>"));
         html << "<th scope=\"row\">";
         html.Text(line.row->label) << "</th>";
+        const Fact* const usual = UsualOf(line);
         for (size_t i = 0; i < line.facts.size(); ++i) {
-            html << "<td";
-            if (line.facts[i] != nullptr) {
-                WriteFact(html, page, i, *line.facts[i]);
+            const Fact* const fact = line.facts[i];
+            const bool odd = line.differs && usual != nullptr &&
+                             (fact == nullptr || !SameFact(*fact, *usual));
+            html << (odd ? Markup("<td data-odd") : Markup("<td"));
+            if (fact != nullptr) {
+                WriteFact(html, page, i, *fact);
             } else {
                 html << " class=\"absent\">–";
             }
@@ -218,6 +275,23 @@ void WriteFactTable(Html& html, const PageContent& page) {
 
 constexpr Markup kRedacted = " <span data-redacted>redacted: identifiers are stand-ins</span>";
 
+// What ties the sensors' clock to the time of day, a report each: seconds since 1970 in the
+// device's zone when it booted and when the report was made, "-" where it doesn't say.
+void WriteClocks(Html& html, const PageContent& page) {
+    std::string boots;
+    std::string nows;
+    const auto add = [](std::string& to, std::optional<int64_t> time) {
+        to.append(to.empty() ? "" : " ").append(time ? std::to_string(*time) : "-");
+    };
+    for (const Report& report : page.reports) {
+        const Fact* const now = report.FindFact("report.time");
+        add(boots, report.BootSeconds());
+        add(nows, now == nullptr ? std::nullopt : ParseTime(now->value));
+    }
+    html << "<main";
+    html.Attribute("data-boots", boots).Attribute("data-nows", nows) << ">\n";
+}
+
 void WriteMasthead(Html& html, const PageContent& page) {
     const Report& report = page.reports.front();
     const auto fact = [&](const char* key) {
@@ -228,7 +302,7 @@ void WriteMasthead(Html& html, const PageContent& page) {
     html.Text(page.compared() ? Grouped(page.reports.size()) + " board reports" : "Board report");
     html << "</p>\n<h1>";
     const std::string device = fact("device");
-    html.Text(device.empty() ? report.file : device) << "</h1>\n<p class=\"about\">";
+    html.Text(device.empty() ? BaseName(report.file) : device) << "</h1>\n<p class=\"about\">";
     if (!page.compared()) {
         for (const char* const key : {"report.time", "build"}) {
             if (fact(key).empty()) continue;
@@ -239,7 +313,8 @@ void WriteMasthead(Html& html, const PageContent& page) {
             }
             html << "</span> ";
         }
-        (html << "<span>").Text(report.file + ", " + HumanSize(report.size)) << "</span> ";
+        (html << "<span>").Text(BaseName(report.file) + ", " + HumanSize(report.size))
+                << "</span> ";
         html << "<span>verbose logging "
              << (!report.verbose   ? Markup("not known")
                  : *report.verbose ? Markup("on")
@@ -250,7 +325,8 @@ void WriteMasthead(Html& html, const PageContent& page) {
         for (size_t i = 0; i < page.reports.size(); ++i) {
             html << "<span>";
             WriteChip(html, page, i);
-            html.Text(page.reports[i].file + ", " + HumanSize(page.reports[i].size)) << "</span> ";
+            html.Text(BaseName(page.reports[i].file) + ", " + HumanSize(page.reports[i].size))
+                    << "</span> ";
             if (page.reports[i].redacted()) html << kRedacted;
         }
     }
@@ -264,7 +340,7 @@ void WriteMasthead(Html& html, const PageContent& page) {
 
 void WriteOverview(Html& html, const PageContent& page) {
     WriteMasthead(html, page);
-    html << "<main>\n";
+    WriteClocks(html, page);
     WriteVerdict(html, page);
     html << "<section id=\"facts\">\n<h2>Facts</h2>\n";
     if (page.compared()) {

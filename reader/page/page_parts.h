@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <unordered_map>
@@ -26,6 +27,8 @@ struct PageContent {
     const Sensor& SensorOf(size_t report, Finding::SensorPlace place) const {
         return reports[report].black_boxes[place.black_box].sensors[place.sensor];
     }
+    // Seconds from the boot, to one or two, until the section of a single report began.
+    std::optional<double> BeginOf(const Section& section) const;
     // The id of what the finding is about: its very line, where that is shown.
     std::string TargetOf(size_t report, const Finding& finding) const;
     // The lines of a single report's section that findings rest on, and the gravest of each.
@@ -38,14 +41,19 @@ struct PageContent {
     Comparison comparison;
 
   private:
+    void PlaceSections();
+
     std::unordered_map<size_t, std::map<uint64_t, Severity>> marked;  // by the section's index
     std::unordered_map<const Section*, size_t> lines;
+    std::vector<double> begins;  // by the section's index; empty when they aren't known
     std::unordered_map<const Sensor*, size_t> figures;
 };
 
-// "A" for the first report: what it is called on a page that shows several.
+// "[0]" for the first report: what it is called where several are shown, here and in a summary.
 std::string ReportName(size_t report);
-// ` <b class="chip chip-1">A</b> `, when there are several.
+// The file's name without the folders, which tell about whoever made the page; never "-".
+std::string BaseName(const std::string& file);
+// ` <b class="chip chip-1">[0]</b> `, when there are several.
 void WriteChip(Html& html, const PageContent& page, size_t report);
 // The ids that a line of comparison.sections has, and one of comparison.sensors.
 std::string SectionId(size_t line);
@@ -60,7 +68,8 @@ void WriteLink(Html& html, std::string_view id);
 void WriteOverview(Html& html, const PageContent& page);  // what it is, what is wrong, the facts
 void WriteTimeline(Html& html, const PageContent& page);
 void WriteSensors(Html& html, const PageContent& page);
-std::string WriteSections(Html& html, const PageContent& page);  // "" or what can't be read
-void WriteBundle(Html& html, const std::string& path);
+// Begins what is searched, which the bundle belongs to; returns "" or what can't be read.
+std::string WriteSections(Html& html, const PageContent& page);
+void WriteBundle(Html& html, const PageOptions& options);
 
 }  // namespace reader

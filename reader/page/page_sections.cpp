@@ -185,7 +185,7 @@ void SectionsWriter::WriteDifference(const Comparison::SectionLine& line, size_t
                                      size_t other) {
     const Section& a = *line.sections[first];
     const Section& b = *line.sections[other];
-    html_ << "<h4>−";
+    html_ << "<h4 data-first=\"" << first << "\" data-other=\"" << other << "\">−";
     WriteChip(html_, page_, first);
     html_ << "&nbsp; +";
     WriteChip(html_, page_, other);
@@ -284,6 +284,12 @@ void SectionsWriter::WriteSection(size_t index) {
     html_.Attribute("data-seconds", Fixed(first->seconds, 3));
     if (!trouble.empty()) html_.Attribute("data-failed", trouble);
     if (!expected.empty()) html_.Attribute("data-expected", expected);
+    if (page_.compared()) {
+        const auto of = std::ranges::find(line.sections, first) - line.sections.begin();
+        html_ << " data-of=\"" << of << "\"";
+    } else if (const auto at = page_.BeginOf(*first)) {
+        html_.Attribute("data-at", Fixed(*at, 3));
+    }
     if (line.text_differs || (page_.compared() && line.missing_in_some)) html_ << " data-differs";
     html_ << ">\n";
     WriteSummary(line);
@@ -306,15 +312,20 @@ void SectionsWriter::WriteOutside() {
 }
 
 std::string SectionsWriter::Write() {
-    html_ << "<section id=\"sections\">\n<h2>Sections</h2>\n<div class=\"tools\" role=\"search\">"
-             "<input type=\"search\" placeholder=\"Search in "
-          << page_.comparison.sections.size()
-          << " sections\" aria-label=\"Search in the sections\" autocomplete=\"off\" "
-             "spellcheck=\"false\"><button type=\"button\" id=\"open-all\">Open all</button>";
+    html_ << "<section id=\"sections\">\n<h2>Sections</h2>\n<div class=\"tools\" role=\"search\" "
+             "hidden><input type=\"search\" placeholder=\"Search in "
+          << page_.comparison.sections.size() << " sections"
+          << (page_.options.bundle ? Markup(", the bundle") : Markup(""))
+          << " and the facts\" aria-label=\"Search\" autocomplete=\"off\" "
+             "spellcheck=\"false\"><button type=\"button\" id=\"previous\" title=\"Previous hit "
+             "(Shift+Enter)\" aria-label=\"Previous hit\">↑</button><button type=\"button\" "
+             "id=\"next\" title=\"Next hit (Enter)\" aria-label=\"Next hit\">↓</button><button "
+             "type=\"button\" id=\"failing\" aria-pressed=\"false\">Failures only</button>";
     if (page_.compared()) {
-        html_ << "<button type=\"button\" id=\"differing\" aria-pressed=\"false\">Only what "
-                 "differs</button>";
+        html_ << "<button type=\"button\" id=\"differing\" aria-pressed=\"false\">Differs "
+                 "only</button>";
     }
+    html_ << "<button type=\"button\" id=\"open-all\">Open all</button>";
     html_ << "<span id=\"found\" class=\"note\" role=\"status\"></span></div>\n";
     const size_t count = page_.comparison.sections.size();
     flat_ = count > kFew;
@@ -324,7 +335,6 @@ std::string SectionsWriter::Write() {
         if (flat_ && (line % kGroup == kGroup - 1 || line + 1 == count)) html_ << "</div>\n";
     }
     WriteOutside();
-    html_ << "</section>\n";
     return fault_;
 }
 

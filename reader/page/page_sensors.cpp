@@ -1,6 +1,10 @@
 // What the sensors recorded, packed for the plots.
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
 
 #include "page_parts.h"
 #include "record_packer.h"
@@ -16,9 +20,14 @@ struct Action {
     Markup hint;
 };
 constexpr Action kActions[] = {
-        {"in", "+", "Zoom in (+)"},      {"out", "−", "Zoom out (−)"},
-        {"left", "←", "Earlier (←)"},    {"right", "→", "Later (→)"},
-        {"reset", "Reset", "Reset (0)"}, {"all", "All", "Everything that was recorded (a)"},
+        {"in", "+", "Zoom in (+)"},
+        {"out", "−", "Zoom out (−)"},
+        {"left", "←", "Earlier (←)"},
+        {"right", "→", "Later (→)"},
+        {"reset", "Reset", "Reset (0)"},
+        {"all", "All", "All that was recorded (a)"},
+        {"logs", "Logs", "Logs around this time (l)"},
+        {"save", "CSV", "CSV of what is shown (s)"},
 };
 
 Markup ShapeOf(const SensorKind& kind) {
@@ -75,6 +84,83 @@ void WriteAbout(Html& html, const PageContent& page, size_t report, Finding::Sen
     html << "</p>\n";
 }
 
+// When its values stood still: "froze 123-456 y-stuck 345-456", in nanoseconds since boot.
+std::string StillTimes(const SensorStatistics& statistics) {
+    std::string text;
+    const auto add = [&text](const std::string& what, uint64_t begin, uint64_t end) {
+        text.append(text.empty() ? "" : " ").append(what).append(" ").append(std::to_string(begin));
+        text.append("-").append(std::to_string(end));
+    };
+    if (statistics.frozen) add("froze", statistics.frozen->begin, statistics.frozen->end);
+    for (unsigned column = 0; column < 3; ++column) {
+        if ((statistics.stuck_columns >> column & 1) == 0) continue;
+        const std::string axis(1, static_cast<char>('x' + column));
+        add(axis + "-stuck", statistics.stuck_since, statistics.newest);
+    }
+    return text;
+}
+
+struct Column {
+    double least = std::numeric_limits<double>::infinity();
+    double greatest = -std::numeric_limits<double>::infinity();
+    double mean = std::numeric_limits<double>::quiet_NaN();
+
+    explicit Column(const std::vector<double>& values) {
+        double sum = 0;
+        size_t count = 0;
+        for (const double value : values) {
+            if (!std::isfinite(value)) continue;
+            least = std::min(least, value);
+            greatest = std::max(greatest, value);
+            sum += value;
+            ++count;
+        }
+        if (count > 0) mean = sum / static_cast<double>(count);
+    }
+};
+
+// What can be told without drawing: how many, from when to when, and between what values.
+void WriteNumbers(Html& html, const PageContent& page, const Comparison::SensorLine& line) {
+    html << "<details open class=\"numbers\"><summary>Numbers</summary><div class=\"wide\" "
+            "tabindex=\"0\" role=\"region\"";
+    html.Attribute("aria-label", "Numbers of " + line.name) << "><table>\n<thead><tr>";
+    if (page.compared()) html << "<th scope=\"col\">Report</th>";
+    for (const Markup title : {Markup("Records"), Markup("From"), Markup("To"), Markup("Least"),
+                               Markup("Mean"), Markup("Greatest")}) {
+        html << "<th scope=\"col\">" << title << "</th>";
+    }
+    html << "</tr></thead>\n<tbody>\n";
+    for (size_t i = 0; i < line.sensors.size(); ++i) {
+        if (!line.sensors[i]) continue;
+        const Sensor& sensor = page.SensorOf(i, *line.sensors[i]);
+        if (sensor.times.empty()) continue;
+        const std::vector<Column> columns(sensor.values.begin(), sensor.values.end());
+        const auto told = [&columns](double Column::*which) {
+            std::string text;
+            for (const Column& column : columns) {
+                text += text.empty() ? "" : ", ";
+                text += std::isfinite(column.*which) ? Fixed(column.*which, 3) : "–";
+            }
+            return text;
+        };
+        const auto [first, last] = std::ranges::minmax(sensor.times);
+        html << "<tr>";
+        if (page.compared()) {
+            html << "<th scope=\"row\">";
+            WriteChip(html, page, i);
+            html << "</th>";
+        }
+        for (const std::string& cell :
+             {Grouped(sensor.times.size()), Moment(page.reports[i], first),
+              Moment(page.reports[i], last), told(&Column::least), told(&Column::mean),
+              told(&Column::greatest)}) {
+            (html << "<td>").Text(cell) << "</td>";
+        }
+        html << "</tr>\n";
+    }
+    html << "</tbody></table></div></details>\n";
+}
+
 void WriteRecords(Html& html, size_t report, const Sensor& sensor) {
     const PackedRecords packed = PackRecords(sensor);
     html << "<script type=\"application/octet-stream\" data-report=\"" << report
@@ -82,7 +168,12 @@ void WriteRecords(Html& html, size_t report, const Sensor& sensor) {
          << sensor.values.size() << "\" data-first=\"" << packed.first << "\" data-unit=\""
          << packed.unit << "\" data-times=\""
          << (packed.plain_times ? Markup("plain") : Markup("delta")) << "\"";
-    html.Attribute("data-gap", GapOf(KindOf(sensor), sensor.statistics)) << ">";
+    html.Attribute("data-gap", GapOf(KindOf(sensor), sensor.statistics));
+    if (const std::string still = StillTimes(sensor.statistics); !still.empty()) {
+        html.Attribute("data-still", still);
+    }
+    if (sensor.statistics.silent > 0) html << " data-silent";
+    html << ">";
     html.Base64(packed.bytes) << "</script>\n";
 }
 
@@ -105,6 +196,7 @@ void WriteFigure(Html& html, const PageContent& page, const Comparison::SensorLi
         const Sensor& sensor = page.SensorOf(i, *line.sensors[i]);
         if (!sensor.times.empty()) WriteRecords(html, i, sensor);
     }
+    if (!any->times.empty()) WriteNumbers(html, page, line);
     html << "</figure>\n";
 }
 
@@ -135,26 +227,23 @@ void WriteSensors(Html& html, const PageContent& page) {
                    "with the tag tev-dumpstate.</p>\n";
     }
     if (!page.comparison.sensors.empty()) {
-        html << "<div class=\"tools\" role=\"group\" aria-label=\"Time axis\">";
+        html << "<div class=\"tools\" role=\"group\" aria-label=\"Time axis\" hidden>";
         for (const Action& action : kActions) {
             html << "<button type=\"button\" data-action=\"" << action.name << "\" title=\""
                  << action.hint << "\" aria-label=\"" << action.hint << "\">" << action.label
                  << "</button>";
         }
-        html << "<span class=\"note\">drag to zoom, shift and drag to move; the point under the "
-                "cursor is told above each plot (keys , and .)</span></div>\n";
+        html << "<p id=\"pointed\" role=\"status\"></p></div>\n<p id=\"legend\" "
+                "class=\"note\"></p>\n";
     }
     html << "<div id=\"plots\" tabindex=\"0\" role=\"group\" aria-label=\"Plots; plus, minus, "
-            "arrow "
-            "keys and 0 change what is seen\" data-reports=\""
-         << page.reports.size() << "\"";
-    if (const auto boot = page.reports.front().BootSeconds(); boot && !page.compared()) {
-        html << " data-boot=\"" << *boot << "\"";
-    }
-    html << ">\n";
+            "arrow keys and 0 change what is seen, comma and full stop go from record to record, l "
+            "opens the logs around\" data-reports=\""
+         << page.reports.size() << "\">\n";
     for (const Comparison::SensorLine& line : page.comparison.sensors)
         WriteFigure(html, page, line);
-    html << "</div>\n</section>\n";
+    html << "</div>\n<div id=\"around\" role=\"region\" aria-label=\"Logs around the mark\" "
+            "tabindex=\"0\" hidden></div>\n</section>\n";
 }
 
 }  // namespace reader

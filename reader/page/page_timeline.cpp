@@ -1,6 +1,7 @@
 // Which section took how long: a strip a report, all to one scale, and the slowest in words.
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 
 #include "page_parts.h"
@@ -94,7 +95,7 @@ struct Bars {
 
 void WriteStrip(Html& html, const PageContent& page, size_t report, double scale) {
     html << "<div class=\"strip\" role=\"group\"";
-    html.Attribute("aria-label", "Sections of " + page.reports[report].file +
+    html.Attribute("aria-label", "Sections of " + BaseName(page.reports[report].file) +
                                          " in their order; the arrow keys go from one to the next");
     html << ">";
     WriteChip(html, page, report);
@@ -123,6 +124,38 @@ void WriteStrip(Html& html, const PageContent& page, size_t report, double scale
         WriteBar(html,
                  {"sensors", "In no section (black box, pauses)", at, besides, "", "bar besides"},
                  scale);
+    }
+    html << "</svg></div>\n";
+}
+
+// One, two or five of a power of ten, so that there are at most ten to the scale.
+double StepOf(double scale) {
+    double step = std::pow(10, std::floor(std::log10(scale)) - 1);
+    for (const double factor : {2.0, 2.5, 2.0, 2.0}) {
+        if (scale / step <= 10) break;
+        step *= factor;
+    }
+    return step;
+}
+
+// Beneath each strip, as each is looked at by itself.
+void WriteAxis(Html& html, const PageContent& page, size_t report, double scale) {
+    const double step = StepOf(scale);
+    const int digits = std::max(0, -static_cast<int>(std::floor(std::log10(step) + 1e-9)));
+    html << "<div class=\"strip-axis\" aria-hidden=\"true\">";
+    WriteChip(html, page, report);  // not seen, but as wide as that of the strip
+    html << "<svg width=\"100%\" height=\"22\">";
+    for (int i = 0; i * step <= scale * 1.0001; ++i) {
+        const std::string x = Fixed(100 * i * step / scale, 3) + "%";
+        html << "<line y1=\"0\" y2=\"5\"";
+        html.Attribute("x1", x).Attribute("x2", x) << "/>";
+        // A phone has room for every second one.
+        html << "<text y=\"18\"" << (i % 2 == 1 ? Markup(" class=\"odd\"") : Markup(""));
+        html.Attribute("text-anchor", i == 0                    ? "start"
+                                      : i * step > scale * 0.97 ? "end"
+                                                                : "middle");
+        html.Attribute("x", x) << ">";
+        html.Text(Fixed(i * step, digits) + (i == 0 ? " s" : "")) << "</text>";
     }
     html << "</svg></div>\n";
 }
@@ -163,7 +196,8 @@ void WriteRemarkable(Html& html, const PageContent& page) {
     }
     if (chosen.empty()) return;
     html << "<h3>" << (page.compared() ? Markup("Times that differ") : Markup("Slowest"))
-         << "</h3>\n<div class=\"wide\"><table class=\"times\">\n";
+         << "</h3>\n<div class=\"wide\" tabindex=\"0\" role=\"region\" aria-label=\"Times of "
+            "sections\"><table class=\"times\">\n";
     if (page.compared()) {
         html << "<thead><tr><th scope=\"col\">Section</th>";
         for (size_t i = 0; i < page.reports.size(); ++i) {
@@ -189,12 +223,21 @@ void WriteTimeline(Html& html, const PageContent& page) {
         scale = std::max(scale, SecondsShown(page, i));
     }
     html << "<section id=\"timeline\">\n<h2>Timeline</h2>\n";
-    for (size_t i = 0; i < page.reports.size() && scale > 0; ++i) WriteStrip(html, page, i, scale);
+    for (size_t i = 0; i < page.reports.size() && scale > 0; ++i) {
+        WriteStrip(html, page, i, scale);
+        WriteAxis(html, page, i, scale);
+    }
+    if (scale > 0) {
+        html << "<p class=\"note keys\"><span class=\"key-bar\">a section</span><span "
+                "class=\"key-bar "
+                "bad\">failed, with a dot beneath</span><span class=\"key-bar besides\">in no "
+                "section</span><span>seconds since the first section began</span></p>\n";
+    }
     html << "<p id=\"bar-told\" class=\"note\" aria-live=\"polite\">";
     html.Text(page.options.total_seconds ? Fixed(*page.options.total_seconds, 1) + " s in all, "
                                          : "");
     html.Text(Fixed(SecondsInSections(page.reports.front()), 3) +
-              " s in sections; point at a bar, or go from bar to bar with the arrow keys");
+              " s in sections; point at a bar, tap it, or go from bar to bar with the arrow keys");
     html << "</p>\n";
     WriteRemarkable(html, page);
     html << "</section>\n";

@@ -44,10 +44,20 @@ void Tally::Add(const Section& section) {
     }
     seconds += section.seconds;
     last = section.title;
+    if (const auto service = ServiceSection(section.title)) seen.set(*service);
     if (section.complete && section.seconds > slowest_seconds) {
         slowest = section.title;
         slowest_seconds = section.seconds;
     }
+}
+
+std::vector<std::string_view> Tally::Missing() const {
+    std::vector<std::string_view> missing;
+    for (size_t i = 0; i < seen.size(); ++i) {
+        if (IsOfAll(i) && !seen[i]) missing.push_back(ServiceTitle(i));
+    }
+    if (missing.size() * 2 > kSectionsOfAll) missing.clear();
+    return missing;
 }
 
 bool Tally::IsHost() const {

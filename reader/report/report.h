@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -24,14 +25,17 @@ struct Tally {
     size_t commands = 0;
     size_t without_program = 0;  // commands whose program is not there
     double seconds = 0;          // in all of them
-    std::string last;            // the title of the last
-    std::string slowest;         // and of the slowest that is complete, and its seconds
+    std::bitset<kServiceSections> seen;
+    std::string last;     // the title of the last
+    std::string slowest;  // and of the slowest that is complete, and its seconds
     double slowest_seconds = -1;
     // In the sections between the black box and the one that tells the time; nothing when not both
     // have come in this order.
     std::optional<double> seconds_before_now;
 
     void Add(const Section& section);
+    // What the service always writes and is not there, where most of it is.
+    std::vector<std::string_view> Missing() const;
     // Whether nearly every command's program is missing: a host that is no wearable.
     bool IsHost() const;
 };

@@ -55,6 +55,21 @@ bool IsTitle(std::string_view title, std::string_view header) {
     return header.starts_with(title) && header.substr(title.size()).starts_with(" (");
 }
 
+// Where in the line, from there on, the header of a section begins that the service writes: what
+// stood between it and the text before is lost. npos where none does.
+size_t FindGluedHeader(std::string_view line, size_t from) {
+    constexpr size_t kLongestTitle = 64;
+    if (!line.ends_with(kRuleEnd)) return std::string_view::npos;
+    size_t found = std::string_view::npos;
+    for (size_t at; (at = line.find(kRule, from)) != std::string_view::npos; from = at + 1) {
+        const std::string_view title = line.substr(at + kRule.size(), kLongestTitle);
+        if (ServiceSection(title.substr(0, title.find(" ("))) && ParseHeader(line.substr(at))) {
+            found = at;
+        }
+    }
+    return found;
+}
+
 // What the header says beside the title: programs are called by their path in some bin folder.
 void SetDetail(Section& section, std::string_view header) {
     std::string_view detail = header.substr(section.title.size() + 2);
@@ -77,17 +92,32 @@ void CorrectKind(Section& section) {
     }
 }
 
-// Whether a line begins in the 64 bytes behind `at` with one of these. Without a branch, so that
-// it becomes a few vector instructions.
+// Whether a line begins in the 64 bytes behind `at` with one of these, or a rule may end its dashes
+// there. Without a branch, so that it becomes a few vector instructions.
 bool MayHoldLine(const char* at) {
     unsigned char found = 0;
     for (size_t i = 0; i < 64; ++i) {
         const bool end = at[i] == '\n';
         const char first = at[i + 1];
         const bool matters = (first == '-') | (first == '*') | (first == 'v');
-        found = static_cast<unsigned char>(found | (end & matters));
+        const bool rule = (at[i] == '-') & (first == '-') & (at[i + 2] == ' ');
+        found = static_cast<unsigned char>(found | (end & matters) | rule);
     }
     return found != 0;
+}
+
+// Where in a line's text a rule begins, or may: its last dashes may go on in what follows. Only
+// where the line may still end before it is too long. The size when none does.
+size_t FindRule(std::string_view text, size_t from, bool ended) {
+    if (text.size() > kLongestLine) from = std::max(from, text.size() - kLongestLine);
+    const size_t rule = text.find(kRule, from);
+    if (rule != std::string_view::npos || ended) return std::min(rule, text.size());
+    size_t dashes = 0;
+    while (dashes < kRule.size() - 1 && from + dashes < text.size() &&
+           text[text.size() - 1 - dashes] == '-') {
+        ++dashes;
+    }
+    return text.size() - dashes;
 }
 
 }  // namespace
@@ -98,14 +128,27 @@ bool ReportParser::MayMatter(char first) const {
     return EveryLineMatters() || first == '-' || first == '*' || first == 'v';
 }
 
-// Where the next line begins that may matter; the size when none does.
-size_t ReportParser::FindLine(std::string_view bytes) const {
+// Where the next line begins that may matter, or within a line a rule that has lost its beginning;
+// the size when none does.
+size_t ReportParser::FindLine(std::string_view bytes) {
     size_t at = 0;
     while (at < bytes.size()) {
+        size_t from = at;
         if (!EveryLineMatters()) {
-            while (at + 64 < bytes.size() && !MayHoldLine(&bytes[at])) at += 64;
+            while (at + 65 < bytes.size() && !MayHoldLine(&bytes[at])) at += 64;
+            from = std::max(from, at - std::min(at, kRule.size()));
         }
         const void* const end = std::memchr(&bytes[at], '\n', bytes.size() - at);
+        if (!EveryLineMatters()) {
+            const std::string_view text =
+                    end == nullptr
+                            ? bytes
+                            : bytes.substr(0, static_cast<size_t>(static_cast<const char*>(end) -
+                                                                  bytes.data()));
+            const size_t rule = FindRule(text, from, end != nullptr);
+            glued_ = rule < text.size();
+            if (glued_) return rule;
+        }
         if (end == nullptr) return bytes.size();
         at = static_cast<size_t>(static_cast<const char*>(end) - bytes.data()) + 1;
         if (at < bytes.size() && MayMatter(bytes[at])) return at;
@@ -127,7 +170,7 @@ void ReportParser::Feed(std::string_view bytes) {
                 Capture(beginning);
                 TakeLongLine(beginning + std::string(piece.substr(0, kToldOfLine)),
                              base + at - beginning.size());
-                line_start_ = false;
+                line_start_ = glued_ = false;
                 continue;
             }
             if (end == rest.size()) {
@@ -137,12 +180,13 @@ void ReportParser::Feed(std::string_view bytes) {
             }
             used = end + 1;
             const uint64_t after = base + at + used;
+            const bool glued = std::exchange(glued_, false);
             if (partial_.empty()) {
-                TakeLine({piece, base + at, after});
+                TakeLine({piece, base + at, after, glued});
             } else {
                 partial_ += piece;
                 const std::string line = std::exchange(partial_, {});
-                TakeLine({line, after - 1 - line.size(), after});
+                TakeLine({line, after - 1 - line.size(), after, glued});
             }
         } else {
             used = FindLine(rest);
@@ -161,7 +205,7 @@ void ReportParser::Finish() {
     // Nothing but its newline may lack from a rule. A record would be wrong without its last digit.
     if (line.starts_with('-')) {
         const uint64_t begin = fed_ - line.size();
-        TakeLine({line, begin, fed_});
+        TakeLine({line, begin, fed_, glued_});
         if (stray_ && stray_->where.begin == begin)
             stray_.reset();  // a header's beginning, perhaps
     } else {
@@ -193,6 +237,9 @@ void ReportParser::TakeLine(const Line& line) {
         Capture(line.text);
         if (line.end - line.begin > line.text.size()) Capture("\n");
     }
+    const size_t glued = FindGluedHeader(line.text, line.glued ? 0 : 1);
+    if (glued != std::string_view::npos) return TakeGluedHeader(line, glued);
+    if (line.glued) return;  // content
     if (line.text.starts_with('-')) return TakeRule(line);
     std::string_view text = line.text;
     if (line.begin == 0 && text.starts_with(kByteOrderMark)) {
@@ -205,6 +252,24 @@ void ReportParser::TakeLine(const Line& line) {
     } else if (open_.empty()) {
         TakeOutside(line);
     }
+}
+
+// A line that lost its end, and a header that lost what stood before it.
+void ReportParser::TakeGluedHeader(const Line& line, size_t at) {
+    const uint64_t begin = line.begin + at;
+    if (in_black_box_) {
+        BlackBox& black_box = *items_.back().black_box;
+        black_box.TakeLine("", {line.begin, begin});
+        black_box.ended = true;
+        EndBlackBox(begin);
+    } else if (open_.empty()) {
+        const std::string_view before = line.text.substr(0, at);
+        if (before.starts_with(kVerbose) && told_ == 0 && !has_first_line_) {
+            TakeFirstLine({before, line.begin, begin}, before.substr(kVerbose.size()));
+        }
+        SetStray({before, line.begin, begin});
+    }
+    TakeHeader({line.text.substr(at), begin, line.end}, *ParseHeader(line.text.substr(at)));
 }
 
 // A report's first line: of this one, of another in the same file, or of an older one in a log.
@@ -220,14 +285,26 @@ void ReportParser::TakeFirstLine(const Line& line, std::string_view setting) {
         has_first_line_ = true;
         TellOutside(line.begin);
         told_ = line.end;
-    } else if (!at_end_) {
+    } else if (!std::exchange(at_end_, false)) {
         TellLoss(Loss::Kind::kBeginning, "", {line.begin, line.end});
     }
+    headings_ = 0;
 }
 
 // Between the first line and the last section nothing stands outside but what the service writes.
 void ReportParser::TakeOutside(const Line& line) {
-    if (!has_first_line_ || at_end_ || IsServiceLine(line.text)) return;
+    const size_t heading = HeadingNumber(line.text);
+    const bool after_heading = std::exchange(after_heading_, heading > 0);
+    const bool after_separator = std::exchange(after_separator_, IsSeparator(line.text));
+    if (!has_first_line_ || at_end_) return;
+    // Each heading stands between separators, and behind the one before it.
+    const bool torn = (after_heading && !after_separator_) ||
+                      (heading > 0 && (!after_separator || headings_ + 1 != heading));
+    if (heading > 0) headings_ = heading;
+    if (torn || !IsServiceLine(line.text)) SetStray(line);
+}
+
+void ReportParser::SetStray(const Line& line) {
     if (!stray_) {
         stray_ = {Loss::Kind::kAround,
                   std::string(line.text.substr(0, kToldOfLine)),
@@ -255,18 +332,25 @@ void ReportParser::TakeRule(const Line& line) {
         if (!in_black_box_ && open_.empty()) TakeOutside(line);
         return;
     }
-    if (in_black_box_) items_.back().black_box->ended = true;
-    EndBlackBox(line.begin);
-    if (const auto footer = ParseFooter(line.text)) {
+    const auto footer = ParseFooter(line.text);
+    const auto header = ParseHeader(line.text);
+    if (in_black_box_) {
+        BlackBox& black_box = *items_.back().black_box;
+        // A footer is one of a section whose header was lost, and more of the block with it.
+        black_box.ended = !footer;
+        const std::string_view next = header ? ApparentTitle(*header) : kAfterBlackBox;
+        black_box.torn = next != kAfterBlackBox && ServiceSection(next);
+        EndBlackBox(line.begin);
+    }
+    if (footer) {
         TakeFooter(line, *footer);
-    } else if (const auto header = ParseHeader(line.text)) {
+    } else if (header) {
         TakeHeader(line, *header);
     } else if (line.text == kBlackBox) {
         BeginBlackBox(line);
     } else if (open_.empty()) {
-        has_headings_ = has_headings_ || line.text == kLastHeading;
         TakeOutside(line);
-    } else if (line.text == kLastHeading && !has_headings_) {
+    } else if (line.text == kLastHeading && headings_ < kHeadings) {
         own_heading_ = line.begin;
     }
 }
@@ -306,9 +390,11 @@ ReportParser::Item& ReportParser::AddItem(uint64_t begin, std::string_view heade
         GiveUp(0, begin);
     }
     if (items_.empty()) {
+        if (after_heading_) SetStray({kLastHeading, begin, begin});
         TellStray();
         TellOutside(begin);
     }
+    after_heading_ = after_separator_ = false;
     pending_bytes_ += header.size();
     items_.push_back({begin, 0, std::string(header), older_, {}, {}, {}});
     return items_.back();
@@ -417,7 +503,9 @@ void ReportParser::TakeStars(const Line& line) {
 void ReportParser::TakeBlackBoxLine(const Line& line) {
     if (line.text.empty()) return;
     if (!open_.empty() && line.text.starts_with('T')) ++pending_records_;
-    items_.back().black_box->TakeLine(line.text, {line.begin, line.end});
+    // A section's failure is none of the block's: what was between is lost.
+    const bool of_section = failure_line_.end == line.end;
+    items_.back().black_box->TakeLine(of_section ? "" : line.text, {line.begin, line.end});
 }
 
 void ReportParser::BeginBlackBox(const Line& line) {
@@ -460,12 +548,18 @@ void ReportParser::TellLoss(Loss::Kind kind, std::string_view title, TextRange w
 void ReportParser::Tell(Item&& item, uint64_t end) {
     TellOutside(item.begin);
     told_ = end;
+    if (std::exchange(at_end_, false) && (item.service || item.black_box)) {
+        TellLoss(Loss::Kind::kFirstLine, item.section.title, {item.begin, end});
+    }
     if (item.black_box) {
         if (listener_.on_black_box) listener_.on_black_box(std::move(*item.black_box));
         return;
     }
     Section& section = item.section;
     at_end_ = section.complete && section.title == LastServiceSection();
+    if (at_end_ && headings_ > 0 && headings_ < kHeadings) {
+        TellLoss(Loss::Kind::kAround, kLastHeading, {item.begin, item.begin});
+    }
     if (section.captured.size() > section.text.size()) {
         section.captured.resize(static_cast<size_t>(section.text.size()));
     }

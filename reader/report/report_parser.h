@@ -43,6 +43,7 @@ class ReportParser {
             kFooter,  // the section `title` goes on until after others: its footer is another's
             kAround,  // of lines outside that the service doesn't write there; `title` is the first
             kBeginning,  // another report begins, and the one before has not come to its end
+            kFirstLine,  // after a report's end others of its sections come, the first is `title`
         };
         Kind kind;
         std::string title;
@@ -100,7 +101,8 @@ class ReportParser {
     struct Line {
         std::string_view text;
         uint64_t begin;
-        uint64_t end;  // behind its newline
+        uint64_t end;        // behind its newline
+        bool glued = false;  // it begins within a line
     };
     struct Footer {
         std::string_view title;
@@ -110,7 +112,7 @@ class ReportParser {
     // Each line is looked at: else only those that may be a header and the like.
     bool EveryLineMatters() const { return in_black_box_ || open_.empty(); }
     bool MayMatter(char first) const;
-    size_t FindLine(std::string_view bytes) const;
+    size_t FindLine(std::string_view bytes);
     void Capture(std::string_view bytes);
 
     void TakeLine(const Line& line);
@@ -119,6 +121,7 @@ class ReportParser {
     void TakeFooter(const Line& line, const Footer& footer);
     void CloseSection(Item& item, const Line& line, const Footer& footer) const;
     bool HoldsOwnSections(size_t index) const;
+    void TakeGluedHeader(const Line& line, size_t at);
     void TakeFirstLine(const Line& line, std::string_view setting);
     void TakeStars(const Line& line);
     void TakeBlackBoxLine(const Line& line);
@@ -131,6 +134,7 @@ class ReportParser {
     void TellResolved(uint64_t at);
     void TakeLongLine(std::string_view beginning, uint64_t begin);
     void TakeOutside(const Line& line);
+    void SetStray(const Line& line);
     void TellStray();
     void TellLoss(Loss::Kind kind, std::string_view title, TextRange where);
     void Tell(Item&& item, uint64_t end);
@@ -145,16 +149,20 @@ class ReportParser {
     bool cut_ = false;
 
     bool line_start_ = true;  // else within a line that doesn't matter
+    bool glued_ = false;      // the next that is looked at begins within a line
     std::string partial_;     // the beginning of a line that may
     std::string failure_;     // the last failure line, and where it stands
     TextRange failure_line_;
 
     // The first is told as soon as it ends; what follows it, as in the report, has begun within it.
     std::vector<Item> items_;
-    std::vector<size_t> open_;   // the sections that are open, outermost first
-    uint64_t older_ = 0;         // where in content a report's first line stood last
-    uint64_t own_heading_ = 0;   // where in content one stands that is due outside
-    bool has_headings_ = false;  // outside
+    std::vector<size_t> open_;  // the sections that are open, outermost first
+    uint64_t older_ = 0;        // where in content a report's first line stood last
+    uint64_t own_heading_ = 0;  // where in content one stands that is due outside
+    // Outside: the number of the last heading of statistics, and what the line before is.
+    size_t headings_ = 0;
+    bool after_heading_ = false;
+    bool after_separator_ = false;
     // How often each of the service's sections is among the items, complete, or has been told.
     std::array<size_t, kServiceSections> seen_{};
     bool in_black_box_ = false;        // the last item is the black box, and open

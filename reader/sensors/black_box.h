@@ -32,6 +32,7 @@ struct BlackBox {
     std::string failure;          // what a line of asterisks in it says; "" if none does
     TextRange text;               // from its heading on
     bool ended = false;           // something follows it; else more of it may have been lost
+    bool torn = false;            // what follows it is not the next that the service writes
     bool headless = false;        // it begins with a sensor: its heading was lost
     size_t odd_lines = 0;         // that are none of the block's: what stood there was lost
     TextRange odd_line;           // the first of them

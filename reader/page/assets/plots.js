@@ -4,20 +4,21 @@
 // report tells when the device booted, else from the newest record. Reports that are compared are
 // aligned at their newest records.
 'use strict';
-window.boardreport = {ready: false, plots: []};
 (() => {
     const area = document.querySelector('#plots');
-    if (!area) return;
 
     const kLeastSpan = 0.01;  // ms
-    const figures = [...area.querySelectorAll('figure')].map(element => ({
+    const figures = [...area?.querySelectorAll('figure') ?? []].map(element => ({
         element,
         shape: element.dataset.shape,
         readout: element.querySelector('.readout'),
+        name: element.querySelector('h3').firstChild.data.trim(),
         sets: [...element.querySelectorAll('script')].map(readRecords),
     })).filter(figure => figure.sets.length > 0);
+    if (figures.length === 0) return;
     const compared = Number(area.dataset.reports) > 1;
-    const boot = area.dataset.boot === undefined ? null : 1000 * Number(area.dataset.boot);
+    const boots = document.querySelector('main').dataset.boots;
+    const boot = compared || boots === '-' ? null : 1000 * Number(boots);
 
     // --- x of a time ---------------------------------------------------------------------------
 
@@ -37,6 +38,9 @@ window.boardreport = {ready: false, plots: []};
         }
     }
     const xOf = (set, i) => set.start + set.times[i] / 1e6;
+    // Of milliseconds since the report's boot; null when its records don't tell.
+    const xOfBoot = (report, time) => boot !== null ? boot + time
+        : newest[report] === undefined ? null : time - Number(newest[report]) / 1e6;
     const timeOf = (set, x) => (x - set.start) * 1e6;
     // Where the i-th period of the on-wrist sensor ends.
     const endOf = (set, i) => xOf(set, i) + 1000 * set.columns[0][i];
@@ -54,6 +58,16 @@ window.boardreport = {ready: false, plots: []};
         if (precision >= 86400e3) return time.toISOString().slice(0, 10);
         if (precision >= 60e3) return clock;
         return `${clock}:${two(time.getUTCSeconds())}`;
+    }
+
+    // A time in words, with what it counts from.
+    function tellTime(x) {
+        if (boot === null) {
+            return compared ? `${((x) / 1000).toFixed(3)} s from each report’s newest record`
+                : `${(x / 1000).toFixed(3)} s from the newest record`;
+        }
+        const day = new Date(x).toISOString();
+        return `${day.slice(0, 10)} ${day.slice(11, 19)}, ${((x - boot) / 1000).toFixed(3)} s after boot`;
     }
 
     // --- what is seen --------------------------------------------------------------------------
@@ -77,6 +91,8 @@ window.boardreport = {ready: false, plots: []};
     let view = home;
     let showing = false;  // what is drawn follows the view, and not the other way round
     let cursor = null;
+    let marked = null;  // the x of the time that was chosen
+    let hidden = new Set();  // reports
 
     // --- colours -------------------------------------------------------------------------------
 
@@ -85,8 +101,9 @@ window.boardreport = {ready: false, plots: []};
         const style = getComputedStyle(document.documentElement);
         const value = name => style.getPropertyValue(name).trim();
         colour = {
-            lines: [1, 2, 3, 4, 5].map(i => value(`--line-${i}`)),
+            lines: Array.from({length: 12}, (_, i) => value(`--line-${i + 1}`)),
             grid: value('--grid'), axis: value('--rule'), mark: value('--mark'),
+            trouble: value('--failed'), chosen: value('--link'),
         };
     }
     const colourOf = i => colour.lines[i % colour.lines.length];
@@ -97,7 +114,11 @@ window.boardreport = {ready: false, plots: []};
     const plots = [];
     const plotOf = new Map();  // by element
     const wear = figures.filter(({shape}) => shape === 'wear').flatMap(({sets}) => sets);
-    const events = figures.filter(({shape}) => shape === 'event').flatMap(({sets}) => sets);
+    const gestures = figures.filter(({shape}) => shape === 'event');
+    const shown = set => !hidden.has(set.report);
+    for (const figure of figures) {
+        figure.troubles = figure.sets.map(set => troublesOf(set, xOf, xOfBoot(set.report, Number(newest[set.report] ?? 0n) / 1e6)));
+    }
     const axes = ['x', 'y', 'z'];
 
     function linesOf(sets, column) {
@@ -113,13 +134,7 @@ window.boardreport = {ready: false, plots: []};
             colours: set.columns.map((_, i) => i),
         }));
     }
-    function reportName(report) {  // after Z comes AA
-        let name = '';
-        for (let rest = report + 1; rest > 0; rest = Math.floor((rest - 1) / 26)) {
-            name = String.fromCharCode(65 + (rest - 1) % 26) + name;
-        }
-        return name;
-    }
+    const reportName = report => `[${report}]`;
 
     function rowsOf(plot) {
         const [from, to] = view;
@@ -128,6 +143,10 @@ window.boardreport = {ready: false, plots: []};
         const rows = [];
         let before = 1;
         for (const {set, columns} of plot.lines) {
+            if (!shown(set)) {
+                before += columns.length;
+                continue;
+            }
             const some = {times: set.times, gap: set.gap, columns: columns.map(i => set.columns[i])};
             for (const [time, ...values] of thin(some, timeOf(set, from), timeOf(set, to), pixels)) {
                 const row = new Array(1 + width).fill(null);
@@ -159,6 +178,8 @@ window.boardreport = {ready: false, plots: []};
     function add(figure, lines, height = '') {
         const element = document.createElement('div');
         element.className = `plot ${figure.shape} ${height}`;
+        element.setAttribute('role', 'img');
+        element.setAttribute('aria-label', `Plot of ${figure.name}; its figures are under Numbers`);
         figure.element.querySelector('.plots').append(element);
         const lane = figure.shape === 'event' || figure.shape === 'wear';
         plots.push({figure, element, lines, lane, graph: null, seen: false, stale: true});
@@ -184,7 +205,9 @@ window.boardreport = {ready: false, plots: []};
             connectSeparatedPoints: true,
             strokeWidth: lane ? 0 : 1.2,
             drawPoints: figure.shape === 'event',
-            pointSize: 4,
+            pointSize: 6,
+            drawPointCallback: (graph, name, canvas, x, y, colour, size) =>
+                drawGesture(canvas, gestures.indexOf(figure), x, y, size, colour),
             highlightCircleSize: lane ? 0 : 3,
             axisLabelFontSize: 11,
             labelsUTC: true,
@@ -198,15 +221,25 @@ window.boardreport = {ready: false, plots: []};
                 },
                 y: {
                     axisLabelWidth: kAxisWidth - 6,
+                    axisLabelFormatter: (y, granularity, options, graph) => labelOfY(y, graph),
                     pixelsPerLabel: 20,
                     ...(lane ? {ticker: () => [], valueRange: [0.4, lines.length + 0.6]} : {}),
                 },
             },
-            interactionModel: {...Dygraph.defaultInteractionModel, dblclick: reset},
+            interactionModel: mouse,
+            clickCallback: (event, x) => boardreport.choose(x, {figure: figure.element}),
             underlayCallback: (canvas, where, graph) => drawBands(canvas, where, graph, plot),
             drawCallback: graph => follow(graph),
         });
     }
+    // All ticks of an axis are written alike: so many digits as their distance needs.
+    function labelOfY(y, graph) {
+        const [low, high] = graph.yAxisRange();
+        const most = Math.max(Math.abs(low), Math.abs(high));
+        if (most >= 1e6 || high - low < 1e-4) return y.toExponential(1);
+        return y.toFixed(Math.max(0, Math.min(4, 1 - Math.floor(Math.log10(high - low)))));
+    }
+
     // What is out of sight waits until it is looked at, or asked for.
     function redraw() {
         showing = true;
@@ -235,7 +268,7 @@ window.boardreport = {ready: false, plots: []};
     }, {rootMargin: '30%'});
     // Reports that say the same still show all: what is drawn first is the widest.
     const widths = lines => Object.fromEntries(lines.flatMap(({names}, i) =>
-        names.map(name => [name, {strokeWidth: 1 + 0.9 * (lines.length - 1 - i)}])));
+        names.map(name => [name, {strokeWidth: 1.2 + 2 * (lines.length - 1 - i) / lines.length}])));
     const stepFor = ([from, to]) => {
         const seconds = (to - from) / 1000;
         if (seconds > 6 * 86400) return 86400e3;
@@ -249,6 +282,7 @@ window.boardreport = {ready: false, plots: []};
         const ownLane = plot.figure.shape === 'wear';
         const share = where.h / wear.length;
         for (const [k, set] of wear.entries()) {
+            if (!shown(set)) continue;
             const top = ownLane ? where.y + share * (k + 0.25) : where.y;
             const height = ownLane ? share / 2 : where.h;
             canvas.fillStyle = colourOf(set.report);
@@ -259,21 +293,23 @@ window.boardreport = {ready: false, plots: []};
             }
         }
         canvas.globalAlpha = 1;
-        if (plot.lane) return;
-        for (const set of events) {
-            canvas.fillStyle = compared ? colourOf(set.report) : colour.mark;
+        plot.figure.sets.forEach((set, i) => {
+            if (!shown(set)) return;
+            for (const trouble of plot.figure.troubles[i]) {
+                if (trouble.to < view[0] || trouble.from > view[1]) continue;
+                drawTrouble(canvas, where, trouble, left(trouble.from), left(trouble.to),
+                            compared ? colourOf(set.report) : colour.trouble);
+            }
+        });
+        if (!plot.lane) gestures.forEach(({sets}, nth) => sets.filter(shown).forEach(set => {
             const begin = firstNotBefore(set.times, timeOf(set, view[0]));
             const end = firstNotBefore(set.times, timeOf(set, view[1]));
             const every = Math.max(1, Math.ceil((end - begin) / where.w));
             for (let i = begin; i < end; i += every) {
-                const x = graph.toDomXCoord(xOf(set, i));
-                canvas.beginPath();
-                canvas.moveTo(x - 4, where.y);
-                canvas.lineTo(x + 4, where.y);
-                canvas.lineTo(x, where.y + 6);
-                canvas.fill();
+                drawGesture(canvas, nth, graph.toDomXCoord(xOf(set, i)), where.y + 5, 5, compared ? colourOf(set.report) : colour.mark);
             }
-        }
+        }));
+        if (marked !== null && marked >= view[0] && marked <= view[1]) drawMark(canvas, where, graph.toDomXCoord(marked), colour.chosen);
     }
 
     // --- zoom and pan --------------------------------------------------------------------------
@@ -288,6 +324,8 @@ window.boardreport = {ready: false, plots: []};
         area.dataset.from = from;
         area.dataset.to = to;
         hideCursor();
+        tellAxis();
+        boardreport.changed?.();
     }
 
     // What was done to one plot with the mouse or a finger is done to all, once a frame.
@@ -322,26 +360,125 @@ window.boardreport = {ready: false, plots: []};
         left: () => move(-0.25, 1), right: () => move(0.25, 1),
         reset, all: () => show(...everything),
         back: () => step(-1), forth: () => step(1),
+        logs: () => boardreport.choose(cursor ?? marked ?? (view[0] + view[1]) / 2), save,
     };
     const keys = {
         '+': 'in', '=': 'in', '-': 'out', ArrowLeft: 'left', ArrowRight: 'right',
-        0: 'reset', a: 'all', ',': 'back', '.': 'forth',
+        0: 'reset', a: 'all', ',': 'back', '.': 'forth', l: 'logs', s: 'save',
     };
     for (const button of document.querySelectorAll('[data-action]')) {
         button.addEventListener('click', () => actions[button.dataset.action]());
     }
     area.addEventListener('keydown', event => {
-        const action = keys[event.key];
+        if (event.key === 'Escape') boardreport.leaveMark();
+        const action = event.target === area ? keys[event.key] : null;
         if (!action || event.ctrlKey || event.metaKey || event.altKey) return;
         event.preventDefault();
         actions[action]();
     });
 
+    // What the mouse does to one plot; fingers are below.
+    const {mousedown, mousemove, mouseup, mouseout, willDestroyContextMyself} = Dygraph.defaultInteractionModel;
+    const mouse = Object.fromEntries(Object.entries({mousedown, mousemove, mouseup, mouseout, willDestroyContextMyself})
+        .filter(([, does]) => does !== undefined));
+    mouse.dblclick = () => { boardreport.leaveMark(); reset(); };
+
+    function xUnder(event) {
+        const plot = plotOf.get(event.target.closest?.('.plot'));
+        if (!plot?.graph) return null;
+        return plot.graph.toDataXCoord(event.clientX - plot.element.getBoundingClientRect().left);
+    }
+    area.addEventListener('wheel', event => {
+        const x = event.ctrlKey ? xUnder(event) : null;
+        if (x === null) return;
+        event.preventDefault();
+        const zoom = Math.exp(Math.max(-1, Math.min(1, event.deltaY / 200)));
+        show(x - (x - view[0]) * zoom, x + (view[1] - x) * zoom);
+    }, {passive: false});
+
+    // One finger moves, two zoom, a tap chooses a time; up and down is the page's own.
+    const fingers = new Map();
+    let tapped = null;
+    const spread = () => {
+        const xs = [...fingers.values()];
+        return [Math.min(...xs), Math.max(...xs)];
+    };
+    area.addEventListener('pointerdown', event => {
+        const x = event.pointerType === 'touch' ? xUnder(event) : null;
+        if (x === null) return;
+        fingers.set(event.pointerId, event.clientX);
+        tapped = fingers.size === 1 ? {x, at: event.clientX, figure: event.target.closest('figure')} : null;
+    });
+    area.addEventListener('pointermove', event => {
+        if (!fingers.has(event.pointerId)) return;
+        const [left, right] = spread();
+        fingers.set(event.pointerId, event.clientX);
+        if (tapped && Math.abs(event.clientX - tapped.at) < 6) return;
+        tapped = null;
+        const [newLeft, newRight] = spread();
+        const plot = plots.find(({graph}) => graph);
+        const edge = plot.element.getBoundingClientRect().left + kAxisWidth;
+        const perPixel = (view[1] - view[0]) / Math.max(100, plot.element.clientWidth - kAxisWidth);
+        const zoom = newRight - newLeft > 10 ? (right - left) / (newRight - newLeft) : 1;
+        const held = view[0] + ((left + right) / 2 - edge) * perPixel;
+        const from = held - ((newLeft + newRight) / 2 - edge) * perPixel * zoom;
+        show(from, from + (view[1] - view[0]) * zoom);
+    });
+    for (const end of ['pointerup', 'pointercancel']) {
+        area.addEventListener(end, event => {
+            if (!fingers.delete(event.pointerId)) return;
+            if (end === 'pointerup' && tapped) boardreport.choose(tapped.x, {figure: tapped.figure});
+            tapped = null;
+        });
+    }
+
+    // The records that are shown, one a line.
+    function save() {
+        const rows = ['sensor,name,report,nanoseconds since boot,time of day,x or value,y,z'];
+        for (const figure of figures) {
+            for (const set of figure.sets.filter(shown)) {
+                const end = firstNotBefore(set.times, timeOf(set, view[1]));
+                for (let i = firstNotBefore(set.times, timeOf(set, view[0])); i < end; ++i) {
+                    const day = boot === null ? '' : new Date(xOf(set, i)).toISOString().slice(0, -1);
+                    rows.push([figure.element.dataset.sensor, `"${figure.name.replaceAll('"', '""')}"`, set.report,
+                               set.first + BigInt(Math.round(set.times[i])), day, ...set.columns.map(column => Number(column[i].toPrecision(7)))].join());
+                }
+            }
+        }
+        const url = URL.createObjectURL(new Blob([rows.join('\n'), '\n'], {type: 'text/csv'}));
+        element('a', {href: url, download: 'sensors.csv'}).click();
+        setTimeout(() => URL.revokeObjectURL(url), 1000);
+        pointed.textContent = `${(rows.length - 1).toLocaleString('en')} records saved in sensors.csv`;
+    }
+
     // --- what is under the cursor --------------------------------------------------------------
 
     const seen = figure => plots.some(plot => plot.figure === figure && plot.seen);
+    const pointed = document.querySelector('#pointed');
+    // Bands and marks at that time, in words.
+    function tellPlace(x, only = figures) {
+        const words = new Set();
+        const near = 5 * (view[1] - view[0]) / Math.max(100, area.clientWidth - kAxisWidth);
+        for (const figure of only) {
+            figure.sets.forEach((set, i) => {
+                if (!shown(set)) return;
+                for (const one of figure.troubles[i]) {
+                    if (one.from - near <= x && x <= one.to + near) words.add(`${figure.name} ${tellTrouble(one)}`);
+                }
+            });
+        }
+        for (const {name, sets} of gestures) {
+            for (const set of sets.filter(shown)) {
+                if (Math.abs(xOf(set, nearest(set.times, timeOf(set, x))) - x) <= near) words.add(name);
+            }
+        }
+        if (wear.some(set => shown(set) && set.times.some((_, i) => xOf(set, i) <= x && x <= endOf(set, i)))) words.add('worn');
+        return [...words].join(', ');
+    }
     function pointAt(x) {
         cursor = x;
+        const place = tellPlace(x);
+        pointed.textContent = tellTime(x) + (place ? `: ${place}` : '');
         for (const plot of plots) {
             if (!plot.graph) continue;
             if (!plot.line) {
@@ -357,6 +494,7 @@ window.boardreport = {ready: false, plots: []};
     }
     function hideCursor() {
         cursor = null;
+        pointed.textContent = boardreport.hint;
         for (const plot of plots) if (plot.line) plot.line.hidden = true;
         for (const figure of figures.filter(seen)) tell(figure, null);
     }
@@ -402,19 +540,25 @@ window.boardreport = {ready: false, plots: []};
     // Without a cursor it is the legend.
     function tell(figure, x) {
         const parts = [];
+        let row = null;  // a report's, where there are several
         const part = (text, className) => {
             const span = document.createElement('span');
             span.textContent = text;
             span.className = className;
-            parts.push(span);
+            if (row) row.append(span);
+            else parts.push(span);
         };
         if (x === null) {
             const where = elsewhere(figure);
             if (where) part(where, 'raw');
         }
-        for (const set of figure.sets) {
+        for (const set of figure.sets.filter(shown)) {
+            if (compared) {
+                row = element('span', {className: 'row'});
+                parts.push(row);
+            }
             const i = x === null ? null : recordAt(figure, set, x);
-            if (compared) part(reportName(set.report), `key line-${set.report % 5 + 1}`);
+            if (compared) part(reportName(set.report), `key line-${set.report % 12 + 1}`);
             if (x !== null && i === null) {
                 part('no record here', 'raw');
                 continue;
@@ -435,13 +579,53 @@ window.boardreport = {ready: false, plots: []};
         figure.readout.replaceChildren(...parts);
     }
     area.addEventListener('pointermove', event => {
-        const element = event.target.closest('.plot');
-        const plot = plotOf.get(element);
-        if (!plot?.graph || event.buttons !== 0) return;
-        const at = event.clientX - element.getBoundingClientRect().left;
-        pointAt(plot.graph.toDataXCoord(at));
+        const x = event.buttons === 0 && event.pointerType !== 'touch' ? xUnder(event) : null;
+        if (x !== null) pointAt(x);
     });
     area.addEventListener('pointerleave', hideCursor);
+
+    // --- legend --------------------------------------------------------------------------------
+
+    boardreport.hint = matchMedia('(pointer: coarse)').matches
+        ? 'Drag to move, pinch to zoom; a tap opens the logs around that time'
+        : 'Drag or Ctrl and wheel to zoom, Shift and drag to move; a click opens the logs around that time';
+    const axisTold = element('span');
+    function tellAxis() {
+        axisTold.textContent = boot === null
+            ? `Times: seconds ${compared ? 'from each report’s newest record' : 'from the newest record; when the device booted isn’t known'}`
+            : stepFor(view) < 1000 ? 'Times: seconds since boot' : 'Times: the device’s time of day';
+    }
+    function writeLegend() {
+        const legend = document.querySelector('#legend');
+        const kinds = new Set(figures.flatMap(({troubles}) => troubles.flat()).map(({kind}) => kind));
+        const words = {frozen: 'froze: its values stand still', gap: 'gap: records are missing', silent: 'silent: it stopped before the others'};
+        legend.replaceChildren(axisTold);
+        if (wear.length > 0) legend.append(element('span', {className: 'swatch worn', textContent: 'worn'}));
+        gestures.forEach(({name}, nth) => legend.append(element('span', {textContent: `${gestureShapes[nth % gestureShapes.length]} ${name}`})));
+        for (const kind of ['frozen', 'gap', 'silent']) {
+            if (kinds.has(kind)) legend.append(element('span', {className: `swatch ${kind}`, textContent: words[kind]}));
+        }
+        tellAxis();
+    }
+    // What is wrong with a sensor leads to what was written then.
+    function offerTroubles(figure) {
+        const first = new Map();
+        figure.troubles.forEach((troubles, i) => {
+            const longest = [...troubles].sort((a, b) => (b.to - b.from) - (a.to - a.from));
+            for (const one of longest) {
+                const key = `${figure.sets[i].report} ${one.words}`;
+                if (!first.has(key)) first.set(key, [figure.sets[i].report, one]);
+            }
+        });
+        const buttons = element('p', {className: 'gos'});
+        if (first.size > 0) figure.readout.before(buttons);
+        for (const [report, one] of first.values()) {
+            const button = element('button', {type: 'button', className: 'go',
+                textContent: `${compared ? `${reportName(report)} ` : ''}Logs when ${one.words === 'gap' ? 'the longest gap began' : one.words === 'silent' ? 'it fell silent' : `it ${one.words}`.replace(/^it (. stood)/, '$1')}`});
+            button.addEventListener('click', () => boardreport.choose(one.from, {figure: figure.element}));
+            buttons.append(button);
+        }
+    }
 
     // --- begin ---------------------------------------------------------------------------------
 
@@ -468,10 +652,28 @@ window.boardreport = {ready: false, plots: []};
         const {top, bottom} = plot.element.getBoundingClientRect();
         plot.seen = bottom > 0 && top < innerHeight;
     }
+    if (compared) for (const {readout} of figures) readout.classList.add('rows');
+    writeLegend();
+    figures.forEach(offerTroubles);
+    pointed.textContent = boardreport.hint;
     redraw();
     for (const figure of figures) tell(figure, null);
     for (const plot of plots) sight.observe(plot.element);
-    addEventListener('beforeprint', settle);
+    // On paper a canvas is what it last was on the screen: all are drawn by then, and scaled.
+    const kPaperWidth = 690;
+    const drawAhead = () => {
+        const plot = plots.find(({graph}) => !graph);
+        if (!plot) return;
+        showing = true;
+        draw(plot);
+        showing = false;
+        requestIdleCallback(drawAhead);
+    };
+    requestIdleCallback?.(drawAhead);
+    addEventListener('beforeprint', () => {
+        settle();
+        area.style.setProperty('--paper', Math.min(1, kPaperWidth / area.clientWidth));
+    });
     for (const query of ['(prefers-color-scheme: dark)', 'print']) {
         matchMedia(query).addEventListener('change', () => {
             readColours();
@@ -480,6 +682,32 @@ window.boardreport = {ready: false, plots: []};
     }
     area.dataset.from = view[0];
     area.dataset.to = view[1];
+    boardreport.axis = {reports: Number(area.dataset.reports), xOf: xOfBoot, tell: tellTime};
+    // Near what was recorded it is shown there; else only said.
+    boardreport.mark = x => {
+        marked = x;
+        const [from, to] = view, reach = 10 * (home[1] - home[0]);
+        if (x !== null && (x < from || x > to) && x > home[0] - reach && x < home[1] + reach) {
+            const margin = (Math.max(to, x) - Math.min(from, x)) * 0.02;
+            show(Math.min(from, x - margin), Math.max(to, x + margin));
+        } else {
+            redraw();
+        }
+        if (x !== null && (x < view[0] || x > view[1])) {
+            const away = duration(Math.abs(x - (x < view[0] ? home[0] : home[1])) / 1000);
+            pointed.textContent = `That is ${away} ${x < view[0] ? 'before' : 'after'} what the sensors recorded`;
+        }
+    };
+    boardreport.hideInPlots = reports => {
+        hidden = new Set(reports);
+        redraw();
+        for (const figure of figures) tell(figure, cursor);
+    };
+    boardreport.view = {
+        get: () => view[0] === home[0] && view[1] === home[1] ? null : view,
+        mark: () => marked,
+        set: show,
+    };
     Object.defineProperty(window.boardreport, 'plots', {
         get() {
             settle();
@@ -487,4 +715,3 @@ window.boardreport = {ready: false, plots: []};
         },
     });
 })();
-window.boardreport.ready = true;

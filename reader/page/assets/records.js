@@ -23,6 +23,8 @@ function readRecords(element) {
         report: Number(element.dataset.report),
         first: BigInt(element.dataset.first),
         gap: Number(element.dataset.gap),  // a longer step, in nanoseconds, is a gap
+        still: element.dataset.still,          // when its values stood still
+        silent: 'silent' in element.dataset,   // it ended before the others
         times: read(packed, count, unit),  // nanoseconds after the first
         columns,
     };
