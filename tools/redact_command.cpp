@@ -17,6 +17,7 @@
 #include "read_reports.h"
 #include "redaction.h"
 #include "redaction_map.h"
+#include "terminal.h"
 #include "utf8.h"
 
 namespace {
@@ -25,8 +26,8 @@ constexpr size_t kPiece = size_t{64} * 1024;
 constexpr char kReport[] = "redacted.txt";
 constexpr char kBundle[] = "redacted.tar";
 
-int Complain(int status, const std::string& sentence) {
-    std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
+int Fail(int status, const std::string& sentence) {
+    Complain(sentence);
     return status;
 }
 
@@ -180,16 +181,16 @@ int Call::ReadMap() {
     inputs_.push_back(std::make_unique<Input>());
     Input& input = *inputs_.back();
     if (const std::string sentence = input.Open(path); !sentence.empty()) {
-        return Complain(kUnreadable, sentence);
+        return Fail(kUnreadable, sentence);
     }
     // It holds what the outputs no longer do.
     if (fstat(input.fd(), &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & 077) != 0 &&
         fchmod(input.fd(), S_IRUSR | S_IWUSR) != 0) {
-        return Complain(1, path + " can be read by others, and can't be changed: " + Reason(errno));
+        return Fail(1, path + " can be read by others, and can't be changed: " + Reason(errno));
     }
     const std::string wrong = reader::ParseRedactionMap(ReadAll(input.Bytes()), values_, files_);
     if (wrong.empty()) return 0;
-    return Complain(kUnreadable, path + " is no map of redactions: " + wrong);
+    return Fail(kUnreadable, path + " is no map of redactions: " + wrong);
 }
 
 int Call::ReadAlso() {
@@ -197,7 +198,7 @@ int Call::ReadAlso() {
         inputs_.push_back(std::make_unique<Input>());
         Input& input = *inputs_.back();
         if (const std::string sentence = input.Open(path); !sentence.empty()) {
-            return Complain(kUnreadable, sentence);
+            return Fail(kUnreadable, sentence);
         }
         const std::string all = ReadAll(input.Bytes());
         std::string_view rest = all;
@@ -227,12 +228,12 @@ int Call::Check(reader::Redaction& redaction) {
         sentence = bundle_->Again(bundle_again, bytes);
         if (sentence.empty()) sentence = redaction.CheckBundle(*bytes);
     }
-    if (!sentence.empty()) return Complain(1, "what was written can't be read again: " + sentence);
+    if (!sentence.empty()) return Fail(1, "what was written can't be read again: " + sentence);
     for (const reader::Redaction::Finding& finding : redaction.findings()) {
-        Complain(1, "still there: " + Shown(finding.what) + " (" + Shown(finding.where) + ")");
+        Fail(1, "still there: " + Shown(finding.what) + " (" + Shown(finding.where) + ")");
     }
     if (redaction.findings().empty()) return 0;
-    return Complain(1, "nothing was put in its place; --also names further values");
+    return Fail(1, "nothing was put in its place; --also names further values");
 }
 
 int Call::Run() {
@@ -247,7 +248,7 @@ int Call::Run() {
     options.without_sensors = std::ranges::count(command_.without, "sensors") > 0;
     options.without_times = std::ranges::count(command_.without, "times") > 0;
     if (command_.report == "-" && command_.bundle == "-") {
-        return Complain(kBadUsage, "standard input is one file; name the other");
+        return Fail(kBadUsage, "standard input is one file; name the other");
     }
     if (!command_.map.empty()) {
         if (const int status = ReadMap(); status != 0) return status;
@@ -259,7 +260,7 @@ int Call::Run() {
     const bool has_bundle = !command_.bundle.empty();
     std::string sentence = report.Open(command_.report);
     if (sentence.empty() && has_bundle) sentence = bundle.Open(command_.bundle);
-    if (!sentence.empty()) return Complain(kUnreadable, sentence);
+    if (!sentence.empty()) return Fail(kUnreadable, sentence);
 
     const std::string output = command_.output.empty() ? kReport : command_.output;
     const std::string bundle_output =
@@ -274,25 +275,24 @@ int Call::Run() {
         const bool is_map = file == map.get();
         if (file->Replaces(report.fd()) || (has_bundle && file->Replaces(bundle.fd())) ||
             (!is_map && WritesOver(*file))) {
-            return Complain(kBadUsage,
-                            file->name() + " is read here, and can't be written as well");
+            return Fail(kBadUsage, file->name() + " is read here, and can't be written as well");
         }
     }
     if ((bundle_ && report_->file().IsSameAs(bundle_->file())) ||
         (map && (map->IsSameAs(report_->file()) || (bundle_ && map->IsSameAs(bundle_->file()))))) {
-        return Complain(kBadUsage, "two of the outputs are one file");
+        return Fail(kBadUsage, "two of the outputs are one file");
     }
     for (const std::string& trouble :
          {report_->Trouble(), bundle_ ? bundle_->Trouble() : std::string(),
           map && map->error() != 0 ? map->Sentence() : std::string()}) {
-        if (!trouble.empty()) return Complain(1, trouble);
+        if (!trouble.empty()) return Fail(1, trouble);
     }
 
     reader::Redaction redaction(options, values_);
     sentence = redaction.LearnReport(report.Bytes());
-    if (!sentence.empty()) return Complain(kUnreadable, report.Sentence(sentence));
+    if (!sentence.empty()) return Fail(kUnreadable, report.Sentence(sentence));
     if (has_bundle) sentence = redaction.LearnBundle(bundle.Bytes());
-    if (!sentence.empty()) return Complain(kUnreadable, bundle.Sentence(sentence));
+    if (!sentence.empty()) return Fail(kUnreadable, bundle.Sentence(sentence));
 
     const auto changes = [&]() -> reader::Changes* {
         return map ? &files_.emplace_back() : nullptr;
@@ -307,17 +307,17 @@ int Call::Run() {
     }
     if (sentence.empty()) sentence = report_->Trouble();
     if (sentence.empty() && bundle_) sentence = bundle_->Trouble();
-    if (!sentence.empty()) return Complain(1, sentence);
+    if (!sentence.empty()) return Fail(1, sentence);
 
     if (const int status = Check(redaction); status != 0) return status;
     // The map first: nothing is shared that its owner can't undo.
     if (map) {
         reader::FormatRedactionMap(values_, files_,
                                    [&](std::string_view bytes) { return map->Write(bytes); });
-        if (!map->Commit()) return Complain(1, map->Sentence());
+        if (!map->Commit()) return Fail(1, map->Sentence());
     }
-    if (!report_->Commit()) return Complain(1, report_->Trouble());
-    if (bundle_ && !bundle_->Commit()) return Complain(1, bundle_->Trouble());
+    if (!report_->Commit()) return Fail(1, report_->Trouble());
+    if (bundle_ && !bundle_->Commit()) return Fail(1, bundle_->Trouble());
     PrintTable(redaction);
     return 0;
 }
@@ -377,13 +377,13 @@ int Call::Undo() {
     if (const int status = ReadMap(); status != 0) return status;
     Input input;
     if (const std::string sentence = input.Open(command_.report); !sentence.empty()) {
-        return Complain(kUnreadable, sentence);
+        return Fail(kUnreadable, sentence);
     }
     OutputFile file(command_.output.empty() ? "-" : command_.output);
     if (file.Replaces(input.fd()) || WritesOver(file)) {
-        return Complain(kBadUsage, file.name() + " is read here, and can't be written as well");
+        return Fail(kBadUsage, file.name() + " is read here, and can't be written as well");
     }
-    if (file.error() != 0) return Complain(1, file.Sentence());
+    if (file.error() != 0) return Fail(1, file.Sentence());
     uint64_t size = 0;
     reader::ByteSource& counted = input.Bytes();
     for (;;) {
@@ -396,16 +396,15 @@ int Call::Undo() {
         return changes.size == size && reader::Undo(input.Bytes(), changes, nowhere);
     });
     if (its == files_.end()) {
-        return Complain(1,
-                        command_.report +
-                                " isn't as it was written with this map: it was changed since, or "
-                                "written with another");
+        return Fail(1, command_.report +
+                               " isn't as it was written with this map: it was changed since, or "
+                               "written with another");
     }
     if (!its->complete) {
-        return Complain(1, "the map holds not all that was left out of " + command_.report);
+        return Fail(1, "the map holds not all that was left out of " + command_.report);
     }
     reader::Undo(input.Bytes(), *its, [&](std::string_view bytes) { return file.Write(bytes); });
-    return file.Commit() ? 0 : Complain(1, file.Sentence());
+    return file.Commit() ? 0 : Fail(1, file.Sentence());
 }
 
 }  // namespace

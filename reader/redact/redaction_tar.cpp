@@ -154,11 +154,12 @@ bool Redaction::RedactMember(ByteSource& from, Member& member, Output& out) {
     if (error_.empty()) error_ = spool.error();
     member.missing = body.left();
     member.cut = member.missing > 0;
-    if (member.cut) {
-        if (bundle_fault_.empty()) bundle_fault_ = "it ends within " + where_;
-    } else {
+    if (!member.cut) {
         member.padding = ReadExactly(from, static_cast<size_t>(Padding(member.size)));
-        if (member.padding.size() < Padding(member.size)) member.cut = true;
+        member.cut = member.padding.size() < Padding(member.size);
+    }
+    if (member.cut && bundle_fault_.empty()) {
+        bundle_fault_ = "it ends within " + where_;
     }
     if (phase_ == Phase::kLearn && !why.empty()) {
         numbers_left_out_[number] = {why, member_};
@@ -236,7 +237,11 @@ void Redaction::WriteMember(Member& member, Spool& body, Output& body_out, Outpu
     }
     out.ReplaceDifferences(header.block(), member.header.block());
     out.Append(body, body_out);
-    if (!member.cut) WritePadding(new_size, member.padding, out);
+    if (member.cut) {
+        out.Replace(std::string(member.padding.size(), '\0'), member.padding);
+    } else {
+        WritePadding(new_size, member.padding, out);
+    }
 }
 
 void Redaction::LeaveOut(ByteSource& from, const Member& member, Output& out) {

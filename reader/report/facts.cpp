@@ -242,8 +242,8 @@ constexpr FactRow kFacts[] = {
         {"build", "Build", "", false, kDevice, kProperties,
          "ro.build.fingerprint ro.vendor.build.fingerprint"},
         {"build.type", "Build type", "", false, kDevice, kProperties, "ro.build.type"},
-        {"serial", "Serial number", "", false, kDevice, kProperties,
-         "ro.serialno ro.boot.serialno", nullptr, nullptr, 0, "serial"},
+        {"serial", "Serial number", "", false, kDevice, kProperties, "ro.serialno ro.boot.serialno",
+         nullptr, nullptr, 0, "serial"},
         {"boot.reason", "Boot reason", "", false, kDevice, kProperties,
          "ro.boot.bootreason sys.boot.reason"},
         // Counted back from the time, which is told in whole seconds.
