@@ -52,7 +52,8 @@ PageContent::PageContent(std::span<const Report> all, std::span<const Verdict> f
     }
 }
 
-// The one that tells the time says what time it was when it ran; the others ran before and after it.
+// The one that tells the time says what time it was when it ran; the others ran before and after
+// it.
 void PageContent::PlaceSections() {
     const Report& report = reports.front();
     const auto uptime = report.UptimeSeconds();

@@ -126,14 +126,16 @@ class BundleWriter {
 // Its members, and how each begins.
 void BundleWriter::List() {
     std::map<size_t, std::string> beginnings;
-    Bundle bundle = ReadBundle(*options_.bundle, [&](size_t member, uint64_t, std::string_view data) {
-        std::string& begin = beginnings[member];
-        begin += data.substr(0, kLookedAt - begin.size());
-        return begin.size() < kLookedAt;
-    });
+    Bundle bundle =
+            ReadBundle(*options_.bundle, [&](size_t member, uint64_t, std::string_view data) {
+                std::string& begin = beginnings[member];
+                begin += data.substr(0, kLookedAt - begin.size());
+                return begin.size() < kLookedAt;
+            });
     fault_ = std::move(bundle.fault);
     for (size_t i = 0; i < bundle.members.size(); ++i) {
-        logs_.push_back({std::move(bundle.members[i]), std::move(beginnings[i]), false, false, {}, {}});
+        logs_.push_back(
+                {std::move(bundle.members[i]), std::move(beginnings[i]), false, false, {}, {}});
         logs_.back().text = !logs_.back().member.directory && IsText(logs_.back().beginning);
     }
 }
@@ -153,9 +155,8 @@ void BundleWriter::Sort() {
         if (!logs_[i].member.directory) series[{FolderOf(name), SeriesOf(name)}].push_back(i);
     }
     for (auto& [name, members] : series) {
-        std::ranges::stable_sort(members, std::ranges::greater(), [this](size_t i) {
-            return NaturalKey(logs_[i].member.name);
-        });
+        std::ranges::stable_sort(members, std::ranges::greater(),
+                                 [this](size_t i) { return NaturalKey(logs_[i].member.name); });
         series_.push_back(std::move(members));
     }
 }
@@ -175,9 +176,10 @@ void BundleWriter::Choose() {
         const Sink nowhere = [](std::string_view) { return true; };
         Html measured(nowhere);
         measured.Text(log.beginning);
-        const double growth = log.beginning.empty() ? 1
-                                                    : static_cast<double>(measured.written()) /
-                                                              static_cast<double>(log.beginning.size());
+        const double growth = log.beginning.empty()
+                                      ? 1
+                                      : static_cast<double>(measured.written()) /
+                                                static_cast<double>(log.beginning.size());
         const double wanted = static_cast<double>(BytesShown(log)) * growth + 1000;
         log.shown = options_.whole || wanted <= room;
         if (log.shown) room -= wanted;
@@ -259,16 +261,19 @@ void BundleWriter::WriteText(const Log& log) {
 void BundleWriter::WriteMember(const Log& log, std::string_view why_newest) {
     html_ << (log.shown ? Markup("<details") : Markup("<div"));
     html_ << " id=\"log-" << static_cast<size_t>(&log - logs_.data()) << "\"";
-    html_.Attribute("data-member", log.member.name) << ">\n" << (log.shown ? Markup("<summary>") : Markup("<p class=\"head\">"))
-          << "<span class=\"title\">";
+    html_.Attribute("data-member", log.member.name)
+            << ">\n"
+            << (log.shown ? Markup("<summary>") : Markup("<p class=\"head\">"))
+            << "<span class=\"title\">";
     html_.Text(BaseName(log.member.name)) << "</span>";
     if (!why_newest.empty()) {
         html_ << " <span class=\"differing\">";
         html_.Text("newest: " + std::string(why_newest)) << "</span>";
     }
     if (!log.shown) {
-        html_ << " <span class=\"note\">" << (log.text ? Markup("not shown here, to keep the page small")
-                                                       : Markup("no text")) << "</span>";
+        html_ << " <span class=\"note\">"
+              << (log.text ? Markup("not shown here, to keep the page small") : Markup("no text"))
+              << "</span>";
     }
     if (real_times_) {
         html_ << " <span class=\"note\">";
@@ -289,10 +294,12 @@ void BundleWriter::WriteSeries(std::span<const size_t> members) {
     const bool several = members.size() > 1;
     if (several) {
         html_ << "<details open class=\"series\"><summary><span class=\"title\">";
-        html_.Text(BaseName(SeriesOf(logs_[members.front()].member.name))) << "</span> <span class=\"number\">"
-                << members.size() << " files</span></summary>\n";
+        html_.Text(BaseName(SeriesOf(logs_[members.front()].member.name)))
+                << "</span> <span class=\"number\">" << members.size()
+                << " files</span></summary>\n";
     }
-    // The archive's times say it where they agree with nothing else; numbers are all there is mostly.
+    // The archive's times say it where they agree with nothing else; numbers are all there is
+    // mostly.
     const auto time = [this](size_t i) { return logs_[i].member.modified.value_or(0); };
     size_t newest = members.front();
     for (const size_t i : members) {
@@ -345,7 +352,8 @@ void BundleWriter::Write() {
         if (log.text && !log.shown) ++unshown;
     }
     html_ << "<section id=\"bundle\">\n<h2>Bundle</h2>\n<p class=\"note\">";
-    html_.Text(BaseName(*options_.bundle) + ": " + Grouped(files) + " files, " + HumanSize(size) + "; ");
+    html_.Text(BaseName(*options_.bundle) + ": " + Grouped(files) + " files, " + HumanSize(size) +
+               "; ");
     if (fault_.empty()) {
         html_ << "the archive is whole";
     } else {
@@ -355,10 +363,11 @@ void BundleWriter::Write() {
     html_ << "</p>\n";
     if (unshown > 0) {
         html_ << "<p class=\"left-out\">";
-        html_.Text(Grouped(unshown) + " texts are only listed, as the page takes " +
-                   HumanSize(options_.bundle_size) +
-                   " of them, the newest first; boardreport page --bundle-size allows more, --whole "
-                   "all");
+        html_.Text(
+                Grouped(unshown) + " texts are only listed, as the page takes " +
+                HumanSize(options_.bundle_size) +
+                " of them, the newest first; boardreport page --bundle-size allows more, --whole "
+                "all");
         html_ << "</p>\n";
     }
     WriteMembers();

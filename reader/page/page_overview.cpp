@@ -127,7 +127,8 @@ void WriteVerdict(Html& html, const PageContent& page) {
     html << "<section id=\"verdict\" class=\"" << VerdictClass(page) << "\">\n<h2>";
     html.Text(Sentence(page)) << "</h2>\n";
     if (!page.comparison.findings.empty()) {
-        html << "<div class=\"wide\" tabindex=\"0\" role=\"region\" aria-label=\"Findings\"><table class=\"findings\">\n";
+        html << "<div class=\"wide\" tabindex=\"0\" role=\"region\" aria-label=\"Findings\"><table "
+                "class=\"findings\">\n";
         if (page.compared()) WriteReportHeads(html, page, "What");
         html << "<tbody>\n";
         if (page.compared()) {
@@ -246,7 +247,8 @@ const Fact* UsualOf(const Comparison::FactLine& line) {
 }
 
 void WriteFactTable(Html& html, const PageContent& page) {
-    html << "<div class=\"wide\" tabindex=\"0\" role=\"region\" aria-label=\"Facts side by side\"><table class=\"compared\">\n";
+    html << "<div class=\"wide\" tabindex=\"0\" role=\"region\" aria-label=\"Facts side by "
+            "side\"><table class=\"compared\">\n";
     WriteReportHeads(html, page, "Fact");
     html << "<tbody>\n";
     for (const Comparison::FactLine& line : page.comparison.facts) {
@@ -271,8 +273,8 @@ void WriteFactTable(Html& html, const PageContent& page) {
     html << "</tbody></table></div>\n";
 }
 
-// What ties the sensors' clock to the time of day, a report each: seconds since 1970 in the device's
-// zone when it booted and when the report was made, "-" where it doesn't say.
+// What ties the sensors' clock to the time of day, a report each: seconds since 1970 in the
+// device's zone when it booted and when the report was made, "-" where it doesn't say.
 void WriteClocks(Html& html, const PageContent& page) {
     std::string boots;
     std::string nows;
@@ -309,7 +311,8 @@ void WriteMasthead(Html& html, const PageContent& page) {
             }
             html << "</span> ";
         }
-        (html << "<span>").Text(BaseName(report.file) + ", " + HumanSize(report.size)) << "</span> ";
+        (html << "<span>").Text(BaseName(report.file) + ", " + HumanSize(report.size))
+                << "</span> ";
         html << "<span>verbose logging "
              << (!report.verbose   ? Markup("not known")
                  : *report.verbose ? Markup("on")
@@ -319,7 +322,8 @@ void WriteMasthead(Html& html, const PageContent& page) {
         for (size_t i = 0; i < page.reports.size(); ++i) {
             html << "<span>";
             WriteChip(html, page, i);
-            html.Text(BaseName(page.reports[i].file) + ", " + HumanSize(page.reports[i].size)) << "</span> ";
+            html.Text(BaseName(page.reports[i].file) + ", " + HumanSize(page.reports[i].size))
+                    << "</span> ";
         }
     }
     html << "</p>\n<nav aria-label=\"Page\"><a href=\"#facts\">Facts</a> <a href=\"#timeline\">"

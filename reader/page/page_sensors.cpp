@@ -20,9 +20,12 @@ struct Action {
     Markup hint;
 };
 constexpr Action kActions[] = {
-        {"in", "+", "Zoom in (+)"},      {"out", "−", "Zoom out (−)"},
-        {"left", "←", "Earlier (←)"},    {"right", "→", "Later (→)"},
-        {"reset", "Reset", "Reset (0)"}, {"all", "All", "All that was recorded (a)"},
+        {"in", "+", "Zoom in (+)"},
+        {"out", "−", "Zoom out (−)"},
+        {"left", "←", "Earlier (←)"},
+        {"right", "→", "Later (→)"},
+        {"reset", "Reset", "Reset (0)"},
+        {"all", "All", "All that was recorded (a)"},
         {"logs", "Logs", "Logs around this time (l)"},
         {"save", "CSV", "CSV of what is shown (s)"},
 };

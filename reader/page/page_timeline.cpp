@@ -196,7 +196,8 @@ void WriteRemarkable(Html& html, const PageContent& page) {
     }
     if (chosen.empty()) return;
     html << "<h3>" << (page.compared() ? Markup("Times that differ") : Markup("Slowest"))
-         << "</h3>\n<div class=\"wide\" tabindex=\"0\" role=\"region\" aria-label=\"Times of sections\"><table class=\"times\">\n";
+         << "</h3>\n<div class=\"wide\" tabindex=\"0\" role=\"region\" aria-label=\"Times of "
+            "sections\"><table class=\"times\">\n";
     if (page.compared()) {
         html << "<thead><tr><th scope=\"col\">Section</th>";
         for (size_t i = 0; i < page.reports.size(); ++i) {
@@ -227,7 +228,8 @@ void WriteTimeline(Html& html, const PageContent& page) {
         WriteAxis(html, page, i, scale);
     }
     if (scale > 0) {
-        html << "<p class=\"note keys\"><span class=\"key-bar\">a section</span><span class=\"key-bar "
+        html << "<p class=\"note keys\"><span class=\"key-bar\">a section</span><span "
+                "class=\"key-bar "
                 "bad\">failed, with a dot beneath</span><span class=\"key-bar besides\">in no "
                 "section</span><span>seconds since the first section began</span></p>\n";
     }

@@ -220,9 +220,9 @@
         }
         panel.hidden = false;
         // The plots are not to lie beneath the panel.
-        const figure = origin?.figure ?? document.querySelector('#plots');
+        const figure = (origin?.figure ?? document).querySelector('.plots');
         const {top, bottom} = figure.getBoundingClientRect();
-        if (top < 60 && bottom < 200 || Math.min(bottom, top + 150) > 0.55 * innerHeight) figure.scrollIntoView({block: 'start'});
+        if (bottom < 200 || Math.min(bottom, top + 150) > 0.55 * innerHeight) figure.scrollIntoView({block: 'start'});
         const now = panel.querySelector('.after') ?? panel.querySelector('li:last-child');
         if (now) panel.scrollTop = now.offsetTop - panel.clientHeight / 2;
         boardreport.changed?.();
