@@ -425,6 +425,9 @@ def look_at_comparison(page):
     ]:
         page.check(what, page.js(expression), expected)
     page.check_access('access')
+    page.js("document.querySelector('[data-action=logs]').click()")
+    page.check('whose lines', page.js("(e => e.length > 0 && e.every(e => /^\\[[012]\\] /.test(e.textContent)))([...document.querySelectorAll('#around .from')])"))
+    page.js('boardreport.leaveMark()')
     height = page.js("document.querySelector('figure').offsetHeight")
     ActionChains(page.browser).move_to_element(page.find('.plot')).perform()
     page.check('nothing moves', page.js("document.querySelector('figure').offsetHeight"), height)
