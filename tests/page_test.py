@@ -5,6 +5,7 @@ page_test.py [--picture FILE] [FILTER]   from the project's folder, with build/ 
 the upper part of the healthy wearable's page, as the README shows it. FILTER: pages whose name has it.
 """
 import argparse
+import io
 import pathlib
 import re
 import subprocess
@@ -81,6 +82,18 @@ def big(name):
                     '-o', WORK / f'{name}.txt'], check=True)
 
 
+def full(name):
+    """With more logs than a page takes, and one that is longer than is shown."""
+    (WORK / f'{name}.txt').write_bytes(b'verbose logging: disabled\n' + section(b'N', b'text'))
+    lines = b''.join(b'11-25 07:30:00.000 D tag: <line> %06d & so on\n' % i for i in range(120_000))
+    with tarfile.open(WORK / f'{name}.tar', 'w') as bundle:
+        for log in [*(f'./logs/log_{i}.txt' for i in range(1, 31)), './long.txt']:
+            member = tarfile.TarInfo(log)
+            member.size = len(lines) if log == './long.txt' else 1 << 20
+            member.mtime = 1795000000 + 3600 * (log == './logs/log_2.txt')
+            bundle.addfile(member, io.BytesIO(lines))
+
+
 PICTURES = {code: 0x2400 + code for code in range(32) if chr(code) not in '\t\n'} | {127: 0x2421}
 
 
@@ -117,7 +130,8 @@ class Page:
 
     def open(self):
         started = time.monotonic()
-        subprocess.run([BOARDREPORT, 'page', '-o', self.file, *self.arguments], check=True, cwd=WORK)
+        files = [word if word.startswith('-') else WORK / word for word in self.arguments]
+        subprocess.run([BOARDREPORT, 'page', '-o', self.file, *files], check=True)
         self.made = time.monotonic() - started
         self.browser.get('about:blank')
         self.browser.get_log('browser')
@@ -411,6 +425,9 @@ def look_at_comparison(page):
     ]:
         page.check(what, page.js(expression), expected)
     page.check_access('access')
+    page.js("document.querySelector('[data-action=logs]').click()")
+    page.check('whose lines', page.js("(e => e.length > 0 && e.every(e => /^\\[[012]\\] /.test(e.textContent)))([...document.querySelectorAll('#around .from')])"))
+    page.js('boardreport.leaveMark()')
     height = page.js("document.querySelector('figure').offsetHeight")
     ActionChains(page.browser).move_to_element(page.find('.plot')).perform()
     page.check('nothing moves', page.js("document.querySelector('figure').offsetHeight"), height)
@@ -442,6 +459,20 @@ def look_at_hostile(page):
     page.width(1600)
 
 
+def look_at_full(page):
+    page.check('below 20 MiB', page.file.stat().st_size < 20 << 20)
+    for what, expression, expected in [
+        ('beginning and end', """(text => [text.includes('> 000000 &'), text.includes('> 060000 &'), text.includes('> 119999 &')])(
+            document.querySelector('[data-member="./long.txt"]').textContent)""", [True, False, True]),
+        ('newest first', "[...document.querySelectorAll('details[data-member]')].slice(1, 3).map(e => e.dataset.member)",
+         ['./logs/log_30.txt', './logs/log_29.txt']),
+        ('not all', "document.querySelectorAll('div[data-member]').length > 10", True),
+        ('newest by time', "document.querySelector('[data-member=\"./logs/log_2.txt\"]').textContent.includes('newest: latest time')", True),
+        ('said', "document.querySelector('#bundle > .left-out').textContent.includes('--bundle-size')", True),
+    ]:
+        page.check(what, page.js(expression), expected)
+
+
 def look_at_big(page):
     print(f'big: made in {page.made:.2f} s, {page.file.stat().st_size / 2**20:.1f} MiB, ready in {page.ready:.2f} s')
     page.check('records', page.js("[...document.querySelectorAll('[data-sensor]')].reduce((n, e) => n + +e.dataset.records, 0) > 990000"))
@@ -464,6 +495,7 @@ PAGES = [
     ('user', lambda name: wearable(name, '--set', 'ro.build.type=user'), ['user.txt'], None),
     ('comparison', None, ['healthy.txt', 'faulty.txt', 'user.txt'], look_at_comparison),
     ('hostile', hostile, ['hostile.txt'], look_at_hostile),
+    ('full', full, ['full.txt', '-b', 'full.tar'], look_at_full),
     ('big', big, ['big.txt'], look_at_big),
 ]
 

@@ -83,10 +83,12 @@ ReadingWords::ReadingWords(CLI::App& app)
     page->add_option("-o", output, "The page; - is standard output")
             ->type_name("FILE")
             ->capture_default_str();
-    page->add_option("-b", bundle, "The log bundle that came with the first report, to be read in the page")
+    page->add_option("-b", bundle,
+                     "The log bundle that came with the first report, to be read in the page")
             ->type_name("FILE");
     page->add_flag("--whole", whole, "Show all of every section and log, however long");
-    page->add_option("--bundle-size", bundle_mib, "How many MiB of the page the bundle's texts may take")
+    page->add_option("--bundle-size", bundle_mib,
+                     "How many MiB of the page the bundle's texts may take")
             ->type_name("MIB")
             ->check(CLI::Range(0, 4096))
             ->capture_default_str();

@@ -14,8 +14,8 @@ namespace reader {
 struct PageOptions {
     static constexpr uint64_t kBundleSize = uint64_t{16} << 20;
 
-    bool whole = false;                 // show all of every text, however large
-    std::optional<std::string> bundle;  // the archive that came with the first report
+    bool whole = false;                  // show all of every text, however large
+    std::optional<std::string> bundle;   // the archive that came with the first report
     uint64_t bundle_size = kBundleSize;  // what its texts may take of the page, unless whole
     // How long the first report took to make, where this is known; what its sections don't account
     // for is shown too.

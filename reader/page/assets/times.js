@@ -141,7 +141,7 @@
 
     // --- the lines around a time -----------------------------------------------------------------
 
-    let lines = null;      // [{x, unit, pre, from}] in the order of time, made when first asked for
+    let lines = null;      // [{x, unit, report, pre, from}] in the order of time, made when first asked for
     let unplaced = [];     // units whose lines can't be placed
     function readLines() {
         lines = [];
@@ -157,7 +157,7 @@
                     const time = sinceBoot(match, report, otherBoot);
                     const x = time === null ? null : axis.xOf(report, time);
                     if (x === null) strange = true;
-                    else lines.push({x, unit, pre, from: match.index});
+                    else lines.push({x, unit, report, pre, from: match.index});
                 }
                 strange = strange || kOtherClock.test(text);
             }
@@ -192,7 +192,7 @@
         lines.slice(Math.max(0, next - kLines), next + kLines).forEach((line, i) => {
             const link = element('a', {href: `#${line.unit.id}`},
                 element('span', {className: 'when', textContent: offset(x, line.x)}), ' ',
-                element('span', {className: 'from', textContent: titleOf(line.unit)}), ' ',
+                element('span', {className: 'from', textContent: (compared ? `[${line.report}] ` : '') + titleOf(line.unit)}), ' ',
                 element('code', {textContent: line.pre ? lineOf(line) : 'this section ran'}));
             link.addEventListener('click', event => { event.preventDefault(); openLine(line); });
             const item = element('li', {className: line.x < x ? 'before' : 'after'}, link);
@@ -220,9 +220,9 @@
         }
         panel.hidden = false;
         // The plots are not to lie beneath the panel.
-        const figure = origin?.figure ?? document.querySelector('#plots');
+        const figure = (origin?.figure ?? document).querySelector('.plots');
         const {top, bottom} = figure.getBoundingClientRect();
-        if (top < 60 && bottom < 200 || Math.min(bottom, top + 150) > 0.55 * innerHeight) figure.scrollIntoView({block: 'start'});
+        if (bottom < 200 || Math.min(bottom, top + 150) > 0.55 * innerHeight) figure.scrollIntoView({block: 'start'});
         const now = panel.querySelector('.after') ?? panel.querySelector('li:last-child');
         if (now) panel.scrollTop = now.offsetTop - panel.clientHeight / 2;
         boardreport.changed?.();
