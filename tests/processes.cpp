@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <chrono>
 #include <cstdlib>
@@ -147,14 +148,13 @@ void Await(const std::function<bool()>& condition) {
 
 namespace {
 
-const char* volatile g_awaited = "";
+std::atomic<const char*> g_awaited = "";  // threads may wait side by side
 
 // Ends the program unless the signal is taken back before.
 void Wait(const char* what, unsigned seconds) {
     g_awaited = what;
     signal(SIGALRM, [](int) {
-        for (const char* text :
-             {"Waited too long for ", const_cast<const char*>(g_awaited), "\n"}) {
+        for (const char* text : {"Waited too long for ", g_awaited.load(), "\n"}) {
             if (write(STDERR_FILENO, text, std::strlen(text)) < 0) break;
         }
         _exit(1);
