@@ -36,7 +36,7 @@ def section(title, text):
 
 def report(*parts):
     """A whole one with these sections, or this sensor's block."""
-    text, ended = 'verbose logging: disabled\n', False
+    text = 'verbose logging: disabled\n'
     for title, content in zip(parts[::2], parts[1::2]):
         if title == 'SENSOR':
             text += f'------ Sensor Black Box ------\n{content}\n' + '-' * 55 + '\n'
@@ -185,8 +185,8 @@ def baselines(folder):
     expect('a bad baseline', run(folder, 'summary', '--baseline', 'bad.json', 'odd.txt').returncode, 3)
 
 
-for part in (built_in_checks, own_checks, baselines):
+for group in (built_in_checks, own_checks, baselines):
     with tempfile.TemporaryDirectory() as temporary:
-        part(pathlib.Path(temporary))
+        group(pathlib.Path(temporary))
 expect('the installed file is right', run(HERE, 'checks', 'reader/findings/checks.toml').stderr, '')
 sys.exit(len(failures) > 0)

@@ -370,7 +370,7 @@ def look_at_healthy(page):
     page.browser.execute_cdp_cmd('Browser.setDownloadBehavior', {'behavior': 'allow', 'downloadPath': str(WORK)})
     page.find('#plots').send_keys('as')
     page.wait("document.querySelector('#pointed').textContent.includes('saved')")
-    page.wait_for('a file', lambda: (WORK / 'sensors.csv').exists())
+    page.wait_for('a file', (WORK / 'sensors.csv').exists)
     page.check('saved', len((WORK / 'sensors.csv').read_text().splitlines()) - 1,
                page.js("[...document.querySelectorAll('figure script')].reduce((n, e) => n + +e.dataset.records, 0)"))
     page.find('[data-action=reset]').click()

@@ -118,7 +118,7 @@ def moved(line, seconds):
     return re.sub(rb'\d+', lambda time: b'%d' % (int(time[0]) + seconds * 10**9), line, count=1)
 
 
-def cut(before, more=0):
+def cut_at(before, more=0):
     return lambda report: report[:report.index(before) + more]
 
 
@@ -165,11 +165,11 @@ TRUTHS = {  # the change, sections, sensors, whole, what is found
     'the beginning of another': (lambda report: report + report[:report.index(b'\n') + 1], 55, 7, False, ['report-cut']),
     'another without its beginning': (lambda report: report + report[report.index(b'\n') + 1:], 110, 14, False, None),
     'two reports': (lambda report: 2 * report, 110, 14, True, []),
-    'the first of two cut': (lambda report: cut(b'------ TTF (')(report) + report, None, 14, False, None),
-    'cut at a record': (cut(b'*** Sensor', 700), None, 1, False, ['report-cut']),
+    'the first of two cut': (lambda report: cut_at(b'------ TTF (')(report) + report, None, 14, False, None),
+    'cut at a record': (cut_at(b'*** Sensor', 700), None, 1, False, ['report-cut']),
     "cut at a record's end": (lambda report: (lambda at: report[:report.index(b'\n', at) + 1])(
         report.index(b'*** Sensor') + 700), None, 1, False, ['report-cut']),
-    'cut between sections': (cut(b'------ TTF ('), None, 7, False, ['report-cut']),
+    'cut between sections': (cut_at(b'------ TTF ('), None, 7, False, ['report-cut']),
     'cut before the last newline': (lambda report: report[:-1], 55, 7, False, ['report-cut']),
     'a sensor missing': (lambda report: without(b'*** Sensor 8 (')(records_of(b'Magnetometer', lambda i, line: b'')(report)),
                          55, 6, True, ['sensor-missing']),

@@ -189,7 +189,7 @@
         while (next < lines.length && lines[next].x < x) ++next;
         const list = element('ol');
         const same = line => origin && line.unit === origin.unit && line.from === origin.from && line.pre === (origin.pre ?? null);
-        lines.slice(Math.max(0, next - kLines), next + kLines).forEach((line, i) => {
+        lines.slice(Math.max(0, next - kLines), next + kLines).forEach((line) => {
             const link = element('a', {href: `#${line.unit.id}`},
                 element('span', {className: 'when', textContent: offset(x, line.x)}), ' ',
                 element('span', {className: 'from', textContent: (compared ? `[${line.report}] ` : '') + titleOf(line.unit)}), ' ',
