@@ -46,26 +46,13 @@ TEST(RedactPatterns, ExamplesAreFoundAndCounterexamplesAreNot) {
     }
 }
 
-class Text : public reader::ByteSource {
-  public:
-    explicit Text(std::string_view text) : rest_(text) {}
-    std::string_view Read(size_t most) override {
-        const std::string_view piece = rest_.substr(0, most);
-        rest_.remove_prefix(piece.size());
-        return piece;
-    }
-
-  private:
-    std::string_view rest_;
-};
-
 TEST(RedactPacked, UnpacksWhatWasPackedAndNoBomb) {
     using reader::Packing;
     for (const Packing packing : {Packing::kGzip, Packing::kXz, Packing::kZstd}) {
         for (const size_t size : {size_t{0}, size_t{100'000}, size_t{80} << 20}) {
             const bool bomb = size > size_t{64} << 20;
             const std::string original(size, 'a');
-            Text bytes(original);
+            reader::TextBytes bytes(original);
             std::string packed;
             const auto keep = [&packed](std::string_view piece) {
                 packed += piece;
@@ -73,7 +60,7 @@ TEST(RedactPacked, UnpacksWhatWasPackedAndNoBomb) {
             };
             ASSERT_EQ(reader::Pack(bytes, packing, keep), "");
             EXPECT_EQ(reader::PackingOf(packed), packing);
-            Text again(packed);
+            reader::TextBytes again(packed);
             reader::UnpackedBytes unpacked(again, packed.size());
             EXPECT_EQ(reader::ReadExactly(unpacked, size + 1) == original, !bomb);
             EXPECT_EQ(unpacked.error().empty(), !bomb) << unpacked.error();

@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <optional>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -24,21 +23,19 @@
 #include "read_reports.h"
 #include "report_parser.h"
 #include "rule_files.h"
+#include "temporary_file.h"
 #include "units.h"
 
 namespace {
 
 using reader::HumanSize;
+using reader::Reason;
 
 constexpr int kRedrawMillis = 500;
 constexpr size_t kBuffer = size_t{256} * 1024;
 
 void Complain(const std::string& sentence) {
     std::fprintf(stderr, "boardreport: %s\n", sentence.c_str());
-}
-
-std::string Reason(int error) {
-    return std::generic_category().message(error);
 }
 
 // The first SIGINT, SIGTERM or SIGHUP makes a descriptor readable and ends what blocks; the second

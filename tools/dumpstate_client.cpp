@@ -8,17 +8,16 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
-#include <system_error>
+
+#include "temporary_file.h"
 
 namespace {
+
+using reader::Reason;
 
 constexpr char kName[] = "android.hardware.dumpstate.IDumpstateDevice";
 constexpr char kPath[] = "/default";
 constexpr uint64_t kNoTimeout = UINT64_MAX;
-
-std::string Reason(int error) {
-    return std::generic_category().message(error);
-}
 
 std::string WentAway(const std::string& reason) {
     return "the service or the bus went away during the call (" + reason +

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
-#include <system_error>
 
 #include "bytes.h"
 #include "identifier.h"
@@ -17,10 +16,13 @@
 #include "read_reports.h"
 #include "redaction.h"
 #include "redaction_map.h"
+#include "temporary_file.h"
 #include "terminal.h"
 #include "utf8.h"
 
 namespace {
+
+using reader::Reason;
 
 constexpr size_t kPiece = size_t{64} * 1024;
 constexpr char kReport[] = "redacted.txt";
@@ -29,10 +31,6 @@ constexpr char kBundle[] = "redacted.tar";
 int Fail(int status, const std::string& sentence) {
     Complain(sentence);
     return status;
-}
-
-std::string Reason(int error) {
-    return std::generic_category().message(error);
 }
 
 // A file that is read several times; what can't be is kept in a temporary one.

@@ -1,32 +1,16 @@
 #include "bytes.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <system_error>
+
+#include "temporary_file.h"
 
 namespace reader {
 namespace {
 
 constexpr size_t kInMemory = size_t{1} << 20;
-
-std::string Reason(int error) {
-    return std::generic_category().message(error);
-}
-
-int OpenTemporary() {
-    const char* const named = std::getenv("TMPDIR");
-    const std::string folder = named == nullptr || *named == '\0' ? "/tmp" : named;
-    const int fd = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-    if (fd >= 0 || (errno != EOPNOTSUPP && errno != EISDIR)) return fd;
-    std::string path = folder + "/boardreport.XXXXXX";
-    const int named_fd = mkostemp(path.data(), O_CLOEXEC);
-    if (named_fd >= 0) unlink(path.c_str());
-    return named_fd;
-}
 
 std::string_view ReadAt(int fd, uint64_t at, size_t most, std::vector<char>& buffer,
                         std::string& error) {
@@ -77,14 +61,7 @@ bool Spool::Write(std::string_view bytes) {
     memory_ += bytes;
     if (memory_.size() < kInMemory) return true;
     if (fd_ < 0) fd_ = OpenTemporary();
-    std::string_view left = memory_;
-    while (fd_ >= 0 && !left.empty()) {
-        const ssize_t written = write(fd_, left.data(), left.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) break;
-        left.remove_prefix(static_cast<size_t>(written));
-    }
-    if (!left.empty()) {
+    if (fd_ < 0 || !WriteAll(fd_, memory_)) {
         error_ = "cannot keep a part in a temporary file: " + Reason(errno) +
                  "; TMPDIR names another folder for it";
     }

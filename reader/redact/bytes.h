@@ -18,6 +18,20 @@ class ByteSource {
     virtual std::string error() const { return ""; }
 };
 
+// Of a text, which outlives this.
+class TextBytes : public ByteSource {
+  public:
+    explicit TextBytes(std::string_view text) : rest_(text) {}
+    std::string_view Read(size_t most) override {
+        const std::string_view piece = rest_.substr(0, most);
+        rest_.remove_prefix(piece.size());
+        return piece;
+    }
+
+  private:
+    std::string_view rest_;
+};
+
 // Of an open file from where on it says. The descriptor is the caller's, and its offset stays.
 class FileBytes : public ByteSource {
   public:

@@ -13,19 +13,6 @@ constexpr size_t kBlock = size_t{256} * 1024;
 constexpr int kMostDepth = 4;
 constexpr size_t kMostFindings = 20;
 
-class TextBytes : public ByteSource {
-  public:
-    explicit TextBytes(std::string_view text) : rest_(text) {}
-    std::string_view Read(size_t most) override {
-        const std::string_view piece = rest_.substr(0, most);
-        rest_.remove_prefix(piece.size());
-        return piece;
-    }
-
-  private:
-    std::string_view rest_;
-};
-
 // Files that hold no bytes as they are, but what they were encrypted or packed into.
 std::string_view UnreadableFormat(std::string_view beginning) {
     struct Format {
