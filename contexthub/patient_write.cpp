@@ -21,7 +21,7 @@ constexpr milliseconds kLookAgain{1000};
 // steers it.
 size_t terminalPiece(std::string_view text) {
     const auto* const steering =
-            std::ranges::find_if(text, [](char c) { return c >= 0 && c < ' '; });
+            std::ranges::find_if(text, [](char c) { return static_cast<unsigned char>(c) < ' '; });
     return static_cast<size_t>(std::clamp<ptrdiff_t>(steering - text.begin(), 1, 128));
 }
 

@@ -21,7 +21,7 @@ constexpr std::chrono::seconds kLookAgain{1};
 // steers it.
 size_t TerminalPiece(std::string_view text) {
     const auto* const steering =
-            std::ranges::find_if(text, [](char c) { return c >= 0 && c < ' '; });
+            std::ranges::find_if(text, [](char c) { return static_cast<unsigned char>(c) < ' '; });
     return static_cast<size_t>(std::clamp<ptrdiff_t>(steering - text.begin(), 1, 128));
 }
 
