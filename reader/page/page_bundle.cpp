@@ -193,7 +193,8 @@ void BundleWriter::KeepPiece(Log& log, uint64_t offset, std::string_view data) {
         const uint64_t end = std::min(to, offset + data.size());
         if (begin >= end) return;
         if (range.size() == 0) range = {kept_size_, kept_size_};
-        const std::string_view piece = data.substr(begin - offset, end - begin);
+        const std::string_view piece =
+                data.substr(static_cast<size_t>(begin - offset), static_cast<size_t>(end - begin));
         const size_t written = std::fwrite(piece.data(), 1, piece.size(), kept_.get());
         kept_size_ += written;
         range.end = kept_size_;
@@ -213,7 +214,7 @@ void BundleWriter::Keep() {
 }
 
 std::string BundleWriter::ReadKept(TextRange range) {
-    std::string bytes(range.size(), '\0');
+    std::string bytes(static_cast<size_t>(range.size()), '\0');
     if (fseeko(kept_.get(), static_cast<off_t>(range.begin), SEEK_SET) != 0) return "";
     bytes.resize(std::fread(bytes.data(), 1, bytes.size(), kept_.get()));
     return bytes;
