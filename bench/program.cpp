@@ -28,9 +28,9 @@ ProgramEnd SpawnAndWait(const std::vector<std::string>& argv, int out, int err) 
     return end;
 }
 
-long RunProgram(const std::vector<std::string>& argv, int out) {
+long RunProgram(const std::vector<std::string>& argv, int out, int exit_status) {
     const ProgramEnd end = SpawnAndWait(argv, out);
-    if (end.status != 0) {
+    if (!WIFEXITED(end.status) || WEXITSTATUS(end.status) != exit_status) {
         std::fprintf(stderr, "%s: wait status %d\n", argv[0].c_str(), end.status);
         std::exit(EXIT_FAILURE);
     }

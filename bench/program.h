@@ -16,8 +16,8 @@ struct ProgramEnd {
 ProgramEnd SpawnAndWait(const std::vector<std::string>& argv, int out, int err = STDERR_FILENO);
 
 // The same, returning the program's peak memory in KiB. Ends this process when the program can't be
-// run or fails: what it was measured for would be worth nothing.
-long RunProgram(const std::vector<std::string>& argv, int out);
+// run or has another exit status: what it was measured for would be worth nothing.
+long RunProgram(const std::vector<std::string>& argv, int out, int exit_status = 0);
 
 // The number after the word in a file of /proc, such as VmHWM: in a process's status.
 double KibibytesIn(const std::string& path, const std::string& word);

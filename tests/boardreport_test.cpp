@@ -226,7 +226,7 @@ TEST_F(BoardreportTest, WhatFailedIsNamed) {
          {" s  Sensor Black Box: no data came; ", "\nstatus 0\n",
           "\n8 sections, 7 failed or timed out (one, two, three, four, five and 2 more); "
           "black box: no data came; ",
-          "\nBlack box: no data came; the device's system log says why (tag tev-dumpstate)\n"}) {
+          "\nBlack box: no data came; the device's system log says why (logcat or "}) {
         EXPECT_NE(result.output.find(part), std::string::npos) << part << result.output;
     }
 }
@@ -325,7 +325,8 @@ TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
              "cannot write /none/file: No such file or directory; -b chooses another file\n"},
             {"boardreport --page /none/file", 1,
              "cannot write /none/file: No such file or directory; --page chooses another file\n"},
-            {"boardreport -o ''", 1, "cannot write '': its name is empty; -o chooses another file"},
+            {"boardreport -o ''", 2,
+             "boardreport: -o: the file's name is empty; boardreport --help"},
             {"ln -sf /dev/tty link; boardreport -o link", 1,
              "cannot write link: it is a symbolic link"},
             {"boardreport --page ./report.txt", 1, "the page can't go to ./report.txt too"},
@@ -343,7 +344,8 @@ TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
              "boardreport: STATE is required: on, off or show; boardreport verbose --help"},
             {"boardreport summary", 2, "REPORT is required"},
             {"boardreport summary - -", 2, "standard input is one report"},
-            {"boardreport summary ''", 3, "cannot read '': its name is empty"},
+            {"boardreport summary ''", 2, "REPORT: the file's name is empty"},
+            {"boardreport redact --undo '' /none", 2, "--undo: the file's name is empty"},
             {"boardreport summary /none", 3, "cannot read /none: No such file or directory"},
             {"boardreport json /tmp", 3, "/tmp is a folder"},
             {"boardreport page report.txt", 3, "report.txt is no board report"},

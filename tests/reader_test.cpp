@@ -609,7 +609,8 @@ TEST(Json, HoldsAnyBytesAndAnyNumber) {
 "section":null,"index":null,"line":null,"evidence":null,"name":null}
 {"type":"finding","file":"F","check":"sensor-missing","severity":"error",
 "says":"G was skipped: No timestamp info",
-"hint":"The device's system log says why, in lines with the tag tev-dumpstate.",
+"hint":"The device's system log says why, in lines with the tag tev-dumpstate: logcat -s tev-dumpstate,
+ of the simulated wearable ./dev logcat, of a host journalctl -u dbus.",
 "section":null,"index":null,"line":null,"evidence":null,"name":"G"}
 {"type":"report","file":"F","verbose":true,"facts":{"verbose":"enabled","sections":3,"failed":0,
 "slowest":"A \"q\" (1.250 s)"},"black_box":"G skipped: No timestamp info",

@@ -109,6 +109,19 @@ std::optional<int> ReadingWords::Run() const {
     return WritePageFile(files, judged_by, options, output);
 }
 
+// A variable of a shell that isn't set names no file, and is not as good as no option.
+void RefuseEmptyNames(CLI::App& app) {
+    for (CLI::Option* const option : app.get_options()) {
+        if (option->get_type_name() != "FILE") continue;
+        option->check([](const std::string& name) {
+            return name.empty() ? "the file's name is empty" : "";
+        });
+    }
+    for (CLI::App* const word : app.get_subcommands([](CLI::App*) { return true; })) {
+        RefuseEmptyNames(*word);
+    }
+}
+
 // Names what is missing, and where to read about it.
 std::string BadUsage(const CLI::App* app, const CLI::Error& error) {
     std::string what = error.what();
@@ -156,6 +169,7 @@ int Run(int argc, char** argv) {
     app.footer(
             "Exit status: 0 when the call was accepted and all files are whole, else 1; 2 for bad "
             "usage; of a word, what its --help says.");
+    RefuseEmptyNames(app);
     app.failure_message(BadUsage);
     app.require_subcommand(0, 1);
     try {

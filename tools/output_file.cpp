@@ -67,10 +67,6 @@ bool IsSame(const struct stat& one, const struct stat& other) {
 }  // namespace
 
 OutputFile::OutputFile(std::string name) : name_(std::move(name)), path_(OutputFile::name()) {
-    if (name_.empty()) {
-        Refuse("its name is empty");
-        return;
-    }
     if (const int given = DescriptorOf(name_); given >= 0) {
         fd_ = fcntl(given, F_DUPFD_CLOEXEC, 0);
         if (fd_ < 0 || fstat(fd_, &named_) != 0) error_ = errno;
@@ -256,10 +252,9 @@ bool OutputFile::IsSameAs(const OutputFile& other) const {
     const auto whole = [&neither](const std::string& name) {
         return fs::weakly_canonical(fs::absolute(name, neither), neither);
     };
-    return !name_.empty() && whole(name_) == whole(other.name_);
+    return whole(name_) == whole(other.name_);
 }
 
 std::string OutputFile::name() const {
-    if (is_standard_output()) return "standard output";
-    return name_.empty() ? "''" : name_;
+    return is_standard_output() ? "standard output" : name_;
 }

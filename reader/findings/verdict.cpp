@@ -23,9 +23,6 @@ constexpr double kPauseSeconds = 2;
 // others: of a sensor of which no piece has come, the service knows nothing to say.
 constexpr size_t kMostSensors = 5;
 
-constexpr char kLogHint[] =
-        "The device's system log says why, in lines with the tag tev-dumpstate.";
-
 std::string Seconds(double seconds) {
     return seconds < 60 ? Fixed(seconds, seconds < 10 ? 2 : 1) + " s" : Duration(seconds);
 }
@@ -457,7 +454,8 @@ std::string DescribeBlackBoxes(const Report& report, const Verdict& verdict) {
     }
     if (sensors == 0) {
         return verdict.black_box == "no data"
-                       ? "no data came; the device's system log says why (tag tev-dumpstate)"
+                       ? "no data came; the device's system log says why (logcat or ./dev "
+                         "logcat, tag tev-dumpstate)"
                        : verdict.black_box;
     }
     const std::string counts = std::to_string(sensors) +

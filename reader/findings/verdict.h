@@ -18,6 +18,11 @@ enum class Severity { kNone, kNote, kWarning, kError };
 // "error", "warning", "note", "none"
 std::string_view WordOf(Severity severity);
 
+// Where to look when data of the sensors is missing.
+inline constexpr char kLogHint[] =
+        "The device's system log says why, in lines with the tag tev-dumpstate: logcat -s "
+        "tev-dumpstate, of the simulated wearable ./dev logcat, of a host journalctl -u dbus.";
+
 // Something that is wrong, or worth a look: a check that holds of a report.
 struct Finding {
     // Of the report's black boxes, and of that one's sensors.

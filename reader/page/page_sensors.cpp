@@ -223,8 +223,7 @@ void WriteSensors(Html& html, const PageContent& page) {
     if (!trouble.empty()) {
         html << "<p class=\"trouble\"><strong>";
         html.Text("Sensor Black Box: " + trouble)
-                << "</strong></p>\n<p class=\"note\">The device's system log says why, in lines "
-                   "with the tag tev-dumpstate.</p>\n";
+                << "</strong></p>\n<p class=\"note\">" << kLogHint << "</p>\n";
     }
     if (!page.comparison.sensors.empty()) {
         html << "<div class=\"tools\" role=\"group\" aria-label=\"Time axis\" hidden>";

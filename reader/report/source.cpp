@@ -31,7 +31,6 @@ std::string Source::Open(const std::string& path, bool again) {
     fd_ = path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
                       : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
     struct stat status {};
-    if (path.empty()) return "cannot read '': its name is empty";
     if (fd_ < 0 || fstat(fd_, &status) != 0) return "cannot read " + name_ + ": " + Reason(errno);
     if (S_ISDIR(status.st_mode)) return name_ + " is a folder; name the report in it";
     const off_t begin = lseek(fd_, 0, SEEK_CUR);
