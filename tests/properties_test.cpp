@@ -147,10 +147,10 @@ TEST(Properties, WaitSeesTheDirectoryReplaced) {
     const fs::path link = "/dev/__properties__";
     const std::string first = "/tmp/first";
     if (!fs::is_symlink(link)) {
-        pid_t inside = Spawn(
-                {"/usr/bin/bwrap", "--dev-bind", "/", "/", "--dev", "/dev", "--symlink", first,
-                 link, fs::read_symlink("/proc/self/exe"), "--gtest_filter=Properties.WaitSees*"},
-                "/tmp/errors", "/tmp/output");
+        pid_t inside =
+                Spawn({"/usr/bin/bwrap", "--dev-bind", "/", "/", "--dev", "/dev", "--symlink",
+                       first, link, program_invocation_name, "--gtest_filter=Properties.WaitSees*"},
+                      "/tmp/errors", "/tmp/output");
         EXPECT_EQ(EndChild(inside, 0), 0) << ReadFile("/tmp/errors") + ReadFile("/tmp/output");
         return;
     }

@@ -367,7 +367,7 @@ TEST(Verdict, SaysWhatASensorIsLike) {
              with(Recorded(1, 1000, moves),
                   [](Sensor& its) {
                       for (size_t i = 0; i < 1000; ++i)
-                          its.times[i] = 9'100'000'000 - 10'000'000 * (1000 - i);
+                          its.times[i] = 9'100'000'000 - 10'000'000ULL * (1000 - i);
                   }),
              ""},
             {"sent three times",
