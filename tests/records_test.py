@@ -81,6 +81,9 @@ REPORTS = {
 }
 
 
+if '--instrumented' in sys.argv:  # short texts have shown a sanitizer all that these would
+    del REPORTS['long'], REPORTS['fits']
+
 # What is done to the wearable's report, and what all three commands have to say then: how many sections and
 # sensors there are, whether it is whole, and what is found besides its two failed sections.
 def without(*lines):

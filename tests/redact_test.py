@@ -2,7 +2,7 @@
 """Plants identifiers in all notations and places among lines that only look like them: none may be
 left, nothing else may change, and undoing it has to give the original back, all to the byte.
 
-redact_test.py BUILD_FOLDER
+redact_test.py BUILD_FOLDER LINES, of which so many only look like them
 """
 import gzip
 import io
@@ -212,20 +212,20 @@ def tar(members, form):
     return data.getvalue()
 
 
-def main(folder):
+def main(folder, lines):
     values = {kind: [MAKE[kind]() for _ in range(24)] for kind in MAKE}
     header = [b'verbose logging: disabled\n']
     records = [f'Time: {imei()}, Value: ({values["location"][0]}, -0.123456, 1.5)\n'.encode() for _ in range(5000)]
-    body, planted = pieces(values, 100000)
+    body, planted = pieces(values, lines)
     report = header + [b'------ Sensor Black Box ------\n*** Sensor 1 (Accelerometer) ***\n'] + records + \
         [b'------ LOG ', Planted('mac', values['mac'][0]), b' (/bin/log -s ', Planted('serial', values['serial'][0]),
          b') ------\n'] + body + [b'------ 0.012s was the duration of \'LOG ', Planted('mac', values['mac'][0]), b"' ------\n"]
     # However it is read in pieces, their ends are within one.
-    report += [piece for i in range(30000) for piece in (Planted('mac', values['mac'][i % 24]), b'\n')]
+    report += [piece for i in range(lines // 3) for piece in (Planted('mac', values['mac'][i % 24]), b'\n')]
     log, more = pieces({kind: known[:3] for kind, known in values.items()}, 300)
     address, serial = (values[kind][1] for kind in ('mac', 'serial'))
     raw = [b'\x01\x02\0\0', bytes.fromhex(address.replace(':', ''))]
-    print(f'{planted + more} planted, and one 30000 times')
+    print(f'{planted + more} planted, and the addresses {lines // 3} times')
 
     for form in tarfile.USTAR_FORMAT, tarfile.GNU_FORMAT, tarfile.PAX_FORMAT:
         long = 'a' * 90 + '/' + 'b' * (60 if form == tarfile.USTAR_FORMAT else 130) + '/'
@@ -281,4 +281,4 @@ def main(folder):
 
 
 with tempfile.TemporaryDirectory() as temporary:
-    main(pathlib.Path(temporary))
+    main(pathlib.Path(temporary), int(sys.argv[2]))

@@ -50,7 +50,8 @@ ReadingWords::ReadingWords(CLI::App& app)
     checks->add_option("FILE", check_files, "Files of checks, over those that are in force")
             ->type_name("FILE");
     checks->footer(
-            "Exit status: 0 when nothing is wrong in the files, else 1; 3 when one can't be read.");
+            "Exit status: 0 when nothing is wrong in the files, else 1; 2 for bad usage, 3 when "
+            "one can't be read.");
     baseline->footer(
             "Exit status: 0; 2 for bad usage, 3 when a report can't be read or is not whole.");
     baseline->add_option("REPORT", files, "The reports, and baselines made before")
