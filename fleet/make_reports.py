@@ -30,6 +30,7 @@ def make(folder, number, odds, options):
 
 
 def make_reports(folder, count, seed=0, odds=None, options=()):
+    folder.mkdir(parents=True, exist_ok=True)
     numbers = range(1 + seed, 1 + seed + count)
     with concurrent.futures.ProcessPoolExecutor() as workers:
         for made in [workers.submit(make, folder, number, odds or ODDS, options) for number in numbers]:

@@ -156,19 +156,27 @@ class Call {
     int Undo();
 
   private:
+    bool has_bundle() const { return !command_.bundle.empty(); }
+    // Each returns an exit status.
+    int OpenInputs();
     int ReadMap();
     int ReadAlso();
-    bool WritesOver(const OutputFile& file) const;
+    int OpenOutputs();
+    int Write(reader::Redaction& redaction);
     int Check(reader::Redaction& redaction);
+    int Commit();
+    bool WritesOver(const OutputFile& file) const;
     void PrintTable(const reader::Redaction& redaction) const;
 
     const RedactCommand& command_;
     reader::Values values_;
     std::vector<reader::Changes> files_;
-    std::vector<std::unique_ptr<Input>> inputs_;
+    std::vector<std::unique_ptr<Input>> inputs_;  // but for the two
+    Input report_in_;
+    Input bundle_in_;
     std::unique_ptr<Result> report_;
     std::unique_ptr<Result> bundle_;
-    std::vector<std::string> short_;
+    std::unique_ptr<OutputFile> map_;
     bool undone_whole_ = true;
 };
 
@@ -234,17 +242,33 @@ int Call::Check(reader::Redaction& redaction) {
     return Fail(1, "nothing was put in its place; --also names further values");
 }
 
-int Call::Run() {
+reader::RedactionOptions OptionsOf(const RedactCommand& command) {
     reader::RedactionOptions options;
-    for (const std::string& word : command_.keep) {
+    for (const std::string& word : command.keep) {
         if (word == "binary") {
             options.keep_binary = true;
         } else if (const auto kind = reader::KindNamed(word)) {
             options.keep.insert(*kind);
         }
     }
-    options.without_sensors = std::ranges::count(command_.without, "sensors") > 0;
-    options.without_times = std::ranges::count(command_.without, "times") > 0;
+    options.without_sensors = std::ranges::count(command.without, "sensors") > 0;
+    options.without_times = std::ranges::count(command.without, "times") > 0;
+    return options;
+}
+
+int Call::Run() {
+    int status = OpenInputs();
+    if (status == 0) status = OpenOutputs();
+    if (status != 0) return status;
+    reader::Redaction redaction(OptionsOf(command_), values_);
+    status = Write(redaction);
+    if (status == 0) status = Check(redaction);
+    if (status == 0) status = Commit();
+    if (status == 0) PrintTable(redaction);
+    return status;
+}
+
+int Call::OpenInputs() {
     if (command_.report == "-" && command_.bundle == "-") {
         return Fail(kBadUsage, "standard input is one file; name the other");
     }
@@ -252,71 +276,70 @@ int Call::Run() {
         if (const int status = ReadMap(); status != 0) return status;
     }
     if (const int status = ReadAlso(); status != 0) return status;
+    std::string sentence = report_in_.Open(command_.report);
+    if (sentence.empty() && has_bundle()) sentence = bundle_in_.Open(command_.bundle);
+    return sentence.empty() ? 0 : Fail(kUnreadable, sentence);
+}
 
-    Input report;
-    Input bundle;
-    const bool has_bundle = !command_.bundle.empty();
-    std::string sentence = report.Open(command_.report);
-    if (sentence.empty() && has_bundle) sentence = bundle.Open(command_.bundle);
-    if (!sentence.empty()) return Fail(kUnreadable, sentence);
-
-    const std::string output = command_.output.empty() ? kReport : command_.output;
-    const std::string bundle_output =
-            command_.bundle_output.empty() ? kBundle : command_.bundle_output;
-    report_ = std::make_unique<Result>(output);
-    if (has_bundle) bundle_ = std::make_unique<Result>(bundle_output);
-    std::unique_ptr<OutputFile> map;
-    if (!command_.map.empty()) map = std::make_unique<OutputFile>(command_.map);
-    for (const OutputFile* const file : {&report_->file(), bundle_ ? &bundle_->file() : nullptr,
-                                         static_cast<const OutputFile*>(map.get())}) {
-        if (file == nullptr) continue;
-        const bool is_map = file == map.get();
-        if (file->Replaces(report.fd()) || (has_bundle && file->Replaces(bundle.fd())) ||
-            (!is_map && WritesOver(*file))) {
-            return Fail(kBadUsage, file->name() + " is read here, and can't be written as well");
+int Call::OpenOutputs() {
+    report_ = std::make_unique<Result>(command_.output.empty() ? kReport : command_.output);
+    if (has_bundle()) {
+        bundle_ = std::make_unique<Result>(command_.bundle_output.empty() ? kBundle
+                                                                          : command_.bundle_output);
+    }
+    if (!command_.map.empty()) map_ = std::make_unique<OutputFile>(command_.map);
+    std::vector<const OutputFile*> files{&report_->file()};
+    if (bundle_) files.push_back(&bundle_->file());
+    if (map_) files.push_back(map_.get());
+    for (auto file = files.begin(); file != files.end(); ++file) {
+        const bool is_map = *file == map_.get();
+        if ((*file)->Replaces(report_in_.fd()) ||
+            (has_bundle() && (*file)->Replaces(bundle_in_.fd())) ||
+            (!is_map && WritesOver(**file))) {
+            return Fail(kBadUsage, (*file)->name() + " is read here, and can't be written as well");
+        }
+        if (std::any_of(files.begin(), file,
+                        [&](auto* other) { return (*file)->IsSameAs(*other); })) {
+            return Fail(kBadUsage, "two of the outputs are one file");
         }
     }
-    if ((bundle_ && report_->file().IsSameAs(bundle_->file())) ||
-        (map && (map->IsSameAs(report_->file()) || (bundle_ && map->IsSameAs(bundle_->file()))))) {
-        return Fail(kBadUsage, "two of the outputs are one file");
+    for (const OutputFile* const file : files) {
+        if (file->error() != 0) return Fail(1, file->Sentence());
     }
-    for (const std::string& trouble :
-         {report_->Trouble(), bundle_ ? bundle_->Trouble() : std::string(),
-          map && map->error() != 0 ? map->Sentence() : std::string()}) {
-        if (!trouble.empty()) return Fail(1, trouble);
-    }
+    return 0;
+}
 
-    reader::Redaction redaction(options, values_);
-    sentence = redaction.LearnReport(report.Bytes());
-    if (!sentence.empty()) return Fail(kUnreadable, report.Sentence(sentence));
-    if (has_bundle) sentence = redaction.LearnBundle(bundle.Bytes());
-    if (!sentence.empty()) return Fail(kUnreadable, bundle.Sentence(sentence));
+int Call::Write(reader::Redaction& redaction) {
+    std::string sentence = redaction.LearnReport(report_in_.Bytes());
+    if (!sentence.empty()) return Fail(kUnreadable, report_in_.Sentence(sentence));
+    if (bundle_) sentence = redaction.LearnBundle(bundle_in_.Bytes());
+    if (!sentence.empty()) return Fail(kUnreadable, bundle_in_.Sentence(sentence));
 
     const auto changes = [&]() -> reader::Changes* {
-        return map ? &files_.emplace_back() : nullptr;
+        return map_ ? &files_.emplace_back() : nullptr;
     };
     reader::Changes* its = changes();
-    sentence = redaction.WriteReport(report.Bytes(), report_->Sink(), its);
+    sentence = redaction.WriteReport(report_in_.Bytes(), report_->Sink(), its);
     undone_whole_ = its == nullptr || its->complete;
-    if (sentence.empty() && has_bundle) {
+    if (sentence.empty() && bundle_) {
         its = changes();
-        sentence = redaction.WriteBundle(bundle.Bytes(), bundle_->Sink(), its);
+        sentence = redaction.WriteBundle(bundle_in_.Bytes(), bundle_->Sink(), its);
         undone_whole_ = undone_whole_ && (its == nullptr || its->complete);
     }
     if (sentence.empty()) sentence = report_->Trouble();
     if (sentence.empty() && bundle_) sentence = bundle_->Trouble();
-    if (!sentence.empty()) return Fail(1, sentence);
+    return sentence.empty() ? 0 : Fail(1, sentence);
+}
 
-    if (const int status = Check(redaction); status != 0) return status;
-    // The map first: nothing is shared that its owner can't undo.
-    if (map) {
+// The map first: nothing is shared that its owner can't undo.
+int Call::Commit() {
+    if (map_) {
         reader::FormatRedactionMap(values_, files_,
-                                   [&](std::string_view bytes) { return map->Write(bytes); });
-        if (!map->Commit()) return Fail(1, map->Sentence());
+                                   [&](std::string_view bytes) { return map_->Write(bytes); });
+        if (!map_->Commit()) return Fail(1, map_->Sentence());
     }
     if (!report_->Commit()) return Fail(1, report_->Trouble());
     if (bundle_ && !bundle_->Commit()) return Fail(1, bundle_->Trouble());
-    PrintTable(redaction);
     return 0;
 }
 

@@ -16,6 +16,9 @@
 
 namespace reader {
 
+struct PaxRecord;
+class TarHeader;
+
 struct RedactionOptions {
     std::set<Kind> keep;
     bool keep_binary = false;
@@ -59,6 +62,7 @@ class Redaction {
 
   private:
     enum class Phase { kLearn, kWrite, kCheck };
+    struct Extra;
     struct Member;
     struct LeftOut {
         std::string why;
@@ -80,6 +84,8 @@ class Redaction {
     std::string RedactTar(ByteSource& from, Output& out);
     bool RedactMember(ByteSource& from, Member& member, Output& out);
     void WriteMember(Member& member, Spool& body, Output& body_out, Output& out);
+    std::vector<PaxRecord> RedactHeader(const Member& member, TarHeader& header);
+    void WriteExtra(const Member& member, const Extra& extra, uint64_t new_size, Output& out);
     void LeaveOut(ByteSource& from, const Member& member, Output& out);
     void RedactRest(std::string head, ByteSource& from, Output& out, const std::string& fault);
 

@@ -32,13 +32,14 @@ bool IsNumber(std::string_view key) {
 
 }  // namespace
 
-// A member, and what stands before its header to go with it.
+// What stands before a member's header to go with it: records, or a name that is too long for it.
+struct Redaction::Extra {
+    TarHeader header;
+    std::string body;
+    std::string padding;
+};
+
 struct Redaction::Member {
-    struct Extra {
-        TarHeader header;
-        std::string body;
-        std::string padding;
-    };
     std::vector<Extra> extras;
     TarHeader header;
     uint64_t size = 0;  // of its body, which a record may tell
@@ -85,7 +86,7 @@ void Redaction::RedactRest(std::string head, ByteSource& from, Output& out,
 
 std::string Redaction::RedactTar(ByteSource& from, Output& out) {
     const std::string folder = where_;
-    std::vector<Member::Extra> extras;
+    std::vector<Extra> extras;
     std::string waiting;  // the extras' bytes
     while (error_.empty() && !out.failed()) {
         where_ = folder;
@@ -120,7 +121,7 @@ std::string Redaction::RedactTar(ByteSource& from, Output& out) {
             continue;
         }
         Member member(*header);
-        for (Member::Extra& extra : extras) member.Take(std::move(extra));
+        for (Extra& extra : extras) member.Take(std::move(extra));
         extras.clear();
         waiting.clear();
         where_ = folder + (folder.empty() ? "" : ": ") + member.name();
@@ -171,12 +172,9 @@ bool Redaction::RedactMember(ByteSource& from, Member& member, Output& out) {
     return !member.cut;
 }
 
-// Headers are looked at in every phase, and written in one of them.
-void Redaction::WriteMember(Member& member, Spool& body, Output& body_out, Output& out) {
-    TarHeader header = member.header;
+// Redacts the names and texts of a member's own header. Returns those that it has no room for.
+std::vector<PaxRecord> Redaction::RedactHeader(const Member& member, TarHeader& header) {
     std::vector<PaxRecord> too_long;
-    bool changed = false;
-    const uint64_t new_size = body_out.writes() ? body_out.size() + member.missing : member.size;
     for (const TarHeader::Field field : TarHeader::kTexts) {
         const bool is_name = field == TarHeader::Field::kName;
         const bool is_link = field == TarHeader::Field::kLink;
@@ -187,48 +185,53 @@ void Redaction::WriteMember(Member& member, Spool& body, Output& body_out, Outpu
                                            : field_text;
         const std::string redacted = Redacted(text);
         if (redacted == text) continue;
-        changed = true;
         const bool elsewhere = (is_name && member.long_name) || (is_link && member.long_link);
         if (!header.SetText(field, redacted) && !elsewhere && (is_name || is_link)) {
             too_long.push_back({is_name ? "path" : "linkpath", redacted});
         }
     }
-    if (new_size != member.size && !member.size_in_record) {
-        header.SetSize(new_size);
-        changed = true;
-    }
-    if (changed) header.Seal();
+    return too_long;
+}
 
-    for (const Member::Extra& extra : member.extras) {
-        std::string text;
-        std::optional<std::vector<PaxRecord>> records;
-        if (extra.header.type() == 'x' || extra.header.type() == 'g')
-            records = ParsePax(extra.body);
-        if (records) {
-            bool same = true;
-            for (PaxRecord& record : *records) {
-                std::string value = IsNumber(record.key) ? record.value : Redacted(record.value);
-                if (record.key == "size" && member.size_in_record) {
-                    value = new_size == member.size ? value : std::to_string(new_size);
-                }
-                same = same && value == record.value;
-                record.value = value;
+void Redaction::WriteExtra(const Member& member, const Extra& extra, uint64_t new_size,
+                           Output& out) {
+    std::string text;
+    std::optional<std::vector<PaxRecord>> records;
+    if (extra.header.type() == 'x' || extra.header.type() == 'g') records = ParsePax(extra.body);
+    if (records) {
+        bool same = true;
+        for (PaxRecord& record : *records) {
+            std::string value = IsNumber(record.key) ? record.value : Redacted(record.value);
+            if (record.key == "size" && member.size_in_record && new_size != member.size) {
+                value = std::to_string(new_size);
             }
-            text = same ? extra.body : FormatPax(*records);
-        } else {
-            text = Redacted(extra.body);
+            same = same && value == record.value;
+            record.value = value;
         }
-        TarHeader extra_header = extra.header;
-        const std::string extra_name = extra_header.Text(TarHeader::Field::kName);
-        const std::string redacted_name = Redacted(extra_name);
-        if (redacted_name != extra_name)
-            extra_header.SetText(TarHeader::Field::kName, redacted_name);
-        if (text.size() != extra.body.size()) extra_header.SetSize(text.size());
-        if (extra_header.block() != extra.header.block()) extra_header.Seal();
-        out.ReplaceDifferences(extra_header.block(), extra.header.block());
-        out.Replace(text, extra.body);
-        WritePadding(text.size(), extra.padding, out);
+        text = same ? extra.body : FormatPax(*records);
+    } else {
+        text = Redacted(extra.body);
     }
+    TarHeader header = extra.header;
+    const std::string name = header.Text(TarHeader::Field::kName);
+    const std::string redacted = Redacted(name);
+    if (redacted != name) header.SetText(TarHeader::Field::kName, redacted);
+    if (text.size() != extra.body.size()) header.SetSize(text.size());
+    if (header.block() != extra.header.block()) header.Seal();
+    out.ReplaceDifferences(header.block(), extra.header.block());
+    out.Replace(text, extra.body);
+    WritePadding(text.size(), extra.padding, out);
+}
+
+// Headers are looked at in every phase, and written in one of them.
+void Redaction::WriteMember(Member& member, Spool& body, Output& body_out, Output& out) {
+    TarHeader header = member.header;
+    const uint64_t new_size = body_out.writes() ? body_out.size() + member.missing : member.size;
+    const std::vector<PaxRecord> too_long = RedactHeader(member, header);
+    if (new_size != member.size && !member.size_in_record) header.SetSize(new_size);
+    if (header.block() != member.header.block()) header.Seal();
+
+    for (const Extra& extra : member.extras) WriteExtra(member, extra, new_size, out);
     if (!too_long.empty()) {
         const std::string text = FormatPax(too_long);
         out.Replace(TarHeader::ForRecords(text.size()).block() + text +
@@ -246,7 +249,7 @@ void Redaction::WriteMember(Member& member, Spool& body, Output& body_out, Outpu
 
 void Redaction::LeaveOut(ByteSource& from, const Member& member, Output& out) {
     Spool original;
-    for (const Member::Extra& extra : member.extras) {
+    for (const Extra& extra : member.extras) {
         original.Write(extra.header.block());
         original.Write(extra.body);
         original.Write(extra.padding);
