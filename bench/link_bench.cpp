@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <semaphore>
 #include <thread>
 #include <vector>
@@ -49,8 +50,10 @@ class Daemon {
     Daemon() {
         constexpr sockaddr_un kAddress{AF_UNIX, "/dev/socket/link_bench"};
         unlink(kAddress.sun_path);
-        bind(listener_, reinterpret_cast<const sockaddr*>(&kAddress), sizeof kAddress);
-        listen(listener_, 1);
+        if (bind(listener_, reinterpret_cast<const sockaddr*>(&kAddress), sizeof kAddress) != 0 ||
+            listen(listener_, 1) != 0) {
+            std::abort();
+        }
         thread_ = std::thread([this] {
             const int peer = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
             std::vector<char> buffer(kLargest);

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""Measures what a baseline is worth: measure_baseline.py BOARDREPORT FOLDER [N]
+"""Measures what a baseline is worth: measure_baseline.py BOARDREPORT FOLDER [N [SEED]]
 
-Learns from N healthy reports (200), and judges by it N others, and N others with one oddity each.
+Learns from N healthy reports (200), and judges by it N others, and N others with one oddity each. Another SEED
+makes all of them others.
 """
 import collections
 import concurrent.futures
@@ -31,8 +32,9 @@ def make(folder, first, count, odd):
 
 
 def main():
-    program, folder, count = sys.argv[1], pathlib.Path(sys.argv[2]), int((sys.argv[3:] or ['200'])[0])
-    learned, healthy, odd = (make(folder / name, first, count, name == 'odd')
+    program, folder = sys.argv[1], pathlib.Path(sys.argv[2])
+    count, seed = [int(word) for word in sys.argv[3:]] + [200, 0][len(sys.argv) - 3:]
+    learned, healthy, odd = (make(folder / name, seed * 1_000_000 + first, count, name == 'odd')
                              for name, first in (('learned', 1), ('healthy', 100001), ('odd', 200001)))
     baseline = folder / 'baseline.json'
     subprocess.run([program, 'baseline', *learned, '-o', baseline], check=True)

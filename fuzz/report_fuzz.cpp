@@ -95,7 +95,8 @@ void CheckPage(std::string_view text, unsigned seed) {
     constexpr std::string_view kTags =
             " title head body a header p h1 h2 h3 h4 nav main section div table thead tbody tr th "
             "td "
-            "b span strong dl dt dd svg rect circle figure figcaption script button input details "
+            "b span strong dl dt dd svg rect circle line text figure figcaption script button "
+            "input details wbr "
             "ul li mark code summary pre i ins del ";
     Report reports[2];
     const reader::Verdict verdicts[] = {

@@ -36,7 +36,7 @@ class ReportWriter {
     const int fd_;
     bool lost_ = false;
     size_t size_ = 0;
-    std::array<char, 64 * 1024> text_;  // left as it is found: most writers hold a few lines
+    std::array<char, size_t{64} << 10> text_;  // left as it is found: most writers hold a few lines
 };
 
 }  // namespace tev::dumpstate
