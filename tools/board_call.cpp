@@ -278,11 +278,9 @@ class BoardCall {
                std::to_string(progress_.sections()) + " sections, " + HumanSize(file.size()) + ")";
     }
 
-    // Shows what came of the report, whole or not; true when that is done or not wanted.
     // What came of the report is judged anew once it is in its file, where its lines can be looked
     // at.
     void Judge() {
-        LoadRules({}, rules_);
         if (!report_.file().is_kept() || report_.file().size() == 0) return;
         reader::Report report;
         reader::Verdict verdict;
@@ -291,6 +289,7 @@ class BoardCall {
         }
     }
 
+    // Shows what came of the report, whole or not; true when that is done or not wanted.
     bool MakePage(bool whole) {
         if (!page_ || report_.file().size() == 0) return true;
         reader::PageOptions options;
@@ -299,6 +298,12 @@ class BoardCall {
             options.bundle = bundle_->file().path();
         }
         return WritePageFile({report_.file().path()}, rules_, options, *page_, whole) == 0;
+    }
+
+    static reader::Rules InstalledRules() {
+        reader::Rules rules;
+        LoadRules({}, rules);
+        return rules;
     }
 
     double Seconds() const {
@@ -325,8 +330,8 @@ class BoardCall {
     Stream report_;
     std::optional<Stream> bundle_;
     std::optional<OutputFile> page_;
-    reader::Rules rules_;
-    Progress progress_;
+    const reader::Rules rules_ = InstalledRules();
+    Progress progress_{rules_};
     reader::ReportParser parser_;
     DumpstateClient client_;
     std::optional<Interruption> interruption_;

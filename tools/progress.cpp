@@ -19,7 +19,8 @@ constexpr size_t kMostNamed = 5;
 
 }  // namespace
 
-Progress::Progress() : live_(isatty(STDERR_FILENO) == 1), colour_(live_ && WantsColour()) {}
+Progress::Progress(const reader::Rules& rules)
+    : live_(isatty(STDERR_FILENO) == 1), colour_(live_ && WantsColour()), watch_(rules, report_) {}
 
 reader::ReportParser::Listener Progress::Listener() {
     reader::ReportParser::Listener listener = builder_.Listener();
@@ -29,6 +30,9 @@ reader::ReportParser::Listener Progress::Listener() {
     };
     listener.on_section = [this](reader::Section&& section) {
         End(section);
+        section.index = report_.tally.sections;
+        section.text = {};  // passing by, it can't be read again for what is in its lines
+        watch_.Take(section);
         builder_.Add(std::move(section));
     };
     listener.on_black_box = [this](reader::BlackBox&& black_box) {
@@ -40,7 +44,7 @@ reader::ReportParser::Listener Progress::Listener() {
 
 void Progress::Finish(const reader::ReportParser& parser) {
     builder_.Finish(parser);
-    verdict_ = reader::Judge(report_);
+    verdict_ = reader::Judge(report_, watch_);
 }
 
 void Progress::End(const reader::Section& section) {

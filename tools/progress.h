@@ -7,14 +7,17 @@
 #include <utility>
 
 #include "report.h"
+#include "rules.h"
 #include "verdict.h"
+#include "watch.h"
 
 // Shows a report's progress on standard error: a plain line for each section and the black box as
 // they end, and on a terminal also the one that is running, on a last line that is redrawn. What it
 // says at the end is what the report is judged to be.
 class Progress {
   public:
-    Progress();
+    // The rules to judge by outlive it.
+    explicit Progress(const reader::Rules& rules);
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
@@ -51,6 +54,7 @@ class Progress {
     std::string running_;
     std::chrono::steady_clock::time_point since_ = std::chrono::steady_clock::now();
     reader::Report report_;
+    reader::Watch watch_;
     reader::ReportBuilder builder_{report_, reader::ReportBuilder::Keep::kWhatIsJudged};
     reader::Verdict verdict_;
 };
