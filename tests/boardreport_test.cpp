@@ -188,14 +188,20 @@ TEST_F(BoardreportTest, ReadsWhatItMade) {
     // Who ignores a signal, as nohup does, goes on.
     const std::string report =
             kBegin +
-            Section("VENDOR PROPERTIES", "[ro.product.model]: [Tarn]\n\n*** exit status 3\n") +
+            Section("VENDOR PROPERTIES",
+                    "[ro.product.model]: [Tarn]\n"
+                    "[ro.boot.bootreason]: [shutdown,thermal,battery]\n\n*** exit status 3\n") +
             kEnd;
     const Result made = Told("trap '' HUP; boardreport --no-bundle -o - --mode 1 2>progress >piped",
                              report, "", [] { Shell("pkill -HUP -x boardreport"); });
     EXPECT_EQ(made.status, 0) << made.output;
     EXPECT_EQ(made.output, "");
     EXPECT_EQ(ReadFile("/tmp/out/piped"), report);
-    EXPECT_NE(ReadFile("/tmp/out/progress").find(" in standard output; "), std::string::npos);
+    // What is in no file is judged by the same checks, but for those of lines.
+    EXPECT_TRUE(HasMatch(ReadFile("/tmp/out/progress"),
+                         " in standard output; .*\n3 errors; the worst: The device had shut itself "
+                         "down for heat: .*\n$"))
+            << ReadFile("/tmp/out/progress");
 
     const Result summary = Shell("boardreport summary - <piped");
     EXPECT_EQ(summary.status, 1);
@@ -337,7 +343,13 @@ TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
              "boardreport: --mode: Value 8 not in range 0 to 7; boardreport --help"},
             {"boardreport --mode x", 2, "--mode: Value x not in range 0 to 7"},
             {"boardreport --nonsense", 2,
-             "boardreport: The following argument was not expected: --nonsense"},
+             "boardreport: there is no use for '--nonsense'; boardreport --help"},
+            {"boardreport page --nonsense", 2,
+             "boardreport: there is no use for '--nonsense'; boardreport page --help"},
+            {"boardreport -o", 2, "boardreport: -o wants a value: FILE; boardreport --help"},
+            {"boardreport -o x page report.txt", 2,
+             "boardreport: '-o' stands before page, which has no use for it there; boardreport "
+             "page --help"},
             {"boardreport -o - -b - >/dev/null", 1, "can't both go to standard output"},
             {"boardreport -o - --page x >/dev/null", 1, "a page is made of a report in a file"},
             {"boardreport verbose", 2,
@@ -349,6 +361,9 @@ TEST_F(BoardreportTest, SaysWhatIsWrongAndLosesNothing) {
             {"boardreport summary /none", 3, "cannot read /none: No such file or directory"},
             {"boardreport json /tmp", 3, "/tmp is a folder"},
             {"boardreport page report.txt", 3, "report.txt is no board report"},
+            {"boardreport page report.txt -b /tmp", 3, "cannot read /tmp: Is a directory"},
+            {"boardreport redact report.txt", 3, "cannot read report.txt: it is no board report"},
+            {"boardreport redact report.txt -B x", 2, "-B requires -b"},
             {"boardreport page report.txt -o ./report.txt", 2, "can't take the place of"},
             {"boardreport verbose maybe", 2, "on,off,show"},
     };

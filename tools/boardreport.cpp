@@ -4,12 +4,14 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "board_call.h"
 #include "read_reports.h"
 #include "redact_command.h"
 #include "rule_files.h"
+#include "terminal.h"
 
 namespace {
 
@@ -53,7 +55,8 @@ ReadingWords::ReadingWords(CLI::App& app)
             "Exit status: 0 when nothing is wrong in the files, else 1; 2 for bad usage, 3 when "
             "one can't be read.");
     baseline->footer(
-            "Exit status: 0; 2 for bad usage, 3 when a report can't be read or is not whole.");
+            "Exit status: 0; 1 when the baseline can't be written, 2 for bad usage, 3 when a "
+            "report can't be read or is not whole.");
     baseline->add_option("REPORT", files, "The reports, and baselines made before")
             ->type_name("FILE")
             ->required();
@@ -74,10 +77,10 @@ ReadingWords::ReadingWords(CLI::App& app)
     }
     summary->footer(
             "Exit status: 0 without an error or a warning and when nothing differs, else 1; 2 for "
-            "bad usage, 3 "
-            "when "
-            "a report can't be read.");
-    json->footer("Exit status: 0; 2 for bad usage, 3 when a report can't be read.");
+            "bad usage, 3 when a report can't be read.");
+    json->footer(
+            "Exit status: 0; 1 when standard output can't be written, 2 for bad usage, 3 when a "
+            "report can't be read.");
     page->footer(
             "Exit status: 0; 1 when the page can't be written, 2 for bad usage, 3 when a report "
             "can't be read.");
@@ -123,9 +126,19 @@ void RefuseEmptyNames(CLI::App& app) {
     }
 }
 
-// Names what is missing, and where to read about it.
+// Names what was typed or is missing, and where to read about it.
 std::string BadUsage(const CLI::App* app, const CLI::Error& error) {
     std::string what = error.what();
+    // "-o: 1 required FILE missing"
+    constexpr std::string_view kMissing = ": 1 required ";
+    if (const size_t at = what.find(kMissing); at != std::string::npos) {
+        what.replace(at, kMissing.size(), " wants a value: ");
+        what.erase(what.rfind(" missing"));
+    }
+    // Before what is missing: it is an option misspelt, perhaps.
+    if (const std::vector<std::string> extra = app->remaining(true); !extra.empty()) {
+        what = "there is no use for '" + extra.front() + "'";
+    }
     std::string words = app->get_name();
     for (const CLI::App* const word : app->get_subcommands()) {
         words += " " + word->get_name();
@@ -177,6 +190,15 @@ int Run(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : kBadUsage;
+    }
+    // A word takes its own, and would do without these.
+    for (const CLI::App* const word : app.get_subcommands()) {
+        for (const CLI::Option* const option : app.parse_order()) {
+            Complain("'" + option->get_name() + "' stands before " + word->get_name() +
+                     ", which has no use for it there; boardreport " + word->get_name() +
+                     " --help tells what it takes");
+            return kBadUsage;
+        }
     }
     if (const std::optional<int> status = words.Run()) return *status;
     if (const std::optional<int> status = redact.Run()) return *status;

@@ -93,6 +93,18 @@ class RemovedOnSignal {
 
 }  // namespace
 
+bool Readable(const std::string& file) {
+    struct stat status {};
+    int error = 0;
+    if (access(file.c_str(), R_OK) != 0 || stat(file.c_str(), &status) != 0) {
+        error = errno;
+    } else if (S_ISDIR(status.st_mode)) {
+        error = EISDIR;
+    }
+    if (error != 0) Complain("cannot read " + file + ": " + std::generic_category().message(error));
+    return error == 0;
+}
+
 std::string ReadAndJudge(const std::string& file, const reader::Rules& rules, bool texts,
                          reader::Report& report, reader::Verdict& verdict) {
     reader::Watch watch(rules, report);
@@ -137,10 +149,7 @@ int WritePageFile(const std::vector<std::string>& files, const reader::Rules& ru
         Complain("the page can't take the place of " + output + "; -o chooses another file");
         return kBadUsage;
     }
-    if (options.bundle && access(options.bundle->c_str(), R_OK) != 0) {
-        Complain("cannot read " + *options.bundle + ": " + std::generic_category().message(errno));
-        return kUnreadable;
-    }
+    if (options.bundle && !Readable(*options.bundle)) return kUnreadable;
     OutputFile file(output);
     const RemovedOnSignal unfinished(file);
     return WritePageFile(files, rules, options, file, true);

@@ -28,6 +28,9 @@ int WritePageFile(const std::vector<std::string>& files, const reader::Rules& ru
 int WritePageFile(const std::vector<std::string>& files, const reader::Rules& rules,
                   const reader::PageOptions& options, OutputFile& output, bool whole);
 
+// Whether it can be read and is no folder; what keeps it from that has been said.
+bool Readable(const std::string& file);
+
 // Reads a report and judges it by the rules; "" or the sentence.
 std::string ReadAndJudge(const std::string& file, const reader::Rules& rules, bool texts,
                          reader::Report& report, reader::Verdict& verdict);

@@ -16,6 +16,7 @@
 #include "read_reports.h"
 #include "redaction.h"
 #include "redaction_map.h"
+#include "report.h"
 #include "temporary_file.h"
 #include "terminal.h"
 #include "utf8.h"
@@ -142,6 +143,24 @@ std::string ReadAll(reader::ByteSource& bytes) {
         if (piece.empty()) return all;
         all += piece;
     }
+}
+
+// Whether anything in it is a report's. What is packed, or isn't text, has nothing that could be
+// found.
+bool IsReport(reader::ByteSource& bytes) {
+    reader::Report report;
+    reader::ReportBuilder builder(report, reader::ReportBuilder::Keep::kWhatIsJudged);
+    reader::ReportParser parser(builder.Listener());
+    const auto is_one = [&] {
+        return parser.has_first_line() || report.tally.sections > 0 || !report.black_boxes.empty();
+    };
+    while (!is_one()) {
+        const std::string_view piece = bytes.Read(kPiece);
+        if (piece.empty()) break;
+        parser.Feed(piece);
+    }
+    parser.Finish();
+    return is_one();
 }
 
 // A name for a terminal's line.
@@ -277,6 +296,10 @@ int Call::OpenInputs() {
     }
     if (const int status = ReadAlso(); status != 0) return status;
     std::string sentence = report_in_.Open(command_.report);
+    if (sentence.empty() && !IsReport(report_in_.Bytes())) {
+        sentence = report_in_.Sentence(
+                "it is no board report, as no section begins in it; unpack one that is packed");
+    }
     if (sentence.empty() && has_bundle()) sentence = bundle_in_.Open(command_.bundle);
     return sentence.empty() ? 0 : Fail(kUnreadable, sentence);
 }
@@ -444,7 +467,8 @@ RedactCommand::RedactCommand(CLI::App& app)
             ->type_name("FILE");
     word->add_option("-B", bundle_output,
                      "The file that receives the bundle, redacted.tar unless said otherwise")
-            ->type_name("FILE");
+            ->type_name("FILE")
+            ->needs(word->get_option("-b"));
     word->add_option(
                 "--map", map,
                 "What undoes it, and gives a value the same stand-in the next time; made where "

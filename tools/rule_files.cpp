@@ -1,9 +1,6 @@
 #include "rule_files.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -54,14 +51,6 @@ bool LoadChecks(std::vector<std::string> files, const std::vector<std::string>& 
         }
     }
     return good;
-}
-
-bool Readable(const std::string& file) {
-    std::error_code neither;
-    if (access(file.c_str(), R_OK) == 0 && !fs::is_directory(file, neither)) return true;
-    Complain("cannot read " + file + ": " +
-             std::generic_category().message(errno != 0 ? errno : EISDIR));
-    return false;
 }
 
 // "" or the sentence.
