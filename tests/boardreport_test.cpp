@@ -232,7 +232,7 @@ TEST_F(BoardreportTest, WhatFailedIsNamed) {
          {" s  Sensor Black Box: no data came; ", "\nstatus 0\n",
           "\n8 sections, 7 failed or timed out (one, two, three, four, five and 2 more); "
           "black box: no data came; ",
-          "\nBlack box: no data came; the device's system log says why (logcat or "}) {
+          "\nBlack box: no data came; the device's system log says why (logcat, "}) {
         EXPECT_NE(result.output.find(part), std::string::npos) << part << result.output;
     }
 }

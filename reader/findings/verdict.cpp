@@ -454,8 +454,8 @@ std::string DescribeBlackBoxes(const Report& report, const Verdict& verdict) {
     }
     if (sensors == 0) {
         return verdict.black_box == "no data"
-                       ? "no data came; the device's system log says why (logcat or ./dev "
-                         "logcat, tag tev-dumpstate)"
+                       ? "no data came; the device's system log says why (logcat, ./dev "
+                         "logcat or, of a host, journalctl -u dbus, tag tev-dumpstate)"
                        : verdict.black_box;
     }
     const std::string counts = std::to_string(sensors) +
