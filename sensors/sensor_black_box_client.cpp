@@ -220,7 +220,7 @@ void SensorBlackBoxClient::requestNextFragment() {
     }
     SENSOR_LOG(DEBUG, "Requesting fragment %zu", size_t{index});
     std::array<uint8_t, 2 * sizeof(uint32_t)> payload;
-    StoreU32(&payload[0], index);
+    StoreU32(payload.data(), index);
     StoreU32(&payload[4], 1);
     if (!SendBlackBoxMessage(kGetFragmentRequest, payload.data(), payload.size())) {
         SENSOR_LOG(ERROR, "Failed to send kGetFragmentRequest to the black box");

@@ -52,7 +52,7 @@ TEST(AccessTest, CallerMayBeAnyUser) {
 TEST(AccessTest, OnlyRootAndTheGroupMayCall) {
     fs::create_directory("/tmp/access");
     fs::copy(INSTALLED_POLICY, "/tmp/access/policy.conf");  // from where not everybody may look
-    std::ofstream("/etc/group");
+    std::ofstream("/etc/group").close();
     BeAnOrdinaryUser({"/tmp/access", "/etc/passwd", "/etc/group"});
     std::ofstream("/tmp/access/bus.conf") << kBus;
     const std::string address = "unix:path=/tmp/access/bus";

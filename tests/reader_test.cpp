@@ -395,8 +395,7 @@ TEST(Verdict, SaysWhatASensorIsLike) {
                       its.values.push_back(its.values[0]);
                   }),
              "stands still in y since 0.000 s after boot, while the rest moves"},
-            {"gestures", Recorded(200, 100, [](size_t i) { return i > 9 && i < 90 ? 1.0 : 1.0; }),
-             ""},
+            {"gestures", Recorded(200, 100, [](size_t) { return 1.0; }), ""},
     };
     for (const auto& test : cases) {
         Report report;

@@ -481,11 +481,11 @@ TEST_F(SocketClientTest, WithoutThreadsOrDescriptorsNothingIsLeftBehind) {
     getrlimit(RLIMIT_NOFILE, &limit);
     const base::unique_fd file(memfd_create("file", MFD_CLOEXEC));  // of no use to epoll
     const int next = base::unique_fd(fcntl(file.get(), F_DUPFD_CLOEXEC, 0)).get();
-    rlimit few{static_cast<rlim_t>(file.get() + 1), limit.rlim_max};
+    rlimit few{static_cast<rlim_t>(file.get()) + 1, limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, &few);
     EXPECT_EQ(Failure(client_.doConnect("hub", callbacks_, false)),
               "6 Couldn't create local socket: Too many open files");
-    few.rlim_cur = static_cast<rlim_t>(next + 1);
+    few.rlim_cur = static_cast<rlim_t>(next) + 1;
     setrlimit(RLIMIT_NOFILE, &few);
     for (const std::string error :
          {"6 Error creating epoll fd: Too many open files (24)\n",

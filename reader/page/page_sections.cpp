@@ -240,12 +240,11 @@ void SectionsWriter::WriteSummary(const Comparison::SectionLine& line) {
     html_.Text(line.title) << "</span>";
     for (size_t i = 0; i < line.sections.size(); ++i) {
         const Section* const section = line.sections[i];
-        const std::string_view trouble = section == nullptr ? "" : section->Trouble();
-        if (trouble.empty()) continue;
+        if (section == nullptr || section->Trouble().empty()) continue;
         html_ << (section->expected.empty() ? Markup(" <span class=\"trouble\">")
                                             : Markup(" <span class=\"note\">"));
         WriteChip(html_, page_, i);
-        html_.Text(trouble) << "</span>";
+        html_.Text(section->Trouble()) << "</span>";
     }
     if (page_.compared()) {
         if (line.missing_in_some) {

@@ -333,7 +333,7 @@ bool IsCoordinate(Candidate& candidate) {
         return false;
     }
     const std::string_view value = candidate.value();
-    const size_t whole = value.find_first_of(".") - (value.starts_with('-') ? 1 : 0);
+    const size_t whole = value.find('.') - (value.starts_with('-') ? 1 : 0);
     return whole >= 1;
 }
 

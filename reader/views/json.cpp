@@ -86,7 +86,8 @@ JsonWriter& JsonWriter::Number(double value) {
     char* const begin = text.data();
     char* end = begin;
     const double magnitude = std::fabs(value);
-    const auto millionths = magnitude < 1e9 ? static_cast<uint64_t>(magnitude * kMillion + 0.5) : 0;
+    const auto millionths =
+            magnitude < 1e9 ? static_cast<uint64_t>(std::llround(magnitude * kMillion)) : 0;
     if (magnitude < 1e9 && static_cast<double>(millionths) / kMillion == magnitude) {
         if (value < 0) *end++ = '-';
         end = std::to_chars(end, begin + text.size(), millionths / 1'000'000).ptr;
