@@ -145,24 +145,6 @@ std::string ReadAll(reader::ByteSource& bytes) {
     }
 }
 
-// Whether anything in it is a report's. What is packed, or isn't text, has nothing that could be
-// found.
-bool IsReport(reader::ByteSource& bytes) {
-    reader::Report report;
-    reader::ReportBuilder builder(report, reader::ReportBuilder::Keep::kWhatIsJudged);
-    reader::ReportParser parser(builder.Listener());
-    const auto is_one = [&] {
-        return parser.has_first_line() || report.tally.sections > 0 || !report.black_boxes.empty();
-    };
-    while (!is_one()) {
-        const std::string_view piece = bytes.Read(kPiece);
-        if (piece.empty()) break;
-        parser.Feed(piece);
-    }
-    parser.Finish();
-    return is_one();
-}
-
 // A name for a terminal's line.
 std::string Shown(std::string_view text) {
     return reader::Printable(text);
@@ -296,9 +278,10 @@ int Call::OpenInputs() {
     }
     if (const int status = ReadAlso(); status != 0) return status;
     std::string sentence = report_in_.Open(command_.report);
-    if (sentence.empty() && !IsReport(report_in_.Bytes())) {
-        sentence = report_in_.Sentence(
-                "it is no board report, as no section begins in it; unpack one that is packed");
+    // What is packed has nothing that could be found.
+    if (sentence.empty()) {
+        const std::string_view what = reader::WhatElse(report_in_.Bytes().Read(kPiece));
+        if (!what.empty()) sentence = command_.report + std::string(what);
     }
     if (sentence.empty() && has_bundle()) sentence = bundle_in_.Open(command_.bundle);
     return sentence.empty() ? 0 : Fail(kUnreadable, sentence);

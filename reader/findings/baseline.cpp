@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "json_fault.h"
 #include "sensor_kinds.h"
 #include "units.h"
 #include "utf8.h"
@@ -305,7 +306,7 @@ std::string Baseline::Read(std::string_view text) {
         *this = std::move(read);
         return "";
     } catch (const std::exception& wrong) {
-        return std::string("it is no baseline: ") + wrong.what();
+        return "it is none that boardreport baseline has made: " + JsonFault(wrong);
     }
 }
 

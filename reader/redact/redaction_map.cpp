@@ -4,6 +4,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "json_fault.h"
+
 namespace reader {
 namespace {
 
@@ -91,7 +93,7 @@ std::string ParseRedactionMap(std::string_view text, Values& values, std::vector
         }
         for (const json& file : map.at("files")) files.push_back(ParseFile(file));
     } catch (const std::exception& failure) {
-        return failure.what();
+        return JsonFault(failure);
     }
     return "";
 }

@@ -143,16 +143,22 @@ void ReportBuilder::Finish(const ReportParser& parser) {
     FinishFacts(report_);
 }
 
+std::string_view WhatElse(std::string_view begin) {
+    const auto* const kind = std::ranges::find_if(
+            kKinds, [begin](const Kind& one) { return begin.starts_with(one.begin); });
+    if (kind != std::end(kKinds)) return kind->sentence;
+    if (begin.size() > 262 && begin.substr(257, 5) == "ustar") {
+        return " is a tar archive, a bundle perhaps; the report itself is wanted";
+    }
+    return "";
+}
+
 std::string WhyNoReport(const Report& report, const std::string& name) {
     if (report.size == 0) return name + " is empty";
     const std::string_view begin = report.source->beginning();
     if (report.tally.sections == 0) {
-        for (const Kind& kind : kKinds) {
-            if (begin.starts_with(kind.begin)) return name + kind.sentence;
-        }
-        if (begin.size() > 262 && begin.substr(257, 5) == "ustar") {
-            return name + " is a tar archive, a bundle perhaps; the report itself is wanted";
-        }
+        const std::string_view what = WhatElse(begin);
+        if (!what.empty()) return name + std::string(what);
         if (begin.find(" ------\r\n") != std::string_view::npos ||
             (begin.starts_with("verbose logging: ") && begin.find("\r\n") < 32)) {
             return name + " has lines that end in CR LF, as no report has: dos2unix mends it";
