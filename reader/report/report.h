@@ -93,8 +93,8 @@ class ReportBuilder {
 
 // "", or the sentence for a file of that name which is no board report.
 std::string WhyNoReport(const Report& report, const std::string& name);
-// What a file is, by its first bytes, that is given in a report's place: " is a gzip file: gunzip it
-// first"; "" where it may be a report.
+// What a file is, by its first bytes, that is given in a report's place: " is a gzip file: gunzip
+// it first"; "" where it may be a report.
 std::string_view WhatElse(std::string_view begin);
 
 // Reads the file, "-" for standard input, to its end. With `texts` its source can be read again.
