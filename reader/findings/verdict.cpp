@@ -204,7 +204,7 @@ void Judgement::JudgeBlackBoxes() {
         // Where the report was cut or text was lost, the device is not to blame.
         if (verdict_.complete)
             Add("black-box-lost", Severity::kError, "The sensor black box", "is not in the report")
-                    .hint = kLogHint;
+                    .hint = SensorHint(report_.tally);
     }
     for (size_t at = 0; at < report_.black_boxes.size(); ++at) JudgeBlackBox(at);
 }
@@ -230,7 +230,7 @@ void Judgement::JudgeBlackBox(size_t at) {
         AddBlackBoxTrouble(black_box.failure);
     } else if (black_box.sensors.empty() && black_box.ended) {
         Add("black-box-lost", Severity::kError, "The sensor black box", "has no data").hint =
-                kLogHint;
+                SensorHint(report_.tally);
         AddBlackBoxTrouble("no data");
     }
     ahead_ = IsFromTheFuture(black_box);
@@ -258,7 +258,8 @@ void Judgement::JudgeMissing(size_t at) {
     });
     if (!stopped && KnownSensors().size() - missing.size() < kMostSensors) return;
     for (const char* const name : missing) {
-        Add("sensor-missing", Severity::kError, name, "is missing").hint = kLogHint;
+        Add("sensor-missing", Severity::kError, name, "is missing").hint =
+                SensorHint(report_.tally);
         AddBlackBoxTrouble(std::string(name) + " is missing");
     }
 }
@@ -269,7 +270,7 @@ void Judgement::JudgeSensor(Place place) {
     const bool last = place.sensor + 1 == report_.black_boxes[place.black_box].sensors.size();
     if (!sensor.skipped.empty()) {
         AddSensor("sensor-missing", Severity::kError, place, "was skipped: " + sensor.skipped)
-                .hint = kLogHint;
+                .hint = SensorHint(report_.tally);
         AddBlackBoxTrouble(sensor.name + " skipped: " + sensor.skipped);
     } else if (sensor.statistics.records > 0) {
         JudgeRecords(place);
@@ -453,15 +454,22 @@ std::string DescribeBlackBoxes(const Report& report, const Verdict& verdict) {
         for (const Sensor& sensor : black_box.sensors) records += sensor.statistics.records;
     }
     if (sensors == 0) {
-        return verdict.black_box == "no data"
-                       ? "no data came; the device's system log says why (logcat, ./dev "
-                         "logcat or, of a host, journalctl -u dbus, tag tev-dumpstate)"
-                       : verdict.black_box;
+        if (verdict.black_box != "no data") return verdict.black_box;
+        return report.tally.IsHost() ? "no data came, as a host has no sensor hub"
+                                     : "no data came; the device's system log says why (logcat, "
+                                       "./dev logcat, tag "
+                                       "tev-dumpstate)";
     }
     const std::string counts = std::to_string(sensors) +
                                (sensors == 1 ? " sensor, " : " sensors, ") +
                                std::to_string(records) + (records == 1 ? " record" : " records");
     return verdict.black_box.empty() ? counts : counts + "; " + verdict.black_box;
+}
+
+std::string SensorHint(const Tally& tally) {
+    if (tally.IsHost()) return "A host without /vendor/bin has no sensor hub either.";
+    return "The device's system log says why, in lines with the tag tev-dumpstate: logcat -s "
+           "tev-dumpstate, of the simulated wearable ./dev logcat, of a host journalctl -u dbus.";
 }
 
 std::string HostSentence(const Tally& tally) {

@@ -19,9 +19,7 @@ enum class Severity { kNone, kNote, kWarning, kError };
 std::string_view WordOf(Severity severity);
 
 // Where to look when data of the sensors is missing.
-inline constexpr char kLogHint[] =
-        "The device's system log says why, in lines with the tag tev-dumpstate: logcat -s "
-        "tev-dumpstate, of the simulated wearable ./dev logcat, of a host journalctl -u dbus.";
+std::string SensorHint(const Tally& tally);
 
 // Something that is wrong, or worth a look: a check that holds of a report.
 struct Finding {

@@ -222,8 +222,8 @@ void WriteSensors(Html& html, const PageContent& page) {
     html << ">\n<h2>Sensors</h2>\n";
     if (!trouble.empty()) {
         html << "<p class=\"trouble\"><strong>";
-        html.Text("Sensor Black Box: " + trouble)
-                << "</strong></p>\n<p class=\"note\">" << kLogHint << "</p>\n";
+        html.Text("Sensor Black Box: " + trouble) << "</strong></p>\n<p class=\"note\">";
+        html.Text(SensorHint(page.reports.front().tally)) << "</p>\n";
     }
     if (!page.comparison.sensors.empty()) {
         html << "<div class=\"tools\" role=\"group\" aria-label=\"Time axis\" hidden>";
