@@ -452,6 +452,8 @@ TEST(Verdict, IsOneListThatChecksMayWeigh) {
     EXPECT_EQ(verdict.findings.front().check, "own");
     EXPECT_FALSE(verdict.good());
     EXPECT_FALSE(verdict.complete);  // whatever is silenced
+    const Report unset = ReportFile(File("T", "*** cannot open : no\n")).Read();
+    EXPECT_NE(Summed({&unset, 1}, false).text.find("its path is empty"), std::string::npos);
 }
 
 const std::string kTimes = Command(

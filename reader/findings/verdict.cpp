@@ -112,6 +112,9 @@ void Judgement::JudgeSections() {
         finding.section = section.title;
         finding.index = section.index;
         finding.evidence = "*** " + section.failure;
+        if (section.failure.starts_with("cannot open : ")) {
+            finding.says += " (its path is empty: the property that names it isn't set)";
+        }
     }
 }
 
