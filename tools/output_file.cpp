@@ -17,6 +17,7 @@
 #include <system_error>
 #include <utility>
 
+#include "temporary_file.h"
 #include "units.h"
 
 namespace {
@@ -174,7 +175,7 @@ void OutputFile::Refuse(const char* why) {
 
 std::string OutputFile::Sentence() const {
     std::string sentence = "cannot write " + name() + ": ";
-    sentence += refusal_ != nullptr ? refusal_ : std::generic_category().message(error_);
+    sentence += refusal_ != nullptr ? refusal_ : reader::Reason(error_);
     if (!kept_ || size_ == 0) return sentence;
     return sentence + "; the first " + reader::HumanSize(size_) + " are kept in " + path_;
 }

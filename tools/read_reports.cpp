@@ -9,11 +9,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <string_view>
-#include <system_error>
 
 #include "json.h"
 #include "report.h"
 #include "summary.h"
+#include "temporary_file.h"
 #include "terminal.h"
 #include "watch.h"
 
@@ -101,7 +101,7 @@ bool Readable(const std::string& file) {
     } else if (S_ISDIR(status.st_mode)) {
         error = EISDIR;
     }
-    if (error != 0) Complain("cannot read " + file + ": " + std::generic_category().message(error));
+    if (error != 0) Complain("cannot read " + file + ": " + reader::Reason(error));
     return error == 0;
 }
 

@@ -27,10 +27,6 @@ std::string Seconds(double seconds) {
     return seconds < 60 ? Fixed(seconds, seconds < 10 ? 2 : 1) + " s" : Duration(seconds);
 }
 
-std::string Counted(size_t count, const char* what) {
-    return Grouped(count) + " " + what + (count == 1 ? "" : "s");
-}
-
 void Append(std::string& list, const std::string& what) {
     list += (list.empty() ? "" : "; ") + what;
 }
@@ -406,7 +402,7 @@ size_t Verdict::Count(Severity severity) const {
 }
 
 std::string Verdict::CountOf(Severity severity) const {
-    return Counted(Count(severity), WordOf(severity).data());
+    return Counted(Count(severity), WordOf(severity));
 }
 
 std::string Verdict::Counts() const {

@@ -278,13 +278,18 @@ void Watch::LookAtLines(const Section& section) {
     }
 }
 
+bool Watch::IsOfThisBoot(int64_t time) const {
+    const auto boot = report_.BootSeconds();
+    const auto uptime = report_.UptimeSeconds();
+    return !boot || (time >= *boot && (!uptime || time <= *boot + *uptime));
+}
+
 void Watch::SeeLine(const Condition& condition, const Section& section, uint64_t number,
                     std::string_view line, int64_t time) {
     Sighting* sighting = &sightings_[condition.sighting];
     if (condition.since_boot && time != 0) {
-        if (const auto boot = report_.BootSeconds()) {
-            const auto uptime = report_.UptimeSeconds();
-            if (time < *boot || (uptime && time > *boot + *uptime)) return;
+        if (report_.BootSeconds()) {
+            if (!IsOfThisBoot(time)) return;
         } else {
             std::vector<Dated>& undated = undated_[condition.sighting];
             if (undated.size() == kMostDated) undated.erase(undated.begin());
@@ -311,11 +316,8 @@ Sighting Watch::Of(const Condition& condition) const {
     Sighting sighting = sightings_[condition.sighting];
     const auto undated = undated_.find(condition.sighting);
     if (undated == undated_.end()) return sighting;
-    const auto boot = report_.BootSeconds();
-    const auto uptime = report_.UptimeSeconds();
     for (const Dated& dated : undated->second) {
-        if (boot && dated.time < *boot) continue;
-        if (boot && uptime && dated.time > *boot + *uptime) continue;
+        if (!IsOfThisBoot(dated.time)) continue;
         const uint64_t count = sighting.count + 1;
         if (count == 1) sighting = dated.sighting;
         sighting.count = count;

@@ -54,6 +54,8 @@ class Watch {
     void Sort(const Condition& condition);
     void LookAtLines(const Section& section);
     void See(const Condition& condition, const Section& section);
+    // Between the boot and the report, as far as the report tells of them.
+    bool IsOfThisBoot(int64_t time) const;
     void SeeLine(const Condition& condition, const Section& section, uint64_t number,
                  std::string_view line, int64_t time);
 

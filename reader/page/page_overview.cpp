@@ -27,8 +27,7 @@ std::string Sentence(const PageContent& page) {
     if (page.compared()) {
         const size_t count = page.comparison.findings.size();
         return count == 0 ? "Nothing is wrong in any of them"
-                          : Grouped(count) + (count == 1 ? " finding" : " findings") +
-                                    " in one of them or more";
+                          : Counted(count, "finding") + " in one of them or more";
     }
     const Tally& tally = page.reports.front().tally;
     const Verdict& verdict = page.verdicts.front();

@@ -55,10 +55,9 @@ std::string Describe(const Sensor& sensor, const SensorKind& kind,
     if (!sensor.skipped.empty()) return "";
     const size_t count = statistics.records;
     if (kind.shape == SensorKind::Shape::kWear) {
-        return Grouped(count) + (count == 1 ? " period" : " periods") + ", " +
-               Duration(sensor.total_worn.value_or(0)) + " worn";
+        return Counted(count, "period") + ", " + Duration(sensor.total_worn.value_or(0)) + " worn";
     }
-    std::string text = Grouped(count) + (count == 1 ? " record" : " records");
+    std::string text = Counted(count, "record");
     if (statistics.span <= 0) return text;
     text += " in " + Duration(statistics.span);
     if (kind.shape != SensorKind::Shape::kEvent && std::isfinite(statistics.rate)) {

@@ -7,7 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <system_error>
+
+#include "temporary_file.h"
 
 namespace reader {
 namespace {
@@ -47,7 +48,7 @@ Bundle ReadBundle(const std::string& path, const BundleData& data) {
     Bundle bundle;
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
-        bundle.fault = "it can't be looked at: " + std::generic_category().message(errno);
+        bundle.fault = "it can't be looked at: " + Reason(errno);
         return bundle;
     }
     if (!S_ISREG(status.st_mode)) {

@@ -30,6 +30,10 @@ std::string Grouped(uint64_t number) {
     return digits;
 }
 
+std::string Counted(uint64_t count, std::string_view what) {
+    return Grouped(count).append(" ").append(what).append(count == 1 ? "" : "s");
+}
+
 std::string Duration(double seconds) {
     if (seconds < 60) return Fixed(seconds, seconds < 10 ? 1 : 0) + " s";
     // No device runs for as long as this can't hold.

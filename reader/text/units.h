@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace reader {
 
@@ -15,5 +16,7 @@ std::string Duration(double seconds);
 std::string Fixed(double number, int digits);
 // "7,442"
 std::string Grouped(uint64_t number);
+// "1 record", "7,442 records"
+std::string Counted(uint64_t count, std::string_view what);
 
 }  // namespace reader

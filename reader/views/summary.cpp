@@ -151,8 +151,7 @@ void ShowFindings(Screen& screen, const Report& report, const Verdict& verdict) 
     const auto expected = static_cast<size_t>(std::ranges::count_if(
             report.sections, [](const Section& section) { return !section.expected.empty(); }));
     if (expected > 0) {
-        screen.Line("  " + Grouped(expected) + (expected == 1 ? " section" : " sections") +
-                    " failed as those of healthy devices do");
+        screen.Line("  " + Counted(expected, "section") + " failed as those of healthy devices do");
     }
     if (const std::string host = HostSentence(report.tally); !host.empty()) screen.Line(host);
 }
